@@ -1,0 +1,187 @@
+#include "libtrend/query.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "libtrend/samples.h"
+#include "libtrend/schema.h"
+
+namespace toolkit::trend {
+
+namespace {
+
+constexpr const char* ROWS_ASCENDING =
+    "SELECT id, valid_ratio, samples FROM snapshot WHERE id BETWEEN ?1 AND ?2 ORDER BY id";
+constexpr const char* ROWS_DESCENDING =
+    "SELECT id, valid_ratio, samples FROM snapshot WHERE id BETWEEN ?1 AND ?2 ORDER BY id DESC";
+constexpr const char* LAST_ROW =
+    "SELECT id FROM snapshot WHERE id BETWEEN ?1 AND ?2 ORDER BY id DESC LIMIT 1";
+
+// Timestamps of rows are above both.
+constexpr std::int64_t NO_ROW = 0;
+constexpr std::int64_t NOT_KNOWN = -1;
+
+/// The rows of one series, walked in the order of the query.
+class Cursor {
+ public:
+  Cursor(Statement& rows, const Series& series)
+      : rows_(&rows), base_(series.id * (MAX_TIMESTAMP + 1)), minutes_(series.minutes) {}
+
+  /// Goes to the first row from `earliest` to `latest`; false on failure.
+  [[nodiscard]] bool start(std::int64_t earliest, std::int64_t latest) {
+    rows_->bind(1, base_ + earliest);
+    rows_->bind(2, base_ + latest);
+    return step();
+  }
+
+  /// Goes from a row to the next; false on failure.
+  [[nodiscard]] bool advance() {
+    passed_ = head_;
+    return step();
+  }
+
+  /// The timestamp of the current row, NO_ROW behind the last.
+  [[nodiscard]] std::int64_t head() const { return head_; }
+  /// The timestamp of the row passed last, NOT_KNOWN where none was.
+  [[nodiscard]] std::int64_t passed() const { return passed_; }
+  /// How many seconds up to its timestamp a row describes.
+  [[nodiscard]] std::int64_t stretch() const { return std::int64_t{60} * minutes_; }
+
+  /// Looks with `last_row` for the last row before `time`, and takes it, or NO_ROW, for the row
+  /// passed last; false on failure.
+  [[nodiscard]] bool look_before(std::int64_t time, Statement& last_row) {
+    last_row.bind(1, base_ + 1);
+    last_row.bind(2, base_ + time - 1);
+    const RunningStatement running(&last_row);
+    const Statement::Step step = last_row.step();
+    std::int64_t id = base_ + NO_ROW;
+    if (step == Statement::Step::ROW ? !last_row.read(0, id) : step == Statement::Step::ERROR) {
+      return false;
+    }
+    passed_ = id - base_;
+    return true;
+  }
+
+  /// Appends the current row to `rows`; false where it is damaged.
+  [[nodiscard]] bool copy_row(const std::vector<CParamProperties>& params,
+                              std::vector<CSnapshot>& rows) const {
+    CSnapshot& row = rows.emplace_back();
+    row.interval_minutes = minutes_;
+    row.timestamp = static_cast<std::time_t>(head_);
+    const unsigned char* bytes = nullptr;
+    std::size_t size = 0;
+    return rows_->read(1, row.valid_ratio) && rows_->read(2, bytes, size) &&
+           unpack_samples(bytes, size, params, row.samples);
+  }
+
+ private:
+  bool step() {
+    head_ = NO_ROW;
+    const Statement::Step step = rows_->step();
+    if (step != Statement::Step::ROW) return step == Statement::Step::DONE;
+    std::int64_t id = 0;
+    if (!rows_->read(0, id)) return false;
+    head_ = id - base_;
+    return true;
+  }
+
+  RunningStatement rows_;
+  std::int64_t base_;
+  std::uint32_t minutes_;
+  std::int64_t head_ = NO_ROW;
+  std::int64_t passed_ = NOT_KNOWN;
+};
+
+/// Places one cursor per series; false on failure.
+bool start(const RowQuery& query, std::vector<Statement>& statements,
+           std::vector<Cursor>& cursors) {
+  const std::int64_t longest = std::int64_t{60} * query.series.back().minutes;
+  for (std::size_t i = 0; i < query.series.size(); ++i) {
+    // Newest first, a finer row that hides a coarser one comes behind it, perhaps only before the
+    // range. Oldest first, `is_hidden` looks there when it has to.
+    const bool may_hide = i + 1 < query.series.size() && !query.ascending;
+    const std::int64_t earliest =
+        may_hide ? std::max<std::int64_t>(1, query.earliest - longest + 1) : query.earliest;
+    cursors.emplace_back(statements[i], query.series[i]);
+    if (!cursors.back().start(earliest, query.latest)) return false;
+  }
+  return true;
+}
+
+/// The timestamp that comes next among the current rows, NO_ROW where there are none.
+std::int64_t next_time(const std::vector<Cursor>& cursors, bool ascending) {
+  std::int64_t next = NO_ROW;
+  for (const Cursor& cursor : cursors) {
+    const std::int64_t head = cursor.head();
+    if (head != NO_ROW && (next == NO_ROW || (ascending ? head < next : head > next))) next = head;
+  }
+  return next;
+}
+
+/// Tells whether a row of a finer series ends within the stretch of the current row of
+/// `cursors[index]`, which is the finest one at its time; false on failure.
+bool is_hidden(std::vector<Cursor>& cursors, std::size_t index, const RowQuery& query,
+               Statement& last_row, bool& hidden) {
+  hidden = false;
+  // The stretch may begin before the epoch, where no rows are.
+  const std::int64_t begin = std::max(cursors[index].head() - cursors[index].stretch(), NO_ROW);
+  for (std::size_t i = 0; i < index && !hidden; ++i) {
+    if (query.ascending && cursors[i].passed() == NOT_KNOWN && begin + 1 < query.earliest &&
+        !cursors[i].look_before(query.earliest, last_row)) {
+      return false;
+    }
+    // The series' last row before the current time is the one that it passed last or, as the walk
+    // goes newest first, the one that it will come to.
+    hidden = (query.ascending ? cursors[i].passed() : cursors[i].head()) > begin;
+  }
+  return true;
+}
+
+/// Runs `query` to its end; false on failure.
+bool merge(const RowQuery& query, std::vector<Cursor>& cursors, Statement& last_row,
+           const std::vector<CParamProperties>& params, std::vector<CSnapshot>& rows) {
+  std::uint64_t to_pass = query.offset;
+  std::uint64_t wanted = query.count;
+  for (;;) {
+    const std::int64_t time = next_time(cursors, query.ascending);
+    if (time == NO_ROW || time < query.earliest) return true;
+    // Of several rows at one time the finest hides the others.
+    std::size_t finest = 0;
+    while (cursors[finest].head() != time) ++finest;
+    bool hidden = false;
+    if (!is_hidden(cursors, finest, query, last_row, hidden)) return false;
+    if (!hidden && to_pass > 0) {
+      --to_pass;
+    } else if (!hidden) {
+      if (!cursors[finest].copy_row(params, rows)) return false;
+      if (--wanted == 0) return true;
+    }
+    for (Cursor& cursor : cursors) {
+      if (cursor.head() == time && !cursor.advance()) return false;
+    }
+  }
+}
+
+}  // namespace
+
+QueryRunner::QueryRunner(sqlite3* db) : db_(db), last_row_(db, LAST_ROW) {
+  descending_.emplace_back(db, ROWS_DESCENDING);
+}
+
+bool QueryRunner::run(const RowQuery& query, const std::vector<CParamProperties>& params,
+                      std::vector<CSnapshot>& rows) {
+  if (query.series.empty()) return true;
+  std::vector<Statement>& statements = query.ascending ? ascending_ : descending_;
+  const char* sql = query.ascending ? ROWS_ASCENDING : ROWS_DESCENDING;
+  while (statements.size() < query.series.size()) {
+    statements.emplace_back(db_, sql);
+    if (!statements.back()) {
+      statements.pop_back();
+      return false;
+    }
+  }
+  std::vector<Cursor> cursors;
+  return start(query, statements, cursors) && merge(query, cursors, last_row_, params, rows);
+}
+
+}  // namespace toolkit::trend

@@ -1,0 +1,21 @@
+// The packed values of a row, see docs/trend-database.md.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <vector>
+
+#include "libtrend/log.h"
+
+namespace toolkit::trend {
+
+/// Unpacks the values of `params`, one sample each, out of a row's `size` packed bytes. False
+/// where the bytes are no whole number of values.
+[[nodiscard]] bool unpack_samples(const unsigned char* bytes, std::size_t size,
+                                  const std::vector<CParamProperties>& params,
+                                  std::vector<CSample>& samples);
+
+/// Packs the values of a row, given in the order of their slots.
+[[nodiscard]] std::vector<unsigned char> pack_samples(std::span<const double> slots);
+
+}  // namespace toolkit::trend

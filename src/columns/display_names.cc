@@ -1,0 +1,88 @@
+#include "columns/display_names.h"
+
+#include <cstddef>
+#include <cstdio>
+#include <map>
+
+#include "libcds/cds.h"
+
+namespace {
+
+using toolkit::CElement;
+
+constexpr const char* LEAF_NAME = "/DisplayName";
+
+/// Display texts by the paths of their leaves.
+using LeafTable = std::map<std::string, std::string>;
+
+/// The levels of a parameter's path, each as the path from the device down to it: "a" and "a/b"
+/// for "a/b". Empty components are levels, but a '/' at the end opens none.
+std::vector<std::string> split_levels(const std::string& path) {
+  std::vector<std::string> levels;
+  for (std::size_t position = 0; position < path.size();) {
+    std::size_t end = path.find('/', position);
+    if (end == std::string::npos) end = path.size();
+    levels.push_back(path.substr(0, end));
+    position = end + 1;
+  }
+  return levels;
+}
+
+/// Fills in the display text of every leaf of `leaves`, whose paths begin with `folder`. Returns 0,
+/// or 1 after a message.
+int fetch_leaves(const std::string& folder, LeafTable& leaves) {
+  std::vector<std::string> paths;
+  paths.reserve(leaves.size());
+  for (const auto& [path, text] : leaves) paths.push_back(path);
+
+  toolkit::CCds cds(1);
+  if (cds.handle() == nullptr) {
+    std::fputs("Error: can't connect to CDS\n", stderr);
+    return 1;
+  }
+  std::vector<toolkit::api_status_t> statuses;
+  std::vector<CElement> elements;
+  std::vector<toolkit::element_property_t> properties;
+  if (cds.get_leaves(paths, statuses, elements, properties) != 0) {
+    std::fputs("Warning: can't fetch display names\n", stderr);
+    return 1;
+  }
+  std::size_t index = 0;
+  for (auto& [path, text] : leaves) {
+    if (statuses[index] == toolkit::API_STATUS_OK &&
+        elements[index].type() == toolkit::ELEMENT_TYPE_TEXT) {
+      elements[index].to_string(text);
+    } else {
+      text = path.substr(folder.size(), path.rfind('/') - folder.size());
+    }
+    ++index;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int fetch_display_names(DumpContext& context, std::vector<std::string>& names) {
+  names.clear();
+  const std::string folder = context.device_params.device.path + "/";
+  LeafTable leaves;
+  std::vector<std::vector<std::string>> leaf_paths;
+  for (const auto& param : context.device_params.params) {
+    leaf_paths.push_back(split_levels(param.path));
+    for (std::string& level : leaf_paths.back()) {
+      level = folder + level + LEAF_NAME;
+      leaves.try_emplace(level);
+    }
+  }
+  if (fetch_leaves(folder, leaves) != 0) return 1;
+  // Deliberate: a comma in a display text stays, although the output quotes nothing.
+  for (const std::vector<std::string>& levels : leaf_paths) {
+    std::string& name = names.emplace_back();
+    for (const std::string& leaf : levels) {
+      const std::string& text = leaves.at(leaf);
+      if (!text.empty() && !name.empty()) name += " / ";
+      name += text;
+    }
+  }
+  return 0;
+}

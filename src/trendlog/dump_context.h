@@ -1,0 +1,32 @@
+// The state of one run.
+#pragma once
+
+#include <cstdio>
+#include <vector>
+
+#include "libtrend/log.h"
+#include "trendlog/dump_options.h"
+
+/// What the stages of one run fill and read. Owns the output stream and the trend log; its end
+/// closes the stream first and the log last.
+struct DumpContext {
+  DumpContext() = default;
+  ~DumpContext();
+  DumpContext(const DumpContext&) = delete;
+  DumpContext& operator=(const DumpContext&) = delete;
+
+  toolkit::trend::CLog log;
+  toolkit::trend::CDeviceParams device_params;             ///< the selection
+  std::vector<toolkit::trend::CPeriodProperties> periods;  ///< the selected intervals
+  long range_start = 0;    ///< seconds since the epoch, inclusive; -1 no bound
+  long range_end = 0;      ///< likewise
+  unsigned long skip = 0;  ///< rows still to pass over
+  std::FILE* out = nullptr;
+};
+
+/// Sets `context.out` to the file that "-f" names, created or emptied, or to standard output.
+/// Returns 0, or 1 after a message on standard error.
+[[nodiscard]] int open_output(DumpContext& context, const DumpOptions& options);
+
+/// Closes the output stream, standard output as well, unless that was done before.
+void close_output(DumpContext& context);

@@ -1,0 +1,52 @@
+// Running programs, and folders for their files.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// How a program ended, and what it wrote.
+struct ProcessResult {
+  int exit_status = -1;  ///< 128 plus the signal's number where a signal ended it, as in a shell
+  std::string out;
+  std::string err;
+};
+
+/// Environment variables to set.
+using Environment = std::vector<std::pair<std::string, std::string>>;
+
+/// Runs `command`, a program's path and its arguments, with `input` on its standard input, and
+/// waits for its end.
+[[nodiscard]] ProcessResult run_process(const std::vector<std::string>& command,
+                                        const std::string& input = "",
+                                        const Environment& environment = {});
+
+/// Runs one of the project's own programs, named like "trendcsv"; under the emulator where the
+/// build is for another machine.
+[[nodiscard]] ProcessResult run_tool(const std::string& name,
+                                     const std::vector<std::string>& arguments,
+                                     const std::string& input = "",
+                                     const Environment& environment = {});
+
+/// The command that runs one of the project's own programs.
+[[nodiscard]] std::vector<std::string> tool_command(const std::string& name);
+
+/// An empty folder that vanishes with this object.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  ~TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  /// The path of a file of this name in the folder.
+  [[nodiscard]] std::string file(const std::string& name) const { return path_ / name; }
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+[[nodiscard]] std::string read_file(const std::filesystem::path& path);
+void write_file(const std::filesystem::path& path, const std::string& content);

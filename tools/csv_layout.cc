@@ -1,0 +1,93 @@
+#include "tools/csv_layout.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <system_error>
+
+#include "columns/statistics.h"
+#include "output/number.h"
+
+namespace {
+
+bool parse_number(std::string_view text, double& value) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  return error == std::errc() && stop == end && !std::isnan(value);
+}
+
+bool prints_as(double value, std::string_view text) {
+  std::array<char, MAX_VALUE_TEXT> printed;
+  const char* end = format_value(value, printed.data());
+  return std::string_view(printed.data(), static_cast<std::size_t>(end - printed.data())) == text;
+}
+
+std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
+
+}  // namespace
+
+std::vector<std::string_view> split_fields(std::string_view line) {
+  std::vector<std::string_view> fields;
+  for (std::size_t comma = line.find(','); comma != line.npos; comma = line.find(',')) {
+    fields.push_back(line.substr(0, comma));
+    line.remove_prefix(comma + 1);
+  }
+  fields.push_back(line);
+  return fields;
+}
+
+std::string read_header(std::string_view line, Layout& layout) {
+  const std::vector<std::string_view> fields = split_fields(line);
+  if (fields.size() < 2 || fields[0] != "Date" || fields[1] != "Time") {
+    return "the header does not begin with Date,Time";
+  }
+  layout.has_percent = fields.size() > 2 && fields[2] == "Percent Valid";
+  for (std::size_t i = layout.fixed_fields(); i < fields.size(); ++i) {
+    const std::string_view field = fields[i];
+    const std::size_t colon = field.rfind(':');
+    const auto statistic =
+        std::find_if(STATISTICS.begin(), STATISTICS.end(), [&](const Statistic& candidate) {
+          return colon != field.npos && field.substr(colon) == candidate.path_suffix;
+        });
+    if (statistic == STATISTICS.end()) {
+      return "column " + quoted(field) + " is no parameter path with a statistic behind a colon";
+    }
+    const std::string_view path = field.substr(0, colon);
+    auto param = std::find_if(layout.params.begin(), layout.params.end(),
+                              [&](const auto& candidate) { return candidate.path == path; });
+    if (param == layout.params.end()) {
+      layout.params.emplace_back().path = path;
+      param = layout.params.end() - 1;
+    }
+    bool& has_column = (*param).*statistic->flag;
+    if (has_column) return "column " + quoted(field) + " stands there twice";
+    has_column = true;
+    layout.columns.push_back({static_cast<std::size_t>(param - layout.params.begin()),
+                              static_cast<std::size_t>(statistic - STATISTICS.begin())});
+  }
+  return layout.columns.empty() ? "the header names no parameter" : "";
+}
+
+bool read_value(std::string_view field, double& value) {
+  if (field.empty()) {
+    value = std::numeric_limits<double>::quiet_NaN();
+    return true;
+  }
+  if (!parse_number(field, value)) return false;
+  // Just below a power of ten from a million on, a value prints as that power in exponent form,
+  // which the power itself does not. Half a unit less is such a value.
+  if (std::fabs(value) >= 1e6 && !prints_as(value, field)) {
+    const double below = value - std::copysign(0.5, value);
+    if (prints_as(below, field)) value = below;
+  }
+  return true;
+}
+
+bool read_percent(std::string_view field, double& ratio) {
+  double percent = 0;
+  if (!parse_number(field, percent) || percent < 0 || percent > 100) return false;
+  ratio = percent / 100;
+  return true;
+}
