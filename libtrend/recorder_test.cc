@@ -1,0 +1,195 @@
+#include "libtrend/recorder.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "tests/process.h"
+
+namespace toolkit::trend {
+namespace {
+
+class Recorder : public testing::Test {
+ protected:
+  void open() {
+    ASSERT_EQ(recorder_.open(path_), 0) << recorder_.error();
+    ASSERT_EQ(recorder_.begin(), 0);
+    ASSERT_EQ(recorder_.add_device(device_), 0);
+    ASSERT_EQ(recorder_.add_series(device_, 5, series_), 0);
+  }
+
+  std::vector<std::int64_t> recorded_times() {
+    CLog log;
+    EXPECT_EQ(log.open(path_, true, false, 40, false, 0, 0, 0, false), 0);
+    CDeviceData data;
+    EXPECT_EQ(log.get_trend_data(data, {.device = device_, .params = {}}, {{.interval = 5}},
+                                 {-1, -1}, 0, 0, true, true),
+              0);
+    std::vector<std::int64_t> times;
+    for (const CSnapshot& row : data.snapshots) times.push_back(row.timestamp);
+    return times;
+  }
+
+  int append(std::int64_t time) {
+    return recorder_.append(series_, time, 1, std::vector<double>{1});
+  }
+
+  TemporaryFolder folder_;
+  std::string path_ = folder_.file("trend.db");
+  CRecorder recorder_;
+  CDeviceProperties device_{.path = "device", .aux_text = "described"};
+  CSeries series_;
+};
+
+TEST_F(Recorder, ShowsReadersOnlyWhatIsCommitted) {
+  open();
+  ASSERT_EQ(append(300), 0);
+  ASSERT_EQ(recorder_.commit(), 0);
+  ASSERT_EQ(recorder_.begin(), 0);
+  ASSERT_EQ(append(600), 0);
+  EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300}));
+  ASSERT_EQ(recorder_.commit(), 0);
+  EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300, 600}));
+}
+
+TEST_F(Recorder, RecordsAllOfATransactionOrNothing) {
+  open();
+  ASSERT_EQ(recorder_.commit(), 0);
+  ASSERT_EQ(recorder_.begin(), 0);
+  ASSERT_EQ(append(300), 0);
+  EXPECT_NE(append(300), 0);
+  EXPECT_EQ(recorder_.error(), "the series has a row with the timestamp 300 already");
+  // What follows a failure must not slip in on its own.
+  EXPECT_NE(append(600), 0);
+  EXPECT_EQ(recorder_.error(), "no transaction is open");
+  EXPECT_NE(recorder_.commit(), 0);
+  EXPECT_TRUE(recorded_times().empty());
+  ASSERT_EQ(recorder_.begin(), 0);
+  ASSERT_EQ(append(600), 0);
+  ASSERT_EQ(recorder_.commit(), 0);
+  EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{600}));
+}
+
+TEST_F(Recorder, UndoesAnOpenTransactionOnRollbackAndClose) {
+  open();
+  ASSERT_EQ(append(300), 0);
+  ASSERT_EQ(recorder_.commit(), 0);
+  ASSERT_EQ(recorder_.begin(), 0);
+  ASSERT_EQ(append(600), 0);
+  recorder_.rollback();
+  ASSERT_EQ(recorder_.begin(), 0);
+  ASSERT_EQ(append(900), 0);
+  recorder_.close();
+  EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300}));
+}
+
+TEST_F(Recorder, RefusesRowsThatTheFormatCannotHold) {
+  constexpr std::int64_t LAST = (std::int64_t{1} << 40) - 1;
+  for (const std::int64_t time : {std::int64_t{0}, std::int64_t{-5}, LAST + 1}) {
+    open();
+    EXPECT_NE(append(time), 0) << time;
+    EXPECT_EQ(recorder_.error(), "the timestamp " + std::to_string(time) + " is out of range");
+  }
+  open();
+  EXPECT_EQ(append(LAST), 0);
+  EXPECT_EQ(append(1), 0);
+  for (const double ratio : {-0.01, 1.01, std::numeric_limits<double>::quiet_NaN()}) {
+    open();
+    EXPECT_NE(recorder_.append(series_, 300, ratio, {}), 0) << ratio;
+    EXPECT_NE(recorder_.error().find("is not between 0 and 1"), std::string::npos);
+  }
+}
+
+TEST_F(Recorder, RecordsRowsWithoutValues) {
+  open();
+  EXPECT_EQ(recorder_.append(series_, 300, 0, {}), 0);
+  EXPECT_EQ(recorder_.commit(), 0);
+  EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300}));
+}
+
+TEST_F(Recorder, KeepsWhatExists) {
+  open();
+  CParamProperties first{.path = "first", .has_min = true, .has_sum = true};
+  CParamProperties second{.path = "second", .has_actual = true};
+  ASSERT_EQ(recorder_.add_param(device_, first), 0);
+  ASSERT_EQ(recorder_.add_param(device_, second), 0);
+  EXPECT_EQ(first.aux_1, 0U);
+  EXPECT_EQ(second.aux_1, 2U);
+  CParamProperties again{.path = "first", .has_max = true};
+  ASSERT_EQ(recorder_.add_param(device_, again), 0);
+  EXPECT_TRUE(again.has_min && again.has_sum && !again.has_max);
+  EXPECT_EQ(again.aux_1, 0U);
+
+  CDeviceProperties same{.path = "device", .aux_text = "otherwise"};
+  ASSERT_EQ(recorder_.add_device(same), 0);
+  EXPECT_EQ(same.aux_1, device_.aux_1);
+  EXPECT_EQ(same.aux_text, "described");
+  CSeries series;
+  ASSERT_EQ(recorder_.add_series(device_, 5, series), 0);
+  EXPECT_EQ(series.id, series_.id);
+}
+
+TEST_F(Recorder, RefusesWhatTheSchemaForbids) {
+  open();
+  CSeries series;
+  EXPECT_NE(recorder_.add_series(device_, 0, series), 0);
+  EXPECT_FALSE(recorder_.error().empty());
+  open();
+  CParamProperties param{.path = "p"};
+  EXPECT_NE(recorder_.add_param(CDeviceProperties{.path = "", .aux_text = "", .aux_1 = 77}, param),
+            0);
+  EXPECT_NE(recorder_.error().find("FOREIGN KEY"), std::string::npos) << recorder_.error();
+}
+
+TEST_F(Recorder, RefusesCallsOutsideATransaction) {
+  EXPECT_NE(recorder_.begin(), 0);
+  EXPECT_EQ(recorder_.error(), "no database is open");
+  EXPECT_NE(append(300), 0);
+  ASSERT_EQ(recorder_.open(path_), 0);
+  EXPECT_NE(append(300), 0);
+  EXPECT_NE(recorder_.add_device(device_), 0);
+  EXPECT_EQ(recorder_.error(), "no transaction is open");
+  recorder_.rollback();
+  ASSERT_EQ(recorder_.begin(), 0);
+  EXPECT_NE(recorder_.begin(), 0);
+  EXPECT_EQ(recorder_.error(), "a transaction is open already");
+}
+
+TEST_F(Recorder, ReopensWhatItCreated) {
+  open();
+  ASSERT_EQ(append(300), 0);
+  ASSERT_EQ(recorder_.commit(), 0);
+  ASSERT_EQ(recorder_.open(path_), 0) << recorder_.error();
+  ASSERT_EQ(recorder_.begin(), 0);
+  ASSERT_EQ(append(600), 0);
+  ASSERT_EQ(recorder_.commit(), 0);
+  EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300, 600}));
+}
+
+TEST_F(Recorder, CreatesADatabaseOutOfAnEmptyFile) {
+  write_file(path_, "");
+  open();
+  ASSERT_EQ(append(300), 0);
+  ASSERT_EQ(recorder_.commit(), 0);
+  EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300}));
+}
+
+TEST_F(Recorder, SaysWhyADatabaseCannotBeOpened) {
+  EXPECT_NE(recorder_.open(folder_.file("no/such/folder")), 0);
+  EXPECT_EQ(recorder_.error(), "unable to open database file");
+  EXPECT_NE(recorder_.open(folder_.path()), 0);
+  EXPECT_EQ(recorder_.error(), "it is no regular file");
+  const std::string text =
+      "This is a text file, and longer than the header of a database. It has "
+      "nothing to do with trend data at all.\n";
+  write_file(path_, text);
+  EXPECT_NE(recorder_.open(path_), 0);
+  EXPECT_EQ(recorder_.error(), "file is not a database");
+  EXPECT_EQ(read_file(path_), text);
+}
+
+}  // namespace
+}  // namespace toolkit::trend
