@@ -70,7 +70,7 @@ int fetch_display_names(DumpContext& context, std::vector<std::string>& names) {
   for (const auto& param : context.device_params.params) {
     leaf_paths.push_back(split_levels(param.path));
     for (std::string& level : leaf_paths.back()) {
-      level = folder + level + LEAF_NAME;
+      level.insert(0, folder).append(LEAF_NAME);
       leaves.try_emplace(level);
     }
   }
