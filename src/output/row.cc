@@ -10,6 +10,7 @@
 #include <string>
 
 #include "output/number.h"
+#include "output/time_text.h"
 
 using toolkit::trend::CParamProperties;
 using toolkit::trend::CSample;
@@ -26,25 +27,48 @@ std::time_t begin_of(const CSnapshot& snapshot) {
   return is_wide ? static_cast<std::time_t>(begin) : static_cast<std::int32_t>(begin);
 }
 
-/// Writes a date or time. What does not fit the buffer is left out.
-void print_time(DumpContext& context, const std::string& format, const std::tm& fields) {
-  std::array<char, 128> text;
-  if (std::strftime(text.data(), text.size(), format.c_str(), &fields) != 0) {
-    std::fputs(text.data(), context.out);
-  }
-}
+/// Collects the text of a row, so that it takes few writes to the stream.
+class RowText {
+ public:
+  explicit RowText(std::FILE* out) : out_(out) {}
 
-void print_sample(DumpContext& context, const CParamProperties& param, const CSample& sample) {
-  const auto print_field = [&](bool has_column, double value) {
-    if (!has_column) return;
-    std::fputc(',', context.out);
-    if (has_value(value)) print_value(context, value);
-  };
-  print_field(param.has_min, sample.min);
-  print_field(param.has_max, sample.max);
-  print_field(param.has_avg, sample.avg);
-  print_field(param.has_actual, sample.actual);
-  print_field(param.has_sum, sample.sum);
+  void add(char c) { *end_++ = c; }
+  void add_time(const std::string& format, const std::tm& fields) {
+    end_ = format_time(format, fields, end_);
+  }
+  void add_percent(double percent) {
+    // The largest double has 309 digits before the point.
+    constexpr std::size_t MAX_PERCENT_TEXT = 320;
+    end_ += std::snprintf(end_, MAX_PERCENT_TEXT, "%.2f", percent);
+  }
+  /// Adds the field of a value, with the separator before it.
+  void add_field(double value) {
+    if (end_ > text_.data() + text_.size() - MAX_FIELD_TEXT) write();
+    add(',');
+    if (has_value(value)) end_ = format_value(value, end_);
+  }
+  /// Writes what was collected to the stream. Returns the last character, or EOF on failure.
+  int write() {
+    const auto size = static_cast<std::size_t>(end_ - text_.data());
+    const char last = end_[-1];
+    end_ = text_.data();
+    return std::fwrite(text_.data(), 1, size, out_) == size ? last : EOF;
+  }
+
+ private:
+  static constexpr std::size_t MAX_FIELD_TEXT = MAX_VALUE_TEXT + 2;  // separator and line feed
+
+  std::FILE* out_;
+  std::array<char, 4096> text_;
+  char* end_ = text_.data();
+};
+
+void add_sample(RowText& text, const CParamProperties& param, const CSample& sample) {
+  if (param.has_min) text.add_field(sample.min);
+  if (param.has_max) text.add_field(sample.max);
+  if (param.has_avg) text.add_field(sample.avg);
+  if (param.has_actual) text.add_field(sample.actual);
+  if (param.has_sum) text.add_field(sample.sum);
 }
 
 }  // namespace
@@ -57,14 +81,19 @@ int print_row(DumpContext& context, const DumpOptions& options, const CSnapshot&
   } else {
     localtime_r(&time, &fields);
   }
-  print_time(context, options.output_date_format, fields);
-  std::fputc(',', context.out);
-  print_time(context, options.output_time_format, fields);
-  if (options.percent_valid) std::fprintf(context.out, ",%.2f", snapshot.valid_ratio * 100);
-  for (std::size_t i = 0; i < snapshot.samples.size(); ++i) {
-    print_sample(context, context.device_params.params[i], snapshot.samples[i]);
+  RowText text(context.out);
+  text.add_time(options.output_date_format, fields);
+  text.add(',');
+  text.add_time(options.output_time_format, fields);
+  if (options.percent_valid) {
+    text.add(',');
+    text.add_percent(snapshot.valid_ratio * 100);
   }
-  return std::fputc('\n', context.out);
+  for (std::size_t i = 0; i < snapshot.samples.size(); ++i) {
+    add_sample(text, context.device_params.params[i], snapshot.samples[i]);
+  }
+  text.add('\n');
+  return text.write();
 }
 
 int print_value(DumpContext& context, double v) {

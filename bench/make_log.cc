@@ -1,0 +1,93 @@
+// Makes a trend database of any size for benchmarks; the same arguments give the same values.
+//   make_log DB ROWS PARAMETERS [MINUTES ...]
+// Every parameter carries minimum, maximum and average. The intervals, 5 minutes by default, share
+// the rows: the finest has the newest, and each coarser one goes on where the finer one ends.
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "libtrend/recorder.h"
+
+using toolkit::trend::CDeviceProperties;
+using toolkit::trend::CParamProperties;
+using toolkit::trend::CRecorder;
+using toolkit::trend::CSeries;
+
+namespace {
+
+/// A sequence of numbers from 0 to below 1 that looks random.
+class Noise {
+ public:
+  double next() {
+    state_ = state_ * 6364136223846793005U + 1442695040888963407U;
+    return static_cast<double>(state_ >> 11) * 0x1p-53;
+  }
+
+ private:
+  std::uint64_t state_ = 1;
+};
+
+/// The values of a row: of each three parameters one to a tenth, like a sensor, one with all its
+/// digits, like something computed, and one large count.
+std::vector<double> make_values(std::size_t params, Noise& noise) {
+  std::vector<double> values;
+  for (std::size_t i = 0; i < params; ++i) {
+    const double middle = 20 + static_cast<double>(i) + 5 * noise.next();
+    const double spread = 3 * noise.next();
+    for (const double value : {middle - spread, middle + spread, middle}) {
+      if (i % 3 == 0) values.push_back(std::round(value * 10) / 10);
+      if (i % 3 == 1) values.push_back(value);
+      if (i % 3 == 2) values.push_back(std::round(value * 100000));
+    }
+  }
+  return values;
+}
+
+int fail(const CRecorder& recorder) {
+  std::fprintf(stderr, "make_log: %s\n", recorder.error().c_str());
+  return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 4) {
+    std::fputs("usage: make_log DB ROWS PARAMETERS [MINUTES ...]\n", stderr);
+    return 1;
+  }
+  const long rows = std::atol(argv[2]);
+  const auto params = static_cast<std::size_t>(std::atol(argv[3]));
+  std::vector<std::uint32_t> intervals;
+  for (int i = 4; i < argc; ++i) {
+    intervals.push_back(static_cast<std::uint32_t>(std::atol(argv[i])));
+  }
+  if (intervals.empty()) intervals = {5};
+
+  CRecorder recorder;
+  if (recorder.open(argv[1]) != 0 || recorder.begin() != 0) return fail(recorder);
+  CDeviceProperties device{.path = "bench", .aux_text = ""};
+  if (recorder.add_device(device) != 0) return fail(recorder);
+  for (std::size_t i = 0; i < params; ++i) {
+    CParamProperties param;
+    param.path = "group" + std::to_string(i / 10) + "/p" + std::to_string(i);
+    param.has_min = param.has_max = param.has_avg = true;
+    if (recorder.add_param(device, param) != 0) return fail(recorder);
+  }
+  Noise noise;
+  const long share = rows / static_cast<long>(intervals.size());
+  std::int64_t begin = 1900000000 / 86400 * 86400;
+  for (const std::uint32_t minutes : intervals) {
+    const std::int64_t length = 60 * std::int64_t{minutes};
+    const std::int64_t end = begin - begin % length;
+    begin = end - share * length;
+    CSeries series;
+    if (recorder.add_series(device, minutes, series) != 0) return fail(recorder);
+    for (std::int64_t time = begin + length; time <= end; time += length) {
+      if (recorder.append(series, time, 1, make_values(params, noise)) != 0) return fail(recorder);
+    }
+  }
+  return recorder.commit() == 0 ? 0 : fail(recorder);
+}
