@@ -68,10 +68,9 @@ class Cursor {
     CSnapshot& row = rows.emplace_back();
     row.interval_minutes = minutes_;
     row.timestamp = static_cast<std::time_t>(head_);
-    const unsigned char* bytes = nullptr;
-    std::size_t size = 0;
-    return rows_->read(1, row.valid_ratio) && rows_->read(2, bytes, size) &&
-           unpack_samples(bytes, size, params, row.samples);
+    std::span<const unsigned char> bytes;
+    return rows_->read(1, row.valid_ratio) && rows_->read(2, bytes) &&
+           unpack_samples(bytes, params, row.samples);
   }
 
  private:

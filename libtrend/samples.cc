@@ -27,20 +27,23 @@ void store_big_endian(double value, unsigned char* bytes) {
 
 }  // namespace
 
-bool unpack_samples(const unsigned char* bytes, std::size_t size,
+bool unpack_samples(std::span<const unsigned char> bytes,
                     const std::vector<CParamProperties>& params, std::vector<CSample>& samples) {
-  if (size % VALUE_SIZE != 0) return false;
-  const std::size_t slots = size / VALUE_SIZE;
-  samples.reserve(params.size());
-  for (const CParamProperties& param : params) {
+  if (bytes.size() % VALUE_SIZE != 0) return false;
+  const std::size_t slots = bytes.size() / VALUE_SIZE;
+  samples.resize(params.size());
+  for (std::size_t i = 0; i < params.size(); ++i) {
+    const CParamProperties& param = params[i];
+    CSample& sample = samples[i];
     std::size_t slot = param.aux_1;
-    const auto value = [&](bool has_value) {
-      if (!has_value || slot >= slots) return LACKING;
-      return load_big_endian(bytes + VALUE_SIZE * slot++);
+    const auto next = [&] {
+      return slot < slots ? load_big_endian(bytes.data() + VALUE_SIZE * slot++) : LACKING;
     };
-    // The braces evaluate from left to right, which is the order of the slots.
-    samples.push_back(CSample{value(param.has_min), value(param.has_max), value(param.has_avg),
-                              value(param.has_actual), value(param.has_sum)});
+    sample.min = param.has_min ? next() : LACKING;
+    sample.max = param.has_max ? next() : LACKING;
+    sample.avg = param.has_avg ? next() : LACKING;
+    sample.actual = param.has_actual ? next() : LACKING;
+    sample.sum = param.has_sum ? next() : LACKING;
   }
   return true;
 }

@@ -1,7 +1,6 @@
 // The packed values of a row, see docs/trend-database.md.
 #pragma once
 
-#include <cstddef>
 #include <span>
 #include <vector>
 
@@ -9,9 +8,9 @@
 
 namespace toolkit::trend {
 
-/// Unpacks the values of `params`, one sample each, out of a row's `size` packed bytes. False
-/// where the bytes are no whole number of values.
-[[nodiscard]] bool unpack_samples(const unsigned char* bytes, std::size_t size,
+/// Unpacks the values of `params`, one sample each, out of a row's packed bytes. False where these
+/// are no whole number of values.
+[[nodiscard]] bool unpack_samples(std::span<const unsigned char> bytes,
                                   const std::vector<CParamProperties>& params,
                                   std::vector<CSample>& samples);
 

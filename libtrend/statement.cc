@@ -49,32 +49,39 @@ bool Statement::run() {
   return step == Step::DONE;
 }
 
+// Looking a column up once as a value is cheaper than asking the statement for its type and its
+// content. Such a value must not be read while another thread uses the connection, and none does.
+
 bool Statement::read(int index, std::int64_t& value) const {
-  if (sqlite3_column_type(statement_.get(), index) != SQLITE_INTEGER) return false;
-  value = sqlite3_column_int64(statement_.get(), index);
+  sqlite3_value* column = sqlite3_column_value(statement_.get(), index);
+  if (sqlite3_value_type(column) != SQLITE_INTEGER) return false;
+  value = sqlite3_value_int64(column);
   return true;
 }
 
 bool Statement::read(int index, double& value) const {
-  if (sqlite3_column_type(statement_.get(), index) != SQLITE_FLOAT) return false;
-  value = sqlite3_column_double(statement_.get(), index);
+  sqlite3_value* column = sqlite3_column_value(statement_.get(), index);
+  if (sqlite3_value_type(column) != SQLITE_FLOAT) return false;
+  value = sqlite3_value_double(column);
   return true;
 }
 
 bool Statement::read(int index, std::string& text) const {
-  if (sqlite3_column_type(statement_.get(), index) != SQLITE_TEXT) return false;
-  const unsigned char* bytes = sqlite3_column_text(statement_.get(), index);
+  sqlite3_value* column = sqlite3_column_value(statement_.get(), index);
+  if (sqlite3_value_type(column) != SQLITE_TEXT) return false;
+  const unsigned char* bytes = sqlite3_value_text(column);
   if (bytes == nullptr) return false;
   text.assign(reinterpret_cast<const char*>(bytes),
-              static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), index)));
+              static_cast<std::size_t>(sqlite3_value_bytes(column)));
   return true;
 }
 
-bool Statement::read(int index, const unsigned char*& bytes, std::size_t& size) const {
-  if (sqlite3_column_type(statement_.get(), index) != SQLITE_BLOB) return false;
-  bytes = static_cast<const unsigned char*>(sqlite3_column_blob(statement_.get(), index));
-  size = static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), index));
-  return bytes != nullptr || size == 0;
+bool Statement::read(int index, std::span<const unsigned char>& bytes) const {
+  sqlite3_value* column = sqlite3_column_value(statement_.get(), index);
+  if (sqlite3_value_type(column) != SQLITE_BLOB) return false;
+  const auto* begin = static_cast<const unsigned char*>(sqlite3_value_blob(column));
+  bytes = {begin, static_cast<std::size_t>(sqlite3_value_bytes(column))};
+  return begin != nullptr || bytes.empty();
 }
 
 }  // namespace toolkit::trend

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 struct sqlite3;
@@ -45,7 +46,7 @@ class Statement {
   [[nodiscard]] bool read(int index, double& value) const;
   [[nodiscard]] bool read(int index, std::string& text) const;
   /// The bytes stay valid until the next step or reset.
-  [[nodiscard]] bool read(int index, const unsigned char*& bytes, std::size_t& size) const;
+  [[nodiscard]] bool read(int index, std::span<const unsigned char>& bytes) const;
 
  private:
   std::unique_ptr<sqlite3_stmt, StatementDeleter> statement_;
