@@ -9,9 +9,9 @@
 /// An open connection to the CDS.
 struct pcd_connection;
 
-/// Connects to the CDS. `server` names its socket; null means the one fixed when the library was
-/// built. `flag` is reserved; pass 1. Returns a handle that the caller closes with `pcd_close`, or
-/// null where no CDS answers.
+/// Connects to the CDS. `server` is the path of its socket; null means the one fixed when the
+/// library was built. `flag` is reserved; pass 1. Returns, within one second, a handle that the
+/// caller closes with `pcd_close`, or null where no CDS answers.
 pcd_connection* pcd_init(const char* server, int flag);
 
 /// Closes a connection and releases its handle; null is ignored.
@@ -69,9 +69,12 @@ class CCds {
   /// The connection, null while there is none; owned by this object.
   [[nodiscard]] pcd_connection* handle() const { return handle_; }
 
-  /// Reads the leaves `paths` in one request. Fills the three vectors, which come empty, with one
-  /// entry per path in the order of `paths` and returns 0. Returns non-zero and leaves the vectors
-  /// empty where the request failed as a whole.
+  /// Reads the leaves `paths` in one request, none where there are no paths. Fills the three
+  /// vectors, which come empty, with one entry per path in the order of `paths` and returns 0. A
+  /// leaf's bytes go through as they were published. Returns non-zero and leaves the vectors empty
+  /// where the request fails as a whole: without a connection, or where no answer to all of it is
+  /// there within five seconds. A connection that was lost, or that gave no such answer in time,
+  /// is of no further use.
   [[nodiscard]] int get_leaves(const std::vector<std::string>& paths,
                                std::vector<api_status_t>& statuses, std::vector<CElement>& elements,
                                std::vector<element_property_t>& properties);

@@ -37,7 +37,7 @@ std::string read_all(std::FILE* file) {
 }  // namespace
 
 ProcessResult run_process(const std::vector<std::string>& command, const std::string& input,
-                          const Environment& environment) {
+                          const Environment& environment, const std::string& folder) {
   const File in = open_scratch_file();
   const File out = open_scratch_file();
   const File err = open_scratch_file();
@@ -46,6 +46,7 @@ ProcessResult run_process(const std::vector<std::string>& command, const std::st
   }
   std::rewind(in.get());
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command) {
     arguments.push_back(const_cast<char*>(argument.c_str()));
   }
@@ -58,7 +59,7 @@ ProcessResult run_process(const std::vector<std::string>& command, const std::st
     dup2(fileno(out.get()), STDOUT_FILENO);
     dup2(fileno(err.get()), STDERR_FILENO);
     for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
-    execvp(arguments[0], arguments.data());
+    if (folder.empty() || chdir(folder.c_str()) == 0) execvp(arguments[0], arguments.data());
     _exit(127);
   }
   int status = 0;
@@ -78,10 +79,11 @@ std::vector<std::string> tool_command(const std::string& name) {
 }
 
 ProcessResult run_tool(const std::string& name, const std::vector<std::string>& arguments,
-                       const std::string& input, const Environment& environment) {
+                       const std::string& input, const Environment& environment,
+                       const std::string& folder) {
   std::vector<std::string> command = tool_command(name);
   command.insert(command.end(), arguments.begin(), arguments.end());
-  return run_process(command, input, environment);
+  return run_process(command, input, environment, folder);
 }
 
 TemporaryFolder::TemporaryFolder() {

@@ -17,17 +17,19 @@ struct ProcessResult {
 using Environment = std::vector<std::pair<std::string, std::string>>;
 
 /// Runs `command`, a program's path and its arguments, with `input` on its standard input, and
-/// waits for its end.
+/// waits for its end. It runs in `folder`, where that is not empty.
 [[nodiscard]] ProcessResult run_process(const std::vector<std::string>& command,
                                         const std::string& input = "",
-                                        const Environment& environment = {});
+                                        const Environment& environment = {},
+                                        const std::string& folder = "");
 
 /// Runs one of the project's own programs, named like "trendcsv"; under the emulator where the
 /// build is for another machine.
 [[nodiscard]] ProcessResult run_tool(const std::string& name,
                                      const std::vector<std::string>& arguments,
                                      const std::string& input = "",
-                                     const Environment& environment = {});
+                                     const Environment& environment = {},
+                                     const std::string& folder = "");
 
 /// The command that runs one of the project's own programs.
 [[nodiscard]] std::vector<std::string> tool_command(const std::string& name);
