@@ -24,13 +24,18 @@ constexpr std::int64_t NOT_KNOWN = -1;
 /// The rows of one series, walked in the order of the query.
 class Cursor {
  public:
-  Cursor(Statement& rows, const Series& series)
-      : rows_(&rows), base_(series.id * (MAX_TIMESTAMP + 1)), minutes_(series.minutes) {}
+  Cursor(Statement& rows, const Series& series, bool ascending)
+      : rows_(&rows),
+        ascending_(ascending),
+        base_(series.id * (MAX_TIMESTAMP + 1)),
+        minutes_(series.minutes) {}
 
   /// Goes to the first row from `earliest` to `latest`; false on failure.
   [[nodiscard]] bool start(std::int64_t earliest, std::int64_t latest) {
     rows_->bind(1, base_ + earliest);
     rows_->bind(2, base_ + latest);
+    earliest_ = earliest;
+    latest_ = latest;
     return step();
   }
 
@@ -80,11 +85,17 @@ class Cursor {
     if (step != Statement::Step::ROW) return step == Statement::Step::DONE;
     std::int64_t id = 0;
     if (!rows_->read(0, id)) return false;
+    // In a damaged table, keys may stand out of order.
+    if (id < base_ + earliest_ || id > base_ + latest_) return false;
     head_ = id - base_;
+    (ascending_ ? earliest_ : latest_) = head_ + (ascending_ ? 1 : -1);
     return true;
   }
 
   RunningStatement rows_;
+  bool ascending_;
+  std::int64_t earliest_ = 0;  ///< the earliest time that the next row can have
+  std::int64_t latest_ = 0;    ///< and the latest
   std::int64_t base_;
   std::uint32_t minutes_;
   std::int64_t head_ = NO_ROW;
@@ -101,7 +112,7 @@ bool start(const RowQuery& query, std::vector<Statement>& statements,
     const bool may_hide = i + 1 < query.series.size() && !query.ascending;
     const std::int64_t earliest =
         may_hide ? std::max<std::int64_t>(1, query.earliest - longest + 1) : query.earliest;
-    cursors.emplace_back(statements[i], query.series[i]);
+    cursors.emplace_back(statements[i], query.series[i], query.ascending);
     if (!cursors.back().start(earliest, query.latest)) return false;
   }
   return true;
