@@ -24,6 +24,24 @@ bool prints_as(double value, std::string_view text) {
   return std::string_view(printed.data(), static_cast<std::size_t>(end - printed.data())) == text;
 }
 
+/// A number that prints as `text`, where the nearest one, `value`, does not; else `value`.
+double find_printed(double value, std::string_view text) {
+  if (prints_as(value, text)) return value;
+  // Just below a power of ten from a million on, a value prints as that power in exponent form,
+  // which the power itself does not. Half a unit less is such a value.
+  const double below = value - std::copysign(0.5, value);
+  if (prints_as(below, text)) return below;
+  // A few steps further from zero the number of digits may be another: about 1E+14, where the
+  // logarithm rounds up before the number does, and among the coarse numbers next to zero.
+  constexpr int STEPS = 4;
+  double further = value;
+  for (int i = 0; i < STEPS; ++i) {
+    further = std::nextafter(further, std::copysign(INFINITY, value));
+    if (prints_as(further, text)) return further;
+  }
+  return value;
+}
+
 std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
 
 }  // namespace
@@ -76,12 +94,8 @@ bool read_value(std::string_view field, double& value) {
     return true;
   }
   if (!parse_number(field, value)) return false;
-  // Just below a power of ten from a million on, a value prints as that power in exponent form,
-  // which the power itself does not. Half a unit less is such a value.
-  if (std::fabs(value) >= 1e6 && !prints_as(value, field)) {
-    const double below = value - std::copysign(0.5, value);
-    if (prints_as(below, field)) value = below;
-  }
+  const bool is_large = std::fabs(value) >= 1e6;
+  if (is_large || std::fpclassify(value) == FP_SUBNORMAL) value = find_printed(value, field);
   return true;
 }
 

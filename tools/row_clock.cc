@@ -1,22 +1,43 @@
 #include "tools/row_clock.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "cli/input_time.h"
 
 namespace {
 
-/// The time that `fields` denote with daylight saving applying (`is_dst` 1) or not (0); -1 where
-/// there is no such time.
-std::time_t with_daylight_saving(std::tm fields, int is_dst) {
-  fields.tm_isdst = is_dst;
-  const std::tm wanted = fields;
-  const std::time_t time = std::mktime(&fields);
-  // Where the other rule is in force at that time, the C library moves the clock.
-  const bool is_same = fields.tm_isdst == is_dst && fields.tm_min == wanted.tm_min &&
-                       fields.tm_hour == wanted.tm_hour && fields.tm_mday == wanted.tm_mday;
-  return is_same ? time : -1;
+/// The times at which the clock shows the same; two equal ones where there is but one.
+struct Times {
+  std::time_t first = 0;
+  std::time_t second = 0;
+};
+
+bool shows(std::time_t time, const std::tm& fields, bool use_utc) {
+  std::tm shown = {};
+  if ((use_utc ? gmtime_r(&time, &shown) : localtime_r(&time, &shown)) == nullptr) return false;
+  return shown.tm_sec == fields.tm_sec && shown.tm_min == fields.tm_min &&
+         shown.tm_hour == fields.tm_hour && shown.tm_mday == fields.tm_mday;
+}
+
+Times times_of(const std::tm& fields, bool use_utc) {
+  const std::time_t time = to_epoch(fields, use_utc);
+  Times times = {time, time};
+  constexpr std::time_t DAY = 86400;
+  if (use_utc || fields.tm_isdst >= 0 || time > std::numeric_limits<std::time_t>::max() - DAY) {
+    return times;
+  }
+  // The C library chose the offset from UTC of before or of after a change; try both.
+  const std::time_t wall = to_epoch(fields, true);
+  for (const std::time_t near : {time - DAY, time + DAY}) {
+    std::tm there = {};
+    if (localtime_r(&near, &there) == nullptr) continue;
+    const std::time_t other = wall - there.tm_gmtoff;
+    if (!shows(other, fields, false)) continue;
+    times = {std::min(times.first, other), std::max(times.second, other)};
+  }
+  return times;
 }
 
 }  // namespace
@@ -24,25 +45,37 @@ std::time_t with_daylight_saving(std::tm fields, int is_dst) {
 RowClock::RowClock(std::string format, bool use_utc)
     : format_(std::move(format)), use_utc_(use_utc) {}
 
+bool RowClock::look_ahead(const std::string& text) {
+  std::tm fields;
+  if (!parse_time(text, format_, fields)) return false;
+  const Times times = times_of(fields, use_utc_);
+  if (ahead_ != 0) rises_ += times.second > ahead_ ? 1 : -1;
+  rising_ = rises_ > 0;
+  if (times.first != times.second) {
+    ahead_ = times.second;
+    return true;
+  }
+  // A row outside the hour that comes twice says it for certain.
+  if (ahead_ != 0) rising_ = times.second > ahead_;
+  return false;
+}
+
 std::string RowClock::convert(const std::string& text, std::time_t& time) {
   std::tm fields;
   if (!parse_time(text, format_, fields)) {
     return "'" + text + "' does not match the format '" + format_ + "'";
   }
-  time = resolve(fields);
+  const Times times = times_of(fields, use_utc_);
+  time = resolve(times.first, times.second);
   if (time <= 0) return "'" + text + "' is not after the epoch";
+  if (!shows(time, fields, use_utc_)) return "'" + text + "' is a time that does not exist";
   if (previous_ != 0) rising_ = time > previous_;
   previous_ = time;
   return "";
 }
 
-std::time_t RowClock::resolve(const std::tm& fields) const {
-  const bool is_open = !use_utc_ && fields.tm_isdst < 0;
-  const std::time_t summer = is_open ? with_daylight_saving(fields, 1) : -1;
-  const std::time_t winter = is_open ? with_daylight_saving(fields, 0) : -1;
-  if (summer == -1 || winter == -1) return to_epoch(fields, use_utc_);
-  const auto [first, second] = std::minmax(summer, winter);
-  if (previous_ == 0) return second;
+std::time_t RowClock::resolve(std::time_t first, std::time_t second) const {
+  if (previous_ == 0) return rising_ ? first : second;
   if (rising_ || first > previous_) return first > previous_ ? first : second;
   return second < previous_ ? second : first;
 }

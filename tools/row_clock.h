@@ -13,15 +13,22 @@ class RowClock {
   /// `format` is for strptime.
   RowClock(std::string format, bool use_utc);
 
+  /// Shows the clock the rows to come, in their order, before any is converted. Where the first
+  /// ones lie in an hour that comes twice, only later ones tell which way the rows run. Returns
+  /// whether it should see another.
+  bool look_ahead(const std::string& text);
+
   /// Converts `text`, a date and a time joined by a blank, to seconds since the epoch. Returns what
   /// is wrong with it, nothing for a good one.
   [[nodiscard]] std::string convert(const std::string& text, std::time_t& time);
 
  private:
-  [[nodiscard]] std::time_t resolve(const std::tm& fields) const;
+  [[nodiscard]] std::time_t resolve(std::time_t first, std::time_t second) const;
 
   std::string format_;
   bool use_utc_;
   std::time_t previous_ = 0;  ///< 0 before the first row
-  bool rising_ = false;       ///< whether the last two rows stood oldest first
+  bool rising_ = false;       ///< whether the rows seem to stand oldest first
+  std::time_t ahead_ = 0;     ///< the later of the two times of the row looked at last
+  long rises_ = 0;            ///< among the rows looked at, how many more rise than fall
 };

@@ -7,11 +7,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <exception>
 #include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "cli/options.h"
@@ -62,25 +64,45 @@ class LineReader {
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
 
-  /// Reads the next line, without its end; false at the end of the file and on failure.
+  /// Gives the next line, without its end; false at the end of the file and on failure.
   [[nodiscard]] bool next(std::string_view& line) {
+    if (ahead_.empty()) {
+      if (!read(line)) return false;
+    } else {
+      current_ = std::move(ahead_.front());
+      ahead_.pop_front();
+      line = current_;
+    }
+    ++number_;
+    return true;
+  }
+
+  /// Gives the line behind those looked at before, and keeps it for `next`; false likewise.
+  [[nodiscard]] bool look_ahead(std::string_view& line) {
+    if (!read(line)) return false;
+    ahead_.emplace_back(line);
+    return true;
+  }
+
+  [[nodiscard]] bool has_failed() const { return std::feof(file_) == 0; }
+  /// The number of the line that `next` gave last, counted from 1.
+  [[nodiscard]] std::size_t number() const { return number_; }
+
+ private:
+  bool read(std::string_view& line) {
     const ssize_t size = getline(&buffer_, &capacity_, file_);
     if (size < 0) return false;
-    ++number_;
     line = std::string_view(buffer_, static_cast<std::size_t>(size));
     if (line.ends_with('\n')) line.remove_suffix(1);
     if (line.ends_with('\r')) line.remove_suffix(1);
     return true;
   }
 
-  [[nodiscard]] bool has_failed() const { return std::feof(file_) == 0; }
-  /// The number of the line read last, counted from 1.
-  [[nodiscard]] std::size_t number() const { return number_; }
-
- private:
   std::FILE* file_;
   char* buffer_ = nullptr;
   std::size_t capacity_ = 0;
+  std::deque<std::string> ahead_;
+  std::string current_;
   std::size_t number_ = 0;
 };
 
@@ -107,6 +129,10 @@ std::size_t slot_of(const CParamProperties& param, std::size_t statistic) {
   std::size_t slot = param.aux_1;
   for (std::size_t i = 0; i < statistic; ++i) slot += param.*STATISTICS[i].flag ? 1 : 0;
   return slot;
+}
+
+std::string join_time(const std::vector<std::string_view>& fields) {
+  return std::string(fields[0]) + " " + std::string(fields[1]);
 }
 
 /// Loads one file into an open database. Every function gives what is wrong, nothing on success.
@@ -141,6 +167,12 @@ class Loader {
     return recorder_.add_series(device, options_.minutes, series_) == 0 ? "" : recorder_.error();
   }
 
+  /// Takes a line to come into account, see `RowClock`; returns whether it should see another.
+  bool look_ahead(std::string_view line) {
+    const std::vector<std::string_view> fields = split_fields(line);
+    return fields.size() >= 2 && clock_.look_ahead(join_time(fields));
+  }
+
   /// Records one line.
   [[nodiscard]] std::string load_row(std::string_view line) {
     const std::vector<std::string_view> fields = split_fields(line);
@@ -150,8 +182,7 @@ class Loader {
              std::to_string(wanted);
     }
     std::time_t time = 0;
-    const std::string text = std::string(fields[0]) + " " + std::string(fields[1]);
-    if (std::string wrong = clock_.convert(text, time); !wrong.empty()) return wrong;
+    if (std::string wrong = clock_.convert(join_time(fields), time); !wrong.empty()) return wrong;
     double ratio = 1;
     if (layout_.has_percent && !read_percent(fields[2], ratio)) {
       return "'" + std::string(fields[2]) + "' is no percentage from 0 to 100";
@@ -180,19 +211,25 @@ int fail(const std::string& where, const std::string& wrong) {
   return 1;
 }
 
+/// Loads the lines behind the header. Gives what is wrong with the last one read, or nothing.
+std::string load_rows(Loader& loader, LineReader& lines) {
+  Progress progress;
+  std::string_view line;
+  while (lines.look_ahead(line) && loader.look_ahead(line)) {
+  }
+  while (lines.next(line)) {
+    if (std::string wrong = loader.load_row(line); !wrong.empty()) return wrong;
+    progress.show(lines.number() - 1);
+  }
+  return "";
+}
+
 int load(const LoadOptions& options, CRecorder& recorder, const Layout& layout, LineReader& lines) {
   const auto place = [&] { return options.input_path + ":" + std::to_string(lines.number()); };
   if (recorder.begin() != 0) return fail(options.db_path, recorder.error());
   Loader loader(options, recorder, layout);
   if (std::string wrong = loader.prepare(); !wrong.empty()) return fail(place(), wrong);
-  {
-    Progress progress;
-    std::string_view line;
-    while (lines.next(line)) {
-      if (std::string wrong = loader.load_row(line); !wrong.empty()) return fail(place(), wrong);
-      progress.show(lines.number() - 1);
-    }
-  }
+  if (std::string wrong = load_rows(loader, lines); !wrong.empty()) return fail(place(), wrong);
   if (lines.has_failed()) return fail(options.input_path, std::strerror(errno));
   return recorder.commit() == 0 ? 0 : fail(options.db_path, recorder.error());
 }
