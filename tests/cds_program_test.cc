@@ -66,7 +66,7 @@ class DisplayNames : public testing::Test {
   [[nodiscard]] ProcessResult dump(const std::vector<std::string>& options) const {
     std::vector<std::string> arguments = {"-x", "trend.db", "-d", "site/plant", "-u", "-m", "1"};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    return run_tool("tests/trendcsv_with_local_cds", arguments, "", {}, folder_.path());
+    return run_tool("tests/trendcsv_with_local_cds", arguments, "", {}, enter(folder_.path()));
   }
 
   void expect_dump_with_paths(const std::string& message) const {
@@ -246,7 +246,7 @@ TEST_F(DisplayNames, OfTheExampleComeFromItsFile) {
             0);
   const ProcessResult result = run_tool(
       "tests/trendcsv_with_local_cds", {"-x", db_path, "-d", "site/weather", "-u", "-n", "-m", "1"},
-      "", {}, folder().path());
+      "", {}, enter(folder().path()));
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(result.out.substr(0, result.out.find('\n')),
             "Date,Time,Air pressure [hPa],Outdoor / Temperature [°C] (min),"

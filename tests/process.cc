@@ -37,7 +37,8 @@ std::string read_all(std::FILE* file) {
 }  // namespace
 
 ProcessResult run_process(const std::vector<std::string>& command, const std::string& input,
-                          const Environment& environment, const std::string& folder) {
+                          const Environment& environment,
+                          const std::function<void()>& before_start) {
   const File in = open_scratch_file();
   const File out = open_scratch_file();
   const File err = open_scratch_file();
@@ -46,7 +47,6 @@ ProcessResult run_process(const std::vector<std::string>& command, const std::st
   }
   std::rewind(in.get());
   std::vector<char*> arguments;
-  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command) {
     arguments.push_back(const_cast<char*>(argument.c_str()));
   }
@@ -59,7 +59,8 @@ ProcessResult run_process(const std::vector<std::string>& command, const std::st
     dup2(fileno(out.get()), STDOUT_FILENO);
     dup2(fileno(err.get()), STDERR_FILENO);
     for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
-    if (folder.empty() || chdir(folder.c_str()) == 0) execvp(arguments[0], arguments.data());
+    if (before_start) before_start();
+    execvp(arguments[0], arguments.data());
     _exit(127);
   }
   int status = 0;
@@ -72,6 +73,12 @@ ProcessResult run_process(const std::vector<std::string>& command, const std::st
   return result;
 }
 
+std::function<void()> enter(const std::string& folder) {
+  return [folder] {
+    if (chdir(folder.c_str()) != 0) _exit(127);
+  };
+}
+
 std::vector<std::string> tool_command(const std::string& name) {
   std::vector<std::string> command = {TRENDCSV_EMULATOR};
   command.push_back(std::string(TRENDCSV_BINARY_DIR) + "/" + name);
@@ -80,10 +87,10 @@ std::vector<std::string> tool_command(const std::string& name) {
 
 ProcessResult run_tool(const std::string& name, const std::vector<std::string>& arguments,
                        const std::string& input, const Environment& environment,
-                       const std::string& folder) {
+                       const std::function<void()>& before_start) {
   std::vector<std::string> command = tool_command(name);
   command.insert(command.end(), arguments.begin(), arguments.end());
-  return run_process(command, input, environment, folder);
+  return run_process(command, input, environment, before_start);
 }
 
 TemporaryFolder::TemporaryFolder() {

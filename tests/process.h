@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,11 +18,14 @@ struct ProcessResult {
 using Environment = std::vector<std::pair<std::string, std::string>>;
 
 /// Runs `command`, a program's path and its arguments, with `input` on its standard input, and
-/// waits for its end. It runs in `folder`, where that is not empty.
+/// waits for its end. `before_start` runs in the new process right before the program.
 [[nodiscard]] ProcessResult run_process(const std::vector<std::string>& command,
                                         const std::string& input = "",
                                         const Environment& environment = {},
-                                        const std::string& folder = "");
+                                        const std::function<void()>& before_start = {});
+
+/// For `before_start`: makes `folder` the working directory.
+[[nodiscard]] std::function<void()> enter(const std::string& folder);
 
 /// Runs one of the project's own programs, named like "trendcsv"; under the emulator where the
 /// build is for another machine.
@@ -29,7 +33,7 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
                                      const std::vector<std::string>& arguments,
                                      const std::string& input = "",
                                      const Environment& environment = {},
-                                     const std::string& folder = "");
+                                     const std::function<void()>& before_start = {});
 
 /// The command that runs one of the project's own programs.
 [[nodiscard]] std::vector<std::string> tool_command(const std::string& name);
