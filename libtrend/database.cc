@@ -130,39 +130,89 @@ bool lock(sqlite3* db, const OpenOptions& options, std::string& error) {
   return false;
 }
 
+/// `path` without links, empty on failure. SQLite looks for a database's logs beside that.
+std::string resolve(const std::string& path) {
+  const std::unique_ptr<char, void (*)(void*)> resolved(realpath(path.c_str(), nullptr), free);
+  return resolved ? resolved.get() : "";
+}
+
+/// The begin of a database file, as SQLite's file format has it.
+class Header {
+ public:
+  explicit Header(const std::string& file) {
+    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status = {};
+    if (fd < 0) return;
+    const bool is_read = ::read(fd, bytes_, SIZE) == ssize_t{SIZE} && fstat(fd, &status) == 0;
+    ::close(fd);
+    if (is_read && std::memcmp(bytes_, MAGIC, sizeof MAGIC) == 0) file_size_ = status.st_size;
+  }
+
+  [[nodiscard]] bool asks_for_write_ahead_log() const { return file_size_ > 0 && bytes_[19] == 2; }
+
+  /// Whether it is that of a trend database, and the file is as long as it should be.
+  [[nodiscard]] bool is_sound() const {
+    const std::int64_t page_size = bytes_[16] == 0 && bytes_[17] == 1 ? 65536 : number(16) >> 16;
+    const bool knows_length = number(24) == number(92);
+    return file_size_ > 0 && page_size > 0 && file_size_ % page_size == 0 &&
+           (!knows_length || number(28) * page_size <= file_size_) &&
+           number(60) == FORMAT_VERSION && number(68) == APPLICATION_ID;
+  }
+
+ private:
+  static constexpr std::size_t SIZE = 100;
+  static constexpr char MAGIC[] = "SQLite format 3";
+
+  [[nodiscard]] std::int64_t number(std::size_t offset) const {
+    std::int64_t value = 0;
+    for (std::size_t i = offset; i < offset + 4; ++i) value = value << 8 | bytes_[i];
+    return value;
+  }
+
+  unsigned char bytes_[SIZE] = {};
+  std::int64_t file_size_ = 0;  ///< 0 where there is no database at all
+};
+
+/// Whether a log or journal that holds anything stands beside the database `file`.
+bool has_journal(const std::string& file) {
+  for (const char* suffix : {"-wal", "-journal"}) {
+    struct stat journal = {};
+    if (lstat((file + suffix).c_str(), &journal) == 0 ? journal.st_size > 0 : errno != ENOENT) {
+      return true;
+    }
+  }
+  return false;
+}
+
 /// Whether the database at `path` is complete in its one file although its header asks for a
 /// write-ahead log: there is no such log beside it, and none can be made there. A program that has
 /// the database open for writing keeps a log beside it, so nobody is writing either.
 bool is_complete_without_log(const std::string& path) {
-  const std::unique_ptr<char, void (*)(void*)> resolved(realpath(path.c_str(), nullptr), free);
-  if (!resolved) return false;
-  const std::string file = resolved.get();
-
-  constexpr std::size_t READ_VERSION_OFFSET = 19;
-  constexpr unsigned char WRITE_AHEAD_LOG = 2;
-  unsigned char header[READ_VERSION_OFFSET + 1] = {};
-  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const ssize_t size = ::read(fd, header, sizeof header);
-  ::close(fd);
-  if (size != sizeof header || header[READ_VERSION_OFFSET] != WRITE_AHEAD_LOG) return false;
-
+  const std::string file = resolve(path);
+  if (file.empty() || !Header(file).asks_for_write_ahead_log()) return false;
   struct stat log = {};
   if (lstat((file + "-wal").c_str(), &log) == 0 || errno != ENOENT) return false;
   const std::string folder = file.substr(0, file.rfind('/') + 1);
   return access(folder.c_str(), W_OK) != 0;
 }
 
+/// Whether the file at `path`, which no writer is at work on, is no trend database or a part of
+/// one. SQLite would make files beside it before it sees that, and takes a page cut short for a
+/// whole one.
+bool is_unsound(const std::string& path) {
+  const std::string file = resolve(path);
+  return !has_journal(file) && !Header(file).is_sound() && !has_journal(file);
+}
+
 /// The name under which SQLite opens the file `path` as one that nobody changes.
 std::string immutable_name(const std::string& path) {
-  const std::unique_ptr<char, void (*)(void*)> resolved(realpath(path.c_str(), nullptr), free);
   std::string name = "file://";
-  for (const char* c = resolved ? resolved.get() : ""; *c != '\0'; ++c) {
-    if (std::strchr("?#%", *c) == nullptr) {
-      name += *c;
+  for (const char c : resolve(path)) {
+    if (std::strchr("?#%", c) == nullptr) {
+      name += c;
     } else {
       constexpr const char* DIGITS = "0123456789ABCDEF";
-      name += {'%', DIGITS[*c / 16], DIGITS[*c % 16]};
+      name += {'%', DIGITS[c / 16], DIGITS[c % 16]};
     }
   }
   return name + "?immutable=1";
@@ -170,6 +220,10 @@ std::string immutable_name(const std::string& path) {
 
 Database open_for_reading(const std::string& path, const std::string& name,
                           const OpenOptions& options, std::string& error) {
+  if (is_unsound(path)) {
+    error = "it is no whole trend database";
+    return nullptr;
+  }
   Database db = connect(name, SQLITE_OPEN_READONLY, options, error);
   if (db && verify(db.get(), error)) return db;
   if (!is_complete_without_log(path)) return nullptr;
