@@ -1,6 +1,5 @@
 #include "libtrend/database.h"
 
-#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,7 +8,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
 #include "libtrend/schema.h"
@@ -25,24 +23,25 @@ bool execute(sqlite3* db, const std::string& sql) {
   return sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
-/// Opens `name` without reading it yet, and configures the connection so that a database from an
-/// untrusted source can do no harm. Returns null on failure.
-Database connect(const std::string& name, int flags, const OpenOptions& options,
-                 std::string& error) {
+/// Opens `name` without reading it yet. Returns null on failure.
+Database connect(const std::string& name, int flags, std::string& error) {
   sqlite3* handle = nullptr;
   const int status = sqlite3_open_v2(name.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, nullptr);
   Database db(handle);
-  if (status != SQLITE_OK) {
-    error = db ? sqlite3_errmsg(db.get()) : "out of memory";
-    return nullptr;
-  }
+  if (status == SQLITE_OK) return db;
+  error = db ? sqlite3_errmsg(db.get()) : "out of memory";
+  return nullptr;
+}
+
+/// Configures a connection as `options` ask, and so that a database from an untrusted source can
+/// do no harm. False on failure.
+bool configure(sqlite3* db, const OpenOptions& options, std::string& error) {
   constexpr unsigned MAX_SECONDS = INT_MAX / 1000;
-  sqlite3_busy_timeout(db.get(),
-                       static_cast<int>(std::min(options.busy_timeout, MAX_SECONDS) * 1000));
-  sqlite3_db_config(db.get(), SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-  sqlite3_db_config(db.get(), SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-  sqlite3_db_config(db.get(), SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
-  sqlite3_db_config(db.get(), SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+  sqlite3_busy_timeout(db, static_cast<int>(std::min(options.busy_timeout, MAX_SECONDS) * 1000));
+  sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+  sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+  sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+  sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
   std::string settings = "PRAGMA cell_size_check = ON; PRAGMA foreign_keys = ON;";
   if (options.page_size != 0) {
     settings += "PRAGMA page_size = " + std::to_string(options.page_size) + ";";
@@ -54,11 +53,9 @@ Database connect(const std::string& name, int flags, const OpenOptions& options,
   }
   if (options.heap_limit != 0) sqlite3_soft_heap_limit64(options.heap_limit);
   if (options.exclusive) settings += "PRAGMA locking_mode = EXCLUSIVE;";
-  if (!execute(db.get(), settings)) {
-    error = sqlite3_errmsg(db.get());
-    return nullptr;
-  }
-  return db;
+  if (execute(db, settings)) return true;
+  error = sqlite3_errmsg(db);
+  return false;
 }
 
 /// Reads the one number that `sql` yields; false on failure.
@@ -130,22 +127,19 @@ bool lock(sqlite3* db, const OpenOptions& options, std::string& error) {
   return false;
 }
 
-/// `path` without links, empty on failure. SQLite looks for a database's logs beside that.
-std::string resolve(const std::string& path) {
-  const std::unique_ptr<char, void (*)(void*)> resolved(realpath(path.c_str(), nullptr), free);
-  return resolved ? resolved.get() : "";
-}
-
-/// The begin of a database file, as SQLite's file format has it.
+/// The begin of a database file, as SQLite's file format has it. It is read by SQLite: a file
+/// descriptor of our own, once closed, would end the locks of all connections of this process.
 class Header {
  public:
-  explicit Header(const std::string& file) {
-    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    struct stat status = {};
-    if (fd < 0) return;
-    const bool is_read = ::read(fd, bytes_, SIZE) == ssize_t{SIZE} && fstat(fd, &status) == 0;
-    ::close(fd);
-    if (is_read && std::memcmp(bytes_, MAGIC, sizeof MAGIC) == 0) file_size_ = status.st_size;
+  explicit Header(sqlite3* db) {
+    sqlite3_file* file = nullptr;
+    sqlite3_int64 size = 0;
+    if (sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK &&
+        file->pMethods->xRead(file, bytes_, SIZE, 0) == SQLITE_OK &&
+        file->pMethods->xFileSize(file, &size) == SQLITE_OK &&
+        std::memcmp(bytes_, MAGIC, sizeof MAGIC) == 0) {
+      file_size_ = size;
+    }
   }
 
   [[nodiscard]] bool asks_for_write_ahead_log() const { return file_size_ > 0 && bytes_[19] == 2; }
@@ -160,7 +154,7 @@ class Header {
   }
 
  private:
-  static constexpr std::size_t SIZE = 100;
+  static constexpr int SIZE = 100;
   static constexpr char MAGIC[] = "SQLite format 3";
 
   [[nodiscard]] std::int64_t number(std::size_t offset) const {
@@ -173,69 +167,70 @@ class Header {
   std::int64_t file_size_ = 0;  ///< 0 where there is no database at all
 };
 
-/// Whether a log or journal that holds anything stands beside the database `file`.
-bool has_journal(const std::string& file) {
-  for (const char* suffix : {"-wal", "-journal"}) {
-    struct stat journal = {};
-    if (lstat((file + suffix).c_str(), &journal) == 0 ? journal.st_size > 0 : errno != ENOENT) {
-      return true;
-    }
-  }
-  return false;
+/// The absolute path of the database file, without links.
+const char* file_name(sqlite3* db) { return sqlite3_db_filename(db, "main"); }
+
+/// Whether `file` exists, or may exist out of sight.
+bool may_exist(const char* file) {
+  struct stat status = {};
+  return lstat(file, &status) == 0 || errno != ENOENT;
 }
 
-/// Whether the database at `path` is complete in its one file although its header asks for a
-/// write-ahead log: there is no such log beside it, and none can be made there. A program that has
-/// the database open for writing keeps a log beside it, so nobody is writing either.
-bool is_complete_without_log(const std::string& path) {
-  const std::string file = resolve(path);
-  if (file.empty() || !Header(file).asks_for_write_ahead_log()) return false;
-  struct stat log = {};
-  if (lstat((file + "-wal").c_str(), &log) == 0 || errno != ENOENT) return false;
+/// Whether a log or journal stands beside the database, as when a writer is at work.
+bool has_journal(sqlite3* db) {
+  const char* file = file_name(db);
+  return may_exist(sqlite3_filename_wal(file)) || may_exist(sqlite3_filename_journal(file));
+}
+
+/// Whether the file, which no writer is at work on, is no trend database or but a part of one.
+/// SQLite would make files beside it before it sees that, and takes a page cut short for a whole
+/// one.
+bool is_unsound(sqlite3* db) {
+  return !has_journal(db) && !Header(db).is_sound() && !has_journal(db);
+}
+
+/// Whether the database is complete in its one file although its header asks for a write-ahead
+/// log: there is no such log beside it, and none can be made there. A program that has the
+/// database open for writing keeps a log beside it, so nobody is writing either.
+bool is_complete_without_log(sqlite3* db) {
+  const std::string file = file_name(db);
   const std::string folder = file.substr(0, file.rfind('/') + 1);
-  return access(folder.c_str(), W_OK) != 0;
+  return Header(db).asks_for_write_ahead_log() && !may_exist(sqlite3_filename_wal(file_name(db))) &&
+         access(folder.c_str(), W_OK) != 0;
 }
 
-/// Whether the file at `path`, which no writer is at work on, is no trend database or a part of
-/// one. SQLite would make files beside it before it sees that, and takes a page cut short for a
-/// whole one.
-bool is_unsound(const std::string& path) {
-  const std::string file = resolve(path);
-  return !has_journal(file) && !Header(file).is_sound() && !has_journal(file);
-}
-
-/// The name under which SQLite opens the file `path` as one that nobody changes.
-std::string immutable_name(const std::string& path) {
+/// The name under which SQLite opens `file`, an absolute path, as one that nobody changes.
+std::string immutable_name(const char* file) {
   std::string name = "file://";
-  for (const char c : resolve(path)) {
-    if (std::strchr("?#%", c) == nullptr) {
-      name += c;
+  for (const char* c = file; *c != '\0'; ++c) {
+    if (std::strchr("?#%", *c) == nullptr) {
+      name += *c;
     } else {
       constexpr const char* DIGITS = "0123456789ABCDEF";
-      name += {'%', DIGITS[c / 16], DIGITS[c % 16]};
+      name += {'%', DIGITS[*c / 16], DIGITS[*c % 16]};
     }
   }
   return name + "?immutable=1";
 }
 
-Database open_for_reading(const std::string& path, const std::string& name,
-                          const OpenOptions& options, std::string& error) {
-  if (is_unsound(path)) {
+Database open_for_reading(const std::string& name, const OpenOptions& options, std::string& error) {
+  Database db = connect(name, SQLITE_OPEN_READONLY, error);
+  if (!db) return nullptr;
+  if (is_unsound(db.get())) {
     error = "it is no whole trend database";
     return nullptr;
   }
-  Database db = connect(name, SQLITE_OPEN_READONLY, options, error);
-  if (db && verify(db.get(), error)) return db;
-  if (!is_complete_without_log(path)) return nullptr;
-  db = connect(immutable_name(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, options, error);
-  if (db && verify(db.get(), error)) return db;
+  if (configure(db.get(), options, error) && verify(db.get(), error)) return db;
+  if (!is_complete_without_log(db.get())) return nullptr;
+  db = connect(immutable_name(file_name(db.get())), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, error);
+  if (db && configure(db.get(), options, error) && verify(db.get(), error)) return db;
   return nullptr;
 }
 
 Database open_for_writing(const std::string& name, const OpenOptions& options, std::string& error) {
   const int flags = SQLITE_OPEN_READWRITE | (options.create ? SQLITE_OPEN_CREATE : 0);
-  Database db = connect(name, flags, options, error);
-  if (!db) return nullptr;
+  Database db = connect(name, flags, error);
+  if (!db || !configure(db.get(), options, error)) return nullptr;
   const bool is_new = options.create && is_blank(db.get());
   if (is_new ? !create_schema(db.get(), error) : !verify(db.get(), error)) return nullptr;
   const bool keeps_journal = !is_new && options.journal == Journal::AS_FOUND;
@@ -258,7 +253,7 @@ Database open_database(const std::string& path, const OpenOptions& options, std:
   }
   // SQLite gives names like ":memory:" and "file:x" a meaning of their own.
   const std::string name = path.starts_with('/') ? path : "./" + path;
-  Database db = options.read_only ? open_for_reading(path, name, options, error)
+  Database db = options.read_only ? open_for_reading(name, options, error)
                                   : open_for_writing(name, options, error);
   if (db && options.exclusive && !lock(db.get(), options, error)) db.reset();
   if (!db && !exists) unlink(path.c_str());
