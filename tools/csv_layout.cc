@@ -42,9 +42,9 @@ double find_printed(double value, std::string_view text) {
   return value;
 }
 
-std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
-
 }  // namespace
+
+std::string quote(std::string_view text) { return std::string("'").append(text).append("'"); }
 
 std::vector<std::string_view> split_fields(std::string_view line) {
   std::vector<std::string_view> fields;
@@ -70,7 +70,7 @@ std::string read_header(std::string_view line, Layout& layout) {
           return colon != field.npos && field.substr(colon) == candidate.path_suffix;
         });
     if (statistic == STATISTICS.end()) {
-      return "column " + quoted(field) + " is no parameter path with a statistic behind a colon";
+      return "column " + quote(field) + " is no parameter path with a statistic behind a colon";
     }
     const std::string_view path = field.substr(0, colon);
     auto param = std::find_if(layout.params.begin(), layout.params.end(),
@@ -80,7 +80,7 @@ std::string read_header(std::string_view line, Layout& layout) {
       param = layout.params.end() - 1;
     }
     bool& has_column = (*param).*statistic->flag;
-    if (has_column) return "column " + quoted(field) + " stands there twice";
+    if (has_column) return "column " + quote(field) + " stands there twice";
     has_column = true;
     layout.columns.push_back({static_cast<std::size_t>(param - layout.params.begin()),
                               static_cast<std::size_t>(statistic - STATISTICS.begin())});

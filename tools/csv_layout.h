@@ -24,6 +24,9 @@ struct Layout {
   [[nodiscard]] std::size_t fixed_fields() const { return has_percent ? 3 : 2; }
 };
 
+/// A piece of input as messages show it.
+[[nodiscard]] std::string quote(std::string_view text);
+
 /// Splits a line at every comma.
 [[nodiscard]] std::vector<std::string_view> split_fields(std::string_view line);
 

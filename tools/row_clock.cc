@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "cli/input_time.h"
+#include "tools/csv_layout.h"
 
 namespace {
 
@@ -63,12 +64,12 @@ bool RowClock::look_ahead(const std::string& text) {
 std::string RowClock::convert(const std::string& text, std::time_t& time) {
   std::tm fields;
   if (!parse_time(text, format_, fields)) {
-    return "'" + text + "' does not match the format '" + format_ + "'";
+    return quote(text) + " does not match the format " + quote(format_);
   }
   const Times times = times_of(fields, use_utc_);
   time = resolve(times.first, times.second);
-  if (time <= 0) return "'" + text + "' is not after the epoch";
-  if (!shows(time, fields, use_utc_)) return "'" + text + "' is a time that does not exist";
+  if (time <= 0) return quote(text) + " is not after the epoch";
+  if (!shows(time, fields, use_utc_)) return quote(text) + " is a time that does not exist";
   if (previous_ != 0) rising_ = time > previous_;
   previous_ = time;
   return "";

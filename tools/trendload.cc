@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <exception>
 #include <limits>
 #include <memory>
@@ -20,6 +19,7 @@
 #include "columns/statistics.h"
 #include "libtrend/recorder.h"
 #include "tools/csv_layout.h"
+#include "tools/line_reader.h"
 #include "tools/row_clock.h"
 
 using toolkit::trend::CDeviceProperties;
@@ -55,56 +55,6 @@ struct FileCloser {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
-
-/// The input, line by line.
-class LineReader {
- public:
-  explicit LineReader(std::FILE* file) : file_(file) {}
-  ~LineReader() { std::free(buffer_); }
-  LineReader(const LineReader&) = delete;
-  LineReader& operator=(const LineReader&) = delete;
-
-  /// Gives the next line, without its end; false at the end of the file and on failure.
-  [[nodiscard]] bool next(std::string_view& line) {
-    if (ahead_.empty()) {
-      if (!read(line)) return false;
-    } else {
-      current_ = std::move(ahead_.front());
-      ahead_.pop_front();
-      line = current_;
-    }
-    ++number_;
-    return true;
-  }
-
-  /// Gives the line behind those looked at before, and keeps it for `next`; false likewise.
-  [[nodiscard]] bool look_ahead(std::string_view& line) {
-    if (!read(line)) return false;
-    ahead_.emplace_back(line);
-    return true;
-  }
-
-  [[nodiscard]] bool has_failed() const { return std::feof(file_) == 0; }
-  /// The number of the line that `next` gave last, counted from 1.
-  [[nodiscard]] std::size_t number() const { return number_; }
-
- private:
-  bool read(std::string_view& line) {
-    const ssize_t size = getline(&buffer_, &capacity_, file_);
-    if (size < 0) return false;
-    line = std::string_view(buffer_, static_cast<std::size_t>(size));
-    if (line.ends_with('\n')) line.remove_suffix(1);
-    if (line.ends_with('\r')) line.remove_suffix(1);
-    return true;
-  }
-
-  std::FILE* file_;
-  char* buffer_ = nullptr;
-  std::size_t capacity_ = 0;
-  std::deque<std::string> ahead_;
-  std::string current_;
-  std::size_t number_ = 0;
-};
 
 /// Shows on a terminal how far a long load has come.
 class Progress {
@@ -157,7 +107,7 @@ class Loader {
     for (const ValueColumn& column : layout_.columns) {
       const CParamProperties& param = recorded[column.param];
       if (!(param.*STATISTICS[column.statistic].flag)) {
-        return "parameter '" + param.path + "' is recorded without " +
+        return "parameter " + quote(param.path) + " is recorded without " +
                STATISTICS[column.statistic].path_suffix;
       }
       slots_.push_back(slot_of(param, column.statistic));
@@ -185,12 +135,12 @@ class Loader {
     if (std::string wrong = clock_.convert(join_time(fields), time); !wrong.empty()) return wrong;
     double ratio = 1;
     if (layout_.has_percent && !read_percent(fields[2], ratio)) {
-      return "'" + std::string(fields[2]) + "' is no percentage from 0 to 100";
+      return quote(fields[2]) + " is no percentage from 0 to 100";
     }
     for (std::size_t i = 0; i < slots_.size(); ++i) {
       const std::string_view field = fields[layout_.fixed_fields() + i];
       if (!read_value(field, values_[slots_[i]])) {
-        return "'" + std::string(field) + "' is no number";
+        return quote(field) + " is no number";
       }
     }
     return recorder_.append(series_, time, ratio, values_) == 0 ? "" : recorder_.error();
