@@ -226,6 +226,8 @@ TEST_F(PrintRow, LeavesTimesBeyond32BitsWide) {
     EXPECT_EQ(row(later, 15), "2100-01-01,00:00\n");
     options_.interval_begin = true;
     EXPECT_EQ(row(later, 15), "2099-12-31,23:45\n");
+    // Lengths wrap all the same.
+    EXPECT_EQ(row(later, 50000000), "2141-01-14,01:08\n");
   } else {
     EXPECT_EQ(row(2147483647, 15), "2038-01-19,03:14\n");
   }

@@ -345,6 +345,8 @@ TEST(ParamPathLess, MatchesWholeFoldersOnly) {
   // "b/" is not the folder of "bb/a/a".
   expect_ascending({"b/x", "bb/a/a"});
   expect_ascending({"ba/a/a", "bb/x"});
+  // '-' sorts before '/'.
+  expect_ascending({"b-/a/a", "b/x", "b/a/a"});
 }
 
 TEST(ParamPathLess, TakesALeadingSlashForNoFolder) {
@@ -356,6 +358,19 @@ TEST(ParamPathLess, TakesALeadingSlashForNoFolder) {
 }
 
 TEST(ParamPathLess, PutsAnEmptyPathFirst) { expect_ascending({"", "a", "/", "a/b"}); }
+
+TEST(ParamPathLess, IsATotalOrderOfPaths) {
+  Names paths = {""};
+  for (std::size_t i = 0; paths[i].size() < 5; ++i) {
+    for (const char* letter : {"/", "-", "a"}) paths.push_back(paths[i] + letter);
+  }
+  std::sort(paths.begin(), paths.end(), less);
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    for (std::size_t j = 0; j < paths.size(); ++j) {
+      ASSERT_EQ(less(paths[i], paths[j]), i < j) << paths[i] << " and " << paths[j];
+    }
+  }
+}
 
 TEST(ParamPathLess, IsFalseForEqualPaths) {
   for (const char* path : {"", "a", "/a", "a/b/c"}) EXPECT_FALSE(less(path, path));
