@@ -11,9 +11,9 @@ namespace toolkit::trend {
 namespace {
 
 constexpr const char* ROWS_ASCENDING =
-    "SELECT id, valid_ratio, samples FROM snapshot WHERE id BETWEEN ?1 AND ?2 ORDER BY id";
+    "SELECT id, valid_ratio, samples FROM snapshot WHERE id >= ?1 ORDER BY id";
 constexpr const char* ROWS_DESCENDING =
-    "SELECT id, valid_ratio, samples FROM snapshot WHERE id BETWEEN ?1 AND ?2 ORDER BY id DESC";
+    "SELECT id, valid_ratio, samples FROM snapshot WHERE id <= ?1 ORDER BY id DESC";
 constexpr const char* LAST_ROW =
     "SELECT id FROM snapshot WHERE id BETWEEN ?1 AND ?2 ORDER BY id DESC LIMIT 1";
 
@@ -21,27 +21,33 @@ constexpr const char* LAST_ROW =
 constexpr std::int64_t NO_ROW = 0;
 constexpr std::int64_t NOT_KNOWN = -1;
 
-/// The rows of one series, walked in the order of the query.
+/// The rows of one series from `earliest` to `latest`, walked in the order of the query.
 class Cursor {
  public:
-  Cursor(Statement& rows, const Series& series, bool ascending)
+  Cursor(Statement& rows, const Series& series, bool ascending, std::int64_t earliest,
+         std::int64_t latest)
       : rows_(&rows),
-        ascending_(ascending),
         base_(series.id * (MAX_TIMESTAMP + 1)),
-        minutes_(series.minutes) {}
+        minutes_(series.minutes),
+        ascending_(ascending),
+        earliest_(earliest),
+        latest_(latest) {}
 
-  /// Goes to the first row from `earliest` to `latest`; false on failure.
-  [[nodiscard]] bool start(std::int64_t earliest, std::int64_t latest) {
-    rows_->bind(1, base_ + earliest);
-    rows_->bind(2, base_ + latest);
-    earliest_ = earliest;
-    latest_ = latest;
+  /// Goes to the first row; false on failure.
+  [[nodiscard]] bool start() {
+    rows_->bind(1, base_ + (ascending_ ? earliest_ : latest_));
     return step();
   }
 
   /// Goes from a row to the next; false on failure.
   [[nodiscard]] bool advance() {
     passed_ = head_;
+    // In a damaged table, keys may stand out of order.
+    if (ascending_) {
+      earliest_ = head_ + 1;
+    } else {
+      latest_ = head_ - 1;
+    }
     return step();
   }
 
@@ -85,19 +91,19 @@ class Cursor {
     if (step != Statement::Step::ROW) return step == Statement::Step::DONE;
     std::int64_t id = 0;
     if (!rows_->read(0, id)) return false;
-    // In a damaged table, keys may stand out of order.
-    if (id < base_ + earliest_ || id > base_ + latest_) return false;
+    // SQLite is asked for one bound alone, as it would look at the other at every row too.
+    if (ascending_ ? id > base_ + latest_ : id < base_ + earliest_) return true;
+    if (ascending_ ? id < base_ + earliest_ : id > base_ + latest_) return false;
     head_ = id - base_;
-    (ascending_ ? earliest_ : latest_) = head_ + (ascending_ ? 1 : -1);
     return true;
   }
 
   RunningStatement rows_;
-  bool ascending_;
-  std::int64_t earliest_ = 0;  ///< the earliest time that the next row can have
-  std::int64_t latest_ = 0;    ///< and the latest
   std::int64_t base_;
   std::uint32_t minutes_;
+  bool ascending_;
+  std::int64_t earliest_;  ///< of the rows to come
+  std::int64_t latest_;
   std::int64_t head_ = NO_ROW;
   std::int64_t passed_ = NOT_KNOWN;
 };
@@ -112,8 +118,8 @@ bool start(const RowQuery& query, std::vector<Statement>& statements,
     const bool may_hide = i + 1 < query.series.size() && !query.ascending;
     const std::int64_t earliest =
         may_hide ? std::max<std::int64_t>(1, query.earliest - longest + 1) : query.earliest;
-    cursors.emplace_back(statements[i], query.series[i], query.ascending);
-    if (!cursors.back().start(earliest, query.latest)) return false;
+    cursors.emplace_back(statements[i], query.series[i], query.ascending, earliest, query.latest);
+    if (!cursors.back().start()) return false;
   }
   return true;
 }

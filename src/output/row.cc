@@ -52,7 +52,7 @@ class RowText {
     const auto size = static_cast<std::size_t>(end_ - text_.data());
     const char last = end_[-1];
     end_ = text_.data();
-    return std::fwrite(text_.data(), 1, size, out_) == size ? last : EOF;
+    return fwrite_unlocked(text_.data(), 1, size, out_) == size ? last : EOF;
   }
 
  private:

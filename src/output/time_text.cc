@@ -1,38 +1,57 @@
 #include "output/time_text.h"
 
+#include <array>
 #include <cstring>
 
 namespace {
 
+/// The numbers from 0 to 99 in two digits each.
+constexpr auto TWO_DIGITS = [] {
+  std::array<char, 200> digits{};
+  for (int i = 0; i < 100; ++i) {
+    digits[static_cast<std::size_t>(2 * i)] = static_cast<char>('0' + i / 10);
+    digits[static_cast<std::size_t>(2 * i + 1)] = static_cast<char>('0' + i % 10);
+  }
+  return digits;
+}();
+
 char* write_two_digits(int number, char* text) {
-  text[0] = static_cast<char>('0' + number / 10);
-  text[1] = static_cast<char>('0' + number % 10);
+  std::memcpy(text, &TWO_DIGITS[static_cast<std::size_t>(2 * number)], 2);
   return text + 2;
 }
 
-char* write_year(int year, char* text) {
+char* write_year(const std::tm& fields, char* text) {
+  const int year = fields.tm_year + 1900;
   return write_two_digits(year % 100, write_two_digits(year / 100, text));
+}
+
+char* write_date(const std::tm& fields, char* text) {
+  text = write_year(fields, text);
+  *text = '-';
+  text = write_two_digits(fields.tm_mon + 1, text + 1);
+  *text = '-';
+  return write_two_digits(fields.tm_mday, text + 1);
+}
+
+char* write_hour_and_minute(const std::tm& fields, char* text) {
+  text = write_two_digits(fields.tm_hour, text);
+  *text = ':';
+  return write_two_digits(fields.tm_min, text + 1);
 }
 
 /// Writes one field of the time as strftime does, with digits alone. Returns null for any other.
 char* write_field(char conversion, const std::tm& fields, char* text) {
   switch (conversion) {
     case 'F':
-      text = write_field('Y', fields, text);
-      *text++ = '-';
-      text = write_field('m', fields, text);
-      *text++ = '-';
-      return write_field('d', fields, text);
+      return write_date(fields, text);
     case 'R':
-      text = write_field('H', fields, text);
-      *text++ = ':';
-      return write_field('M', fields, text);
+      return write_hour_and_minute(fields, text);
     case 'T':
-      text = write_field('R', fields, text);
-      *text++ = ':';
-      return write_field('S', fields, text);
+      text = write_hour_and_minute(fields, text);
+      *text = ':';
+      return write_two_digits(fields.tm_sec, text + 1);
     case 'Y':
-      return write_year(fields.tm_year + 1900, text);
+      return write_year(fields, text);
     case 'm':
       return write_two_digits(fields.tm_mon + 1, text);
     case 'd':
