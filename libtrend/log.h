@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "libtrend/recycling_allocator.h"
+
 namespace toolkit::trend {
 
 /// One trended device.
@@ -53,12 +55,15 @@ struct CSample {
   double sum;
 };
 
+/// The samples of a row.
+using CSamples = std::vector<CSample, RecyclingAllocator<CSample>>;
+
 /// One row of trend data.
 struct CSnapshot {
   std::uint32_t interval_minutes = 0;
-  std::time_t timestamp = 0;     ///< end of the interval, seconds since the epoch
-  double valid_ratio = 0;        ///< share of valid data, 0 to 1
-  std::vector<CSample> samples;  ///< one per parameter asked for, in that order
+  std::time_t timestamp = 0;  ///< end of the interval, seconds since the epoch
+  double valid_ratio = 0;     ///< share of valid data, 0 to 1
+  CSamples samples;           ///< one per parameter asked for, in that order
 };
 
 /// The result of one query.

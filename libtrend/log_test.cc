@@ -133,7 +133,7 @@ TEST_F(Log, GivesEveryStatisticAndNaNForWhatARowLacks) {
   EXPECT_EQ(data.snapshots[0].timestamp, 7200);
   EXPECT_EQ(data.snapshots[0].interval_minutes, 5U);
   EXPECT_EQ(data.snapshots[0].valid_ratio, 0.5);
-  const std::vector<CSample>& samples = data.snapshots[0].samples;
+  const CSamples& samples = data.snapshots[0].samples;
   ASSERT_EQ(samples.size(), 2U);
   EXPECT_EQ(samples[0].min, 1);
   EXPECT_EQ(samples[0].max, 2);

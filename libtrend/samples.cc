@@ -32,7 +32,7 @@ void store_big_endian(double value, unsigned char* bytes) {
 }  // namespace
 
 bool unpack_samples(std::span<const unsigned char> bytes,
-                    const std::vector<CParamProperties>& params, std::vector<CSample>& samples) {
+                    const std::vector<CParamProperties>& params, CSamples& samples) {
   if (bytes.size() % VALUE_SIZE != 0) return false;
   const unsigned char* const end = bytes.data() + bytes.size();
   samples.assign(params.size(), CSample{LACKING, LACKING, LACKING, LACKING, LACKING});

@@ -11,8 +11,7 @@ namespace toolkit::trend {
 /// Unpacks the values of `params`, one sample each, out of a row's packed bytes. False where these
 /// are no whole number of values.
 [[nodiscard]] bool unpack_samples(std::span<const unsigned char> bytes,
-                                  const std::vector<CParamProperties>& params,
-                                  std::vector<CSample>& samples);
+                                  const std::vector<CParamProperties>& params, CSamples& samples);
 
 /// Packs the values of a row, given in the order of their slots.
 [[nodiscard]] std::vector<unsigned char> pack_samples(std::span<const double> slots);

@@ -75,12 +75,7 @@ void add_sample(RowText& text, const CParamProperties& param, const CSample& sam
 
 int print_row(DumpContext& context, const DumpOptions& options, const CSnapshot& snapshot) {
   const std::time_t time = options.interval_begin ? begin_of(snapshot) : snapshot.timestamp;
-  std::tm fields = {};
-  if (options.use_utc) {
-    gmtime_r(&time, &fields);
-  } else {
-    localtime_r(&time, &fields);
-  }
+  const std::tm fields = context.calendar.fields_at(time, options.use_utc);
   RowText text(context.out);
   text.add_time(options.output_date_format, fields);
   text.add(',');

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "libtrend/log.h"
+#include "trendlog/calendar.h"
 #include "trendlog/dump_options.h"
 
 /// What the stages of one run fill and read. Owns the output stream and the trend log; its end
@@ -22,6 +23,7 @@ struct DumpContext {
   long range_end = 0;      ///< likewise
   unsigned long skip = 0;  ///< rows still to pass over
   std::FILE* out = nullptr;
+  Calendar calendar;  ///< for the times of rows
 };
 
 /// Sets `context.out` to the file that "-f" names, created or emptied, or to standard output.
