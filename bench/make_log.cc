@@ -1,7 +1,7 @@
 // Makes a trend database of any size for benchmarks; the same arguments give the same values.
-//   make_log DB ROWS PARAMETERS [MINUTES ...]
-// Every parameter carries minimum, maximum and average. The intervals, 5 minutes by default, share
-// the rows: the finest has the newest, and each coarser one goes on where the finer one ends.
+//   make_log DB PARAMETERS MINUTES ROWS [MINUTES ROWS ...]
+// Every parameter carries minimum, maximum and average. The rows of all intervals end at the same
+// time, so that those of the coarser ones reach further back.
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -54,17 +54,11 @@ int fail(const CRecorder& recorder) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 4) {
-    std::fputs("usage: make_log DB ROWS PARAMETERS [MINUTES ...]\n", stderr);
+  if (argc < 5 || argc % 2 == 0) {
+    std::fputs("usage: make_log DB PARAMETERS MINUTES ROWS [MINUTES ROWS ...]\n", stderr);
     return 1;
   }
-  const long rows = std::atol(argv[2]);
-  const auto params = static_cast<std::size_t>(std::atol(argv[3]));
-  std::vector<std::uint32_t> intervals;
-  for (int i = 4; i < argc; ++i) {
-    intervals.push_back(static_cast<std::uint32_t>(std::atol(argv[i])));
-  }
-  if (intervals.empty()) intervals = {5};
+  const auto params = static_cast<std::size_t>(std::atol(argv[2]));
 
   CRecorder recorder;
   if (recorder.open(argv[1]) != 0 || recorder.begin() != 0) return fail(recorder);
@@ -77,15 +71,14 @@ int main(int argc, char** argv) {
     if (recorder.add_param(device, param) != 0) return fail(recorder);
   }
   Noise noise;
-  const long share = rows / static_cast<long>(intervals.size());
-  std::int64_t begin = 1900000000 / 86400 * 86400;
-  for (const std::uint32_t minutes : intervals) {
+  constexpr std::int64_t END = 1900000000 / 86400 * 86400;
+  for (int i = 3; i < argc; i += 2) {
+    const auto minutes = static_cast<std::uint32_t>(std::atol(argv[i]));
     const std::int64_t length = 60 * std::int64_t{minutes};
-    const std::int64_t end = begin - begin % length;
-    begin = end - share * length;
     CSeries series;
     if (recorder.add_series(device, minutes, series) != 0) return fail(recorder);
-    for (std::int64_t time = begin + length; time <= end; time += length) {
+    for (std::int64_t row = std::atol(argv[i + 1]) - 1; row >= 0; --row) {
+      const std::int64_t time = END - END % length - row * length;
       if (recorder.append(series, time, 1, make_values(params, noise)) != 0) return fail(recorder);
     }
   }

@@ -35,4 +35,8 @@ struct OpenOptions {
 [[nodiscard]] Database open_database(const std::string& path, const OpenOptions& options,
                                      std::string& error);
 
+/// Gives cached pages back once they take more than a small part of the memory, so that a walk
+/// through a long log, which comes back to no page, takes no more than one through a short log.
+void trim_cache(sqlite3* db);
+
 }  // namespace toolkit::trend

@@ -14,8 +14,9 @@ namespace toolkit::trend {
 /// The connection that the copies of a handle share, and the statements prepared on it. It is
 /// without a database from `close` on.
 struct CLog::Connection {
-  explicit Connection(Database database)
+  Connection(Database database, bool has_own_cache_size)
       : db(std::move(database)),
+        trims_cache(!has_own_cache_size),
         begin(db.get(), "BEGIN"),
         commit(db.get(), "COMMIT"),
         devices(db.get(), "SELECT id, path, description FROM device ORDER BY id"),
@@ -38,6 +39,7 @@ struct CLog::Connection {
   }
 
   Database db;
+  bool trims_cache;  ///< unless the user chose how large it may be
   Statement begin;
   Statement commit;
   Statement devices;
@@ -45,6 +47,15 @@ struct CLog::Connection {
   Statement periods;
   Statement series;
   QueryRunner snapshots;
+};
+
+/// Ends the transaction of a query when this goes out of scope.
+struct CLog::QueryEnd {
+  void operator()(Connection* connection) const {
+    // A transaction that only read has nothing to lose, so how its end went does not matter.
+    static_cast<void>(connection->commit.run());
+    if (connection->trims_cache) trim_cache(connection->db.get());
+  }
 };
 
 namespace {
@@ -58,13 +69,6 @@ int for_each_row(Statement& statement, const TakeRow& take_row) {
   while (step == Statement::Step::ROW && take_row(statement)) step = statement.step();
   return step == Statement::Step::DONE ? 0 : -1;
 }
-
-/// Ends a transaction that only read, when this goes out of scope.
-struct Committer {
-  // Such a transaction has nothing to lose, so how its end went does not matter.
-  void operator()(Statement* commit) const { static_cast<void>(commit->run()); }
-};
-using ReadTransaction = std::unique_ptr<Statement, Committer>;
 
 }  // namespace
 
@@ -84,7 +88,7 @@ int CLog::open(const std::string& path, bool read_only, bool create, unsigned bu
       .journal = traditional_journal ? Journal::ROLLBACK : Journal::WRITE_AHEAD};
   Database db = open_database(path, options, error);
   if (!db) return -1;
-  auto connection = std::make_shared<Connection>(std::move(db));
+  auto connection = std::make_shared<Connection>(std::move(db), cache_size != 0);
   if (!connection->is_usable()) return -1;
   connection_ = std::move(connection);
   return 0;
@@ -153,7 +157,7 @@ int CLog::get_trend_data(CDeviceData& result, const CDeviceParams& device,
 
   // One transaction, so that a row recorded meanwhile is in all of the result or in none of it.
   if (!connection_->begin.run()) return -1;
-  const ReadTransaction transaction(&connection_->commit);
+  const std::unique_ptr<Connection, QueryEnd> transaction(connection_.get());
   connection_->series.bind(1, device.device.aux_1);
   const int status = for_each_row(connection_->series, [&](const Statement& row) {
     std::int64_t id = 0;

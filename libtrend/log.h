@@ -132,6 +132,7 @@ class CLog {
 
  private:
   struct Connection;
+  struct QueryEnd;
   std::shared_ptr<Connection> connection_;
 };
 
