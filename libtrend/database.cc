@@ -33,6 +33,16 @@ Database connect(const std::string& name, int flags, std::string& error) {
   return nullptr;
 }
 
+/// Opens `name` for writing, as `connect` does. SQLite itself makes do with reading.
+Database connect_for_writing(const std::string& name, bool create, std::string& error) {
+  Database db = connect(name, SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0), error);
+  if (db && sqlite3_db_readonly(db.get(), "main") != 0) {
+    error = "it can't be written";
+    return nullptr;
+  }
+  return db;
+}
+
 /// Configures a connection as `options` ask, and so that a database from an untrusted source can
 /// do no harm. False on failure.
 bool configure(sqlite3* db, const OpenOptions& options, std::string& error) {
@@ -91,34 +101,6 @@ bool is_blank(sqlite3* db) {
   return read_number(db, "PRAGMA page_count", pages) && pages == 0;
 }
 
-bool create_schema(sqlite3* db, std::string& error) {
-  // Another program may create the database at the same moment: look again under the lock.
-  if (execute(db, "BEGIN IMMEDIATE")) {
-    std::int64_t tables = 0;
-    if (read_number(db, "SELECT count(*) FROM sqlite_schema", tables) && tables != 0) {
-      return execute(db, "COMMIT") && verify(db, error);
-    }
-    if (execute(db, CREATE_SCHEMA) && execute(db, "COMMIT")) return true;
-  }
-  error = sqlite3_errmsg(db);
-  execute(db, "ROLLBACK");
-  return false;
-}
-
-/// Puts the journal mode of a writable database in force; false on failure.
-bool set_journal(sqlite3* db, Journal journal, std::string& error) {
-  const char* wanted = journal == Journal::ROLLBACK ? "delete" : "wal";
-  const std::string sql = std::string("PRAGMA journal_mode = ") + wanted;
-  Statement statement(db, sql.c_str());
-  std::string mode;
-  if (statement && statement.step() == Statement::Step::ROW && statement.read(0, mode) &&
-      mode == wanted) {
-    return true;
-  }
-  error = sqlite3_errcode(db) == SQLITE_ROW ? "can't set its journal mode" : sqlite3_errmsg(db);
-  return false;
-}
-
 /// Takes the lock of a connection in exclusive locking mode, which then keeps it.
 bool lock(sqlite3* db, const OpenOptions& options, std::string& error) {
   const char* begin = options.read_only ? "BEGIN; SELECT 1 FROM sqlite_schema" : "BEGIN EXCLUSIVE";
@@ -142,20 +124,28 @@ class Header {
     }
   }
 
+  /// Whether the file consists of whole pages, which it does at any time.
+  [[nodiscard]] bool has_whole_pages() const {
+    return page_size() > 0 && file_size_ > 0 && file_size_ % page_size() == 0;
+  }
+
   [[nodiscard]] bool asks_for_write_ahead_log() const { return file_size_ > 0 && bytes_[19] == 2; }
 
-  /// Whether it is that of a trend database, and the file is as long as it should be.
+  /// Whether it is that of a trend database, and the file is as long as it should be when no log
+  /// holds a part of it.
   [[nodiscard]] bool is_sound() const {
-    const std::int64_t page_size = bytes_[16] == 0 && bytes_[17] == 1 ? 65536 : number(16) >> 16;
     const bool knows_length = number(24) == number(92);
-    return file_size_ > 0 && page_size > 0 && file_size_ % page_size == 0 &&
-           (!knows_length || number(28) * page_size <= file_size_) &&
+    return has_whole_pages() && (!knows_length || number(28) * page_size() <= file_size_) &&
            number(60) == FORMAT_VERSION && number(68) == APPLICATION_ID;
   }
 
  private:
   static constexpr int SIZE = 100;
   static constexpr char MAGIC[] = "SQLite format 3";
+
+  [[nodiscard]] std::int64_t page_size() const {
+    return bytes_[16] == 0 && bytes_[17] == 1 ? 65536 : number(16) >> 16;
+  }
 
   [[nodiscard]] std::int64_t number(std::size_t offset) const {
     std::int64_t value = 0;
@@ -176,17 +166,27 @@ bool may_exist(const char* file) {
   return lstat(file, &status) == 0 || errno != ENOENT;
 }
 
-/// Whether a log or journal stands beside the database, as when a writer is at work.
+/// Whether a log or journal that holds anything stands beside the database, as when a writer is at
+/// work. Readers leave empty ones behind.
 bool has_journal(sqlite3* db) {
-  const char* file = file_name(db);
-  return may_exist(sqlite3_filename_wal(file)) || may_exist(sqlite3_filename_journal(file));
+  for (const char* file :
+       {sqlite3_filename_wal(file_name(db)), sqlite3_filename_journal(file_name(db))}) {
+    struct stat status = {};
+    if (stat(file, &status) == 0 ? status.st_size > 0 : errno != ENOENT) return true;
+  }
+  return false;
 }
 
-/// Whether the file, which no writer is at work on, is no trend database or but a part of one.
-/// SQLite would make files beside it before it sees that, and takes a page cut short for a whole
-/// one.
+/// Whether the file is no trend database, or but a part of one. SQLite would make files beside it
+/// before it sees that, and takes a page cut short for a whole one.
 bool is_unsound(sqlite3* db) {
-  return !has_journal(db) && !Header(db).is_sound() && !has_journal(db);
+  // What a writer is about to change is looked at twice.
+  for (int look = 0; look < 2; ++look) {
+    const bool is_written = has_journal(db);
+    const Header header(db);
+    if (is_written ? header.has_whole_pages() : header.is_sound()) return false;
+  }
+  return true;
 }
 
 /// Whether the database is complete in its one file although its header asks for a write-ahead
@@ -227,37 +227,119 @@ Database open_for_reading(const std::string& name, const OpenOptions& options, s
   return nullptr;
 }
 
-Database open_for_writing(const std::string& name, const OpenOptions& options, std::string& error) {
-  const int flags = SQLITE_OPEN_READWRITE | (options.create ? SQLITE_OPEN_CREATE : 0);
-  Database db = connect(name, flags, error);
-  if (!db || !configure(db.get(), options, error)) return nullptr;
-  const bool is_new = options.create && is_blank(db.get());
-  if (is_new ? !create_schema(db.get(), error) : !verify(db.get(), error)) return nullptr;
-  const bool keeps_journal = !is_new && options.journal == Journal::AS_FOUND;
-  if (!keeps_journal && !set_journal(db.get(), options.journal, error)) return nullptr;
-  return db;
+/// Creates the tables in a blank database of our own making; false on failure.
+bool create_tables(sqlite3* db, std::string& error) {
+  if (execute(db, "BEGIN IMMEDIATE")) {
+    if (create_schema(db, error) && execute(db, "COMMIT")) return true;
+    execute(db, "ROLLBACK");
+  }
+  if (error.empty()) error = sqlite3_errmsg(db);
+  return false;
+}
+
+Database open_for_writing(const std::string& name, bool is_created, const OpenOptions& options,
+                          std::string& error) {
+  Database db = connect_for_writing(name, options.create, error);
+  if (!db) return nullptr;
+  const bool makes_tables = options.create && is_blank(db.get());
+  if (configure(db.get(), options, error) &&
+      (makes_tables ? create_tables(db.get(), error) : verify(db.get(), error)) &&
+      set_journal(db.get(), options.traditional_journal, error)) {
+    return db;
+  }
+  if (is_created) remove_blank(db.get());
+  return nullptr;
+}
+
+/// Whether there may be a database at `path`: a regular file or, with `create`, none as yet.
+bool is_place(const std::string& path, bool create, bool& exists, std::string& error) {
+  struct stat file = {};
+  exists = stat(path.c_str(), &file) == 0;
+  if (!exists && (errno != ENOENT || !create)) {
+    error = std::strerror(errno);
+    return false;
+  }
+  if (exists && !S_ISREG(file.st_mode)) {
+    error = "it is no regular file";
+    return false;
+  }
+  return true;
+}
+
+/// The name under which SQLite opens `path` as a file, as it gives names like ":memory:" and
+/// "file:x" a meaning of their own.
+std::string plain_name(const std::string& path) {
+  return path.starts_with('/') ? path : "./" + path;
 }
 
 }  // namespace
 
 Database open_database(const std::string& path, const OpenOptions& options, std::string& error) {
-  struct stat file = {};
-  const bool exists = stat(path.c_str(), &file) == 0;
-  if (!exists && (errno != ENOENT || options.read_only || !options.create)) {
-    error = std::strerror(errno);
-    return nullptr;
-  }
-  if (exists && !S_ISREG(file.st_mode)) {
-    error = "it is no regular file";
-    return nullptr;
-  }
-  // SQLite gives names like ":memory:" and "file:x" a meaning of their own.
-  const std::string name = path.starts_with('/') ? path : "./" + path;
+  bool exists = false;
+  if (!is_place(path, options.create && !options.read_only, exists, error)) return nullptr;
+  const std::string name = plain_name(path);
   Database db = options.read_only ? open_for_reading(name, options, error)
-                                  : open_for_writing(name, options, error);
-  if (db && options.exclusive && !lock(db.get(), options, error)) db.reset();
-  if (!db && !exists) unlink(path.c_str());
+                                  : open_for_writing(name, !exists, options, error);
+  if (db && options.exclusive && !lock(db.get(), options, error)) return nullptr;
   return db;
+}
+
+RecordedDatabase open_to_record(const std::string& path, std::string& error) {
+  bool exists = false;
+  if (!is_place(path, true, exists, error)) return {};
+  RecordedDatabase opened;
+  opened.is_created = !exists;
+  opened.db = connect_for_writing(plain_name(path), true, error);
+  if (!opened.db) return {};
+  opened.is_blank = is_blank(opened.db.get());
+  const OpenOptions options = {.read_only = false, .create = true};
+  if (configure(opened.db.get(), options, error) &&
+      (opened.is_blank || verify(opened.db.get(), error))) {
+    return opened;
+  }
+  if (opened.is_created) remove_blank(opened.db.get());
+  return {};
+}
+
+bool create_schema(sqlite3* db, std::string& error) {
+  std::int64_t tables = 0;
+  if (read_number(db, "SELECT count(*) FROM sqlite_schema", tables) && tables != 0) {
+    return verify(db, error);
+  }
+  if (execute(db, CREATE_SCHEMA)) return true;
+  error = sqlite3_errmsg(db);
+  return false;
+}
+
+bool set_journal(sqlite3* db, bool traditional, std::string& error) {
+  const char* wanted = traditional ? "delete" : "wal";
+  const std::string sql = std::string("PRAGMA journal_mode = ") + wanted;
+  Statement statement(db, sql.c_str());
+  std::string mode;
+  if (statement && statement.step() == Statement::Step::ROW && statement.read(0, mode) &&
+      mode == wanted) {
+    return true;
+  }
+  error = sqlite3_errcode(db) == SQLITE_ROW ? "can't set its journal mode" : sqlite3_errmsg(db);
+  return false;
+}
+
+bool has_moved(sqlite3* db) {
+  int moved = 0;
+  sqlite3_file_control(db, "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+  return moved != 0;
+}
+
+void remove_blank(sqlite3* db) {
+  sqlite3_busy_timeout(db, 0);
+  // Under the lock for writing: another program that waits for it then sees the file gone.
+  if (!execute(db, "BEGIN IMMEDIATE")) return;
+  std::int64_t tables = 0;
+  if (!has_moved(db) && read_number(db, "SELECT count(*) FROM sqlite_schema", tables) &&
+      tables == 0) {
+    unlink(file_name(db));
+  }
+  execute(db, "ROLLBACK");
 }
 
 void trim_cache(sqlite3* db) {

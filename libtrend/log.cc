@@ -77,15 +77,14 @@ int CLog::open(const std::string& path, bool read_only, bool create, unsigned bu
                bool traditional_journal) {
   connection_.reset();
   std::string error;
-  const OpenOptions options = {
-      .read_only = read_only,
-      .create = create,
-      .busy_timeout = busy_timeout,
-      .exclusive = exclusive,
-      .page_size = page_size,
-      .cache_size = cache_size,
-      .heap_limit = heap_limit,
-      .journal = traditional_journal ? Journal::ROLLBACK : Journal::WRITE_AHEAD};
+  const OpenOptions options = {.read_only = read_only,
+                               .create = create,
+                               .busy_timeout = busy_timeout,
+                               .exclusive = exclusive,
+                               .page_size = page_size,
+                               .cache_size = cache_size,
+                               .heap_limit = heap_limit,
+                               .traditional_journal = traditional_journal};
   Database db = open_database(path, options, error);
   if (!db) return -1;
   auto connection = std::make_shared<Connection>(std::move(db), cache_size != 0);

@@ -108,10 +108,10 @@ TEST_F(Log, GivesTheCatalogue) {
 }
 
 TEST_F(Log, SucceedsWithoutIntervals) {
-  {
-    CRecorder recorder;
-    ASSERT_EQ(recorder.open(path_), 0);
-  }
+  CRecorder recorder;
+  ASSERT_EQ(recorder.open(path_), 0);
+  ASSERT_EQ(recorder.begin(), 0);
+  ASSERT_EQ(recorder.commit(), 0);
   ASSERT_EQ(open_for_reading(), 0);
   std::vector<CPeriodProperties> periods;
   EXPECT_EQ(log_.get_periods(periods), 0);

@@ -14,6 +14,8 @@ constexpr const char* ROWS_ASCENDING =
     "SELECT id, valid_ratio, samples FROM snapshot WHERE id >= ?1 ORDER BY id";
 constexpr const char* ROWS_DESCENDING =
     "SELECT id, valid_ratio, samples FROM snapshot WHERE id <= ?1 ORDER BY id DESC";
+constexpr const char* FIRST_ROW =
+    "SELECT id FROM snapshot WHERE id BETWEEN ?1 AND ?2 ORDER BY id LIMIT 1";
 constexpr const char* LAST_ROW =
     "SELECT id FROM snapshot WHERE id BETWEEN ?1 AND ?2 ORDER BY id DESC LIMIT 1";
 
@@ -21,12 +23,14 @@ constexpr const char* LAST_ROW =
 constexpr std::int64_t NO_ROW = 0;
 constexpr std::int64_t NOT_KNOWN = -1;
 
-/// The rows of one series from `earliest` to `latest`, walked in the order of the query.
+/// The rows of one series from `earliest` to `latest`, walked in the order of the query. `farthest`
+/// finds the row of a range of ids that such a walk comes to last.
 class Cursor {
  public:
-  Cursor(Statement& rows, const Series& series, bool ascending, std::int64_t earliest,
-         std::int64_t latest)
+  Cursor(Statement& rows, Statement& farthest, const Series& series, bool ascending,
+         std::int64_t earliest, std::int64_t latest)
       : rows_(&rows),
+        farthest_(&farthest),
         base_(series.id * (MAX_TIMESTAMP + 1)),
         minutes_(series.minutes),
         ascending_(ascending),
@@ -58,20 +62,9 @@ class Cursor {
   /// How many seconds up to its timestamp a row describes.
   [[nodiscard]] std::int64_t stretch() const { return std::int64_t{60} * minutes_; }
 
-  /// Looks with `last_row` for the last row before `time`, and takes it, or NO_ROW, for the row
-  /// passed last; false on failure.
-  [[nodiscard]] bool look_before(std::int64_t time, Statement& last_row) {
-    last_row.bind(1, base_ + 1);
-    last_row.bind(2, base_ + time - 1);
-    const RunningStatement running(&last_row);
-    const Statement::Step step = last_row.step();
-    std::int64_t id = base_ + NO_ROW;
-    if (step == Statement::Step::ROW ? !last_row.read(0, id) : step == Statement::Step::ERROR) {
-      return false;
-    }
-    passed_ = id - base_;
-    return true;
-  }
+  /// Looks for the last row before `time` in a walk oldest first, and takes it, or NO_ROW, for the
+  /// row passed last; false on failure.
+  [[nodiscard]] bool look_before(std::int64_t time) { return find_farthest(1, time - 1, passed_); }
 
   /// Appends the current row to `rows`; false where it is damaged.
   [[nodiscard]] bool copy_row(const std::vector<CParamProperties>& params,
@@ -88,17 +81,40 @@ class Cursor {
   bool step() {
     head_ = NO_ROW;
     const Statement::Step step = rows_->step();
-    if (step != Statement::Step::ROW) return step == Statement::Step::DONE;
+    if (step != Statement::Step::ROW) return step == Statement::Step::DONE && is_at_end();
     std::int64_t id = 0;
     if (!rows_->read(0, id)) return false;
     // SQLite is asked for one bound alone, as it would look at the other at every row too.
-    if (ascending_ ? id > base_ + latest_ : id < base_ + earliest_) return true;
+    if (ascending_ ? id > base_ + latest_ : id < base_ + earliest_) return is_at_end();
     if (ascending_ ? id < base_ + earliest_ : id > base_ + latest_) return false;
     head_ = id - base_;
     return true;
   }
 
+  /// Gives the timestamp of the row from `earliest` to `latest` that a walk comes to last, NO_ROW
+  /// for no row; false on failure.
+  bool find_farthest(std::int64_t earliest, std::int64_t latest, std::int64_t& timestamp) {
+    farthest_->bind(1, base_ + earliest);
+    farthest_->bind(2, base_ + latest);
+    const RunningStatement running(farthest_);
+    std::int64_t id = base_ + NO_ROW;
+    const Statement::Step step = farthest_->step();
+    if (step == Statement::Step::ROW ? !farthest_->read(0, id) : step == Statement::Step::ERROR) {
+      return false;
+    }
+    timestamp = id - base_;
+    return true;
+  }
+
+  /// Whether the walk is over indeed. A damaged page may look like the end; from the other side
+  /// rows are then left.
+  bool is_at_end() {
+    std::int64_t left = NO_ROW;
+    return earliest_ > latest_ || (find_farthest(earliest_, latest_, left) && left == NO_ROW);
+  }
+
   RunningStatement rows_;
+  Statement* farthest_;
   std::int64_t base_;
   std::uint32_t minutes_;
   bool ascending_;
@@ -109,7 +125,7 @@ class Cursor {
 };
 
 /// Places one cursor per series; false on failure.
-bool start(const RowQuery& query, std::vector<Statement>& statements,
+bool start(const RowQuery& query, std::vector<Statement>& statements, Statement& farthest,
            std::vector<Cursor>& cursors) {
   const std::int64_t longest = std::int64_t{60} * query.series.back().minutes;
   for (std::size_t i = 0; i < query.series.size(); ++i) {
@@ -118,7 +134,8 @@ bool start(const RowQuery& query, std::vector<Statement>& statements,
     const bool may_hide = i + 1 < query.series.size() && !query.ascending;
     const std::int64_t earliest =
         may_hide ? std::max<std::int64_t>(1, query.earliest - longest + 1) : query.earliest;
-    cursors.emplace_back(statements[i], query.series[i], query.ascending, earliest, query.latest);
+    cursors.emplace_back(statements[i], farthest, query.series[i], query.ascending, earliest,
+                         query.latest);
     if (!cursors.back().start()) return false;
   }
   return true;
@@ -137,13 +154,13 @@ std::int64_t next_time(const std::vector<Cursor>& cursors, bool ascending) {
 /// Tells whether a row of a finer series ends within the stretch of the current row of
 /// `cursors[index]`, which is the finest one at its time; false on failure.
 bool is_hidden(std::vector<Cursor>& cursors, std::size_t index, const RowQuery& query,
-               Statement& last_row, bool& hidden) {
+               bool& hidden) {
   hidden = false;
   // The stretch may begin before the epoch, where no rows are.
   const std::int64_t begin = std::max(cursors[index].head() - cursors[index].stretch(), NO_ROW);
   for (std::size_t i = 0; i < index && !hidden; ++i) {
     if (query.ascending && cursors[i].passed() == NOT_KNOWN && begin + 1 < query.earliest &&
-        !cursors[i].look_before(query.earliest, last_row)) {
+        !cursors[i].look_before(query.earliest)) {
       return false;
     }
     // The series' last row before the current time is the one that it passed last or, as the walk
@@ -154,7 +171,7 @@ bool is_hidden(std::vector<Cursor>& cursors, std::size_t index, const RowQuery& 
 }
 
 /// Runs `query` to its end; false on failure.
-bool merge(const RowQuery& query, std::vector<Cursor>& cursors, Statement& last_row,
+bool merge(const RowQuery& query, std::vector<Cursor>& cursors,
            const std::vector<CParamProperties>& params, std::vector<CSnapshot>& rows) {
   std::uint64_t to_pass = query.offset;
   std::uint64_t wanted = query.count;
@@ -165,7 +182,7 @@ bool merge(const RowQuery& query, std::vector<Cursor>& cursors, Statement& last_
     std::size_t finest = 0;
     while (cursors[finest].head() != time) ++finest;
     bool hidden = false;
-    if (!is_hidden(cursors, finest, query, last_row, hidden)) return false;
+    if (!is_hidden(cursors, finest, query, hidden)) return false;
     if (!hidden && to_pass > 0) {
       --to_pass;
     } else if (!hidden) {
@@ -180,7 +197,8 @@ bool merge(const RowQuery& query, std::vector<Cursor>& cursors, Statement& last_
 
 }  // namespace
 
-QueryRunner::QueryRunner(sqlite3* db) : db_(db), last_row_(db, LAST_ROW) {
+QueryRunner::QueryRunner(sqlite3* db)
+    : db_(db), first_row_(db, FIRST_ROW), last_row_(db, LAST_ROW) {
   descending_.emplace_back(db, ROWS_DESCENDING);
 }
 
@@ -197,7 +215,8 @@ bool QueryRunner::run(const RowQuery& query, const std::vector<CParamProperties>
     }
   }
   std::vector<Cursor> cursors;
-  return start(query, statements, cursors) && merge(query, cursors, last_row_, params, rows);
+  Statement& farthest = query.ascending ? last_row_ : first_row_;
+  return start(query, statements, farthest, cursors) && merge(query, cursors, params, rows);
 }
 
 }  // namespace toolkit::trend

@@ -34,7 +34,7 @@ class QueryRunner {
   explicit QueryRunner(sqlite3* db);
 
   /// Whether the table of rows is there.
-  [[nodiscard]] bool is_usable() const { return last_row_ && descending_.front(); }
+  [[nodiscard]] bool is_usable() const { return first_row_ && last_row_ && descending_.front(); }
 
   /// Appends the rows of `query` to `rows`, with one sample per entry of `params`. False on
   /// failure. The caller sees to it that the database does not change during the call.
@@ -45,6 +45,7 @@ class QueryRunner {
   sqlite3* db_ = nullptr;
   std::vector<Statement> ascending_;   ///< one per series that is read at a time
   std::vector<Statement> descending_;  ///< likewise
+  Statement first_row_;                ///< of a range of ids
   Statement last_row_;
 };
 

@@ -3,7 +3,6 @@
 #include <sqlite3.h>
 
 #include <cmath>
-#include <limits>
 #include <utility>
 #include <vector>
 
@@ -14,35 +13,30 @@
 
 namespace toolkit::trend {
 
-struct CRecorder::Connection {
-  explicit Connection(Database database)
-      : db(std::move(database)),
-        begin(db.get(), "BEGIN IMMEDIATE"),
-        commit(db.get(), "COMMIT"),
-        rollback(db.get(), "ROLLBACK"),
-        add_device(db.get(), "INSERT OR IGNORE INTO device (path, description) VALUES (?1, ?2)"),
-        get_device(db.get(), "SELECT id, description FROM device WHERE path = ?1"),
-        add_param(db.get(),
+namespace {
+
+/// The statements that write rows and catalogue.
+struct Writer {
+  Writer() = default;
+  explicit Writer(sqlite3* db)
+      : add_device(db, "INSERT OR IGNORE INTO device (path, description) VALUES (?1, ?2)"),
+        get_device(db, "SELECT id, description FROM device WHERE path = ?1"),
+        add_param(db,
                   "INSERT OR IGNORE INTO parameter (device_id, path, statistics, first_slot) "
                   "SELECT ?1, ?2, ?3, coalesce(max(first_slot + (statistics & 1) + "
                   "(statistics >> 1 & 1) + (statistics >> 2 & 1) + (statistics >> 3 & 1) + "
                   "(statistics >> 4 & 1)), 0) FROM parameter WHERE device_id = ?1"),
         get_param(
-            db.get(),
-            "SELECT statistics, first_slot FROM parameter WHERE device_id = ?1 AND path = ?2"),
-        add_series(db.get(), "INSERT OR IGNORE INTO series (device_id, minutes) VALUES (?1, ?2)"),
-        get_series(db.get(), "SELECT id FROM series WHERE device_id = ?1 AND minutes = ?2"),
-        append(db.get(), "INSERT INTO snapshot (id, valid_ratio, samples) VALUES (?1, ?2, ?3)") {}
+            db, "SELECT statistics, first_slot FROM parameter WHERE device_id = ?1 AND path = ?2"),
+        add_series(db, "INSERT OR IGNORE INTO series (device_id, minutes) VALUES (?1, ?2)"),
+        get_series(db, "SELECT id FROM series WHERE device_id = ?1 AND minutes = ?2"),
+        append(db, "INSERT INTO snapshot (id, valid_ratio, samples) VALUES (?1, ?2, ?3)") {}
 
+  /// Whether every statement could be prepared, which takes the tables.
   [[nodiscard]] bool is_usable() const {
-    return begin && commit && rollback && add_device && get_device && add_param && get_param &&
-           add_series && get_series && append;
+    return add_device && get_device && add_param && get_param && add_series && get_series && append;
   }
 
-  Database db;
-  Statement begin;
-  Statement commit;
-  Statement rollback;
   Statement add_device;
   Statement get_device;
   Statement add_param;
@@ -50,6 +44,28 @@ struct CRecorder::Connection {
   Statement add_series;
   Statement get_series;
   Statement append;
+};
+
+}  // namespace
+
+struct CRecorder::Connection {
+  explicit Connection(RecordedDatabase database)
+      : file(std::move(database)),
+        begin(file.db.get(), "BEGIN IMMEDIATE"),
+        commit(file.db.get(), "COMMIT"),
+        rollback(file.db.get(), "ROLLBACK") {}
+  ~Connection() {
+    if (in_transaction) static_cast<void>(rollback.run());
+    if (file.is_blank && file.is_created) remove_blank(file.db.get());
+  }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  RecordedDatabase file;  ///< blank until the first transaction is committed
+  Statement begin;
+  Statement commit;
+  Statement rollback;
+  Writer writer;
   bool in_transaction = false;
 };
 
@@ -64,7 +80,9 @@ int CRecorder::fail(const std::string& reason) {
   return -1;
 }
 
-int CRecorder::fail_with_database_error() { return fail(sqlite3_errmsg(connection_->db.get())); }
+int CRecorder::fail_with_database_error() {
+  return fail(sqlite3_errmsg(connection_->file.db.get()));
+}
 
 bool CRecorder::is_recording() {
   if (connection_ && connection_->in_transaction) return true;
@@ -74,11 +92,10 @@ bool CRecorder::is_recording() {
 
 int CRecorder::open(const std::string& path) {
   close();
-  Database db = open_database(path, OpenOptions{.read_only = false, .create = true}, error_);
-  if (!db) return -1;
-  auto connection = std::make_unique<Connection>(std::move(db));
-  if (!connection->is_usable()) return fail(sqlite3_errmsg(connection->db.get()));
-  connection_ = std::move(connection);
+  RecordedDatabase file = open_to_record(path, error_);
+  if (!file.db) return -1;
+  connection_ = std::make_unique<Connection>(std::move(file));
+  path_ = path;
   return 0;
 }
 
@@ -87,16 +104,29 @@ void CRecorder::close() { connection_.reset(); }
 int CRecorder::begin() {
   if (!connection_) return fail("no database is open");
   if (connection_->in_transaction) return fail("a transaction is open already");
-  if (!connection_->begin.run()) return fail_with_database_error();
-  connection_->in_transaction = true;
-  return 0;
+  connection_->in_transaction = connection_->begin.run();
+  if (has_moved(connection_->file.db.get())) {
+    // Another program gave up a database that it had just created.
+    if (open(path_) != 0) return -1;
+    connection_->in_transaction = connection_->begin.run();
+    if (has_moved(connection_->file.db.get())) return fail("the database keeps being removed");
+  }
+  if (!connection_->in_transaction) return fail_with_database_error();
+  if (connection_->file.is_blank && !create_schema(connection_->file.db.get(), error_)) {
+    rollback();
+    return -1;
+  }
+  if (!connection_->writer.is_usable()) connection_->writer = Writer(connection_->file.db.get());
+  return connection_->writer.is_usable() ? 0 : fail_with_database_error();
 }
 
 int CRecorder::commit() {
   if (!is_recording()) return -1;
   if (!connection_->commit.run()) return fail_with_database_error();
   connection_->in_transaction = false;
-  return 0;
+  if (!connection_->file.is_blank) return 0;
+  connection_->file.is_blank = false;
+  return set_journal(connection_->file.db.get(), false, error_) ? 0 : -1;
 }
 
 void CRecorder::rollback() {
@@ -108,11 +138,11 @@ void CRecorder::rollback() {
 
 int CRecorder::add_device(CDeviceProperties& device) {
   if (!is_recording()) return -1;
-  connection_->add_device.bind(1, device.path);
-  connection_->add_device.bind(2, device.aux_text);
-  if (!connection_->add_device.run()) return fail_with_database_error();
+  connection_->writer.add_device.bind(1, device.path);
+  connection_->writer.add_device.bind(2, device.aux_text);
+  if (!connection_->writer.add_device.run()) return fail_with_database_error();
 
-  Statement& row = connection_->get_device;
+  Statement& row = connection_->writer.get_device;
   const RunningStatement running(&row);
   row.bind(1, device.path);
   if (row.step() != Statement::Step::ROW || !row.read(0, device.aux_1) ||
@@ -124,12 +154,12 @@ int CRecorder::add_device(CDeviceProperties& device) {
 
 int CRecorder::add_param(const CDeviceProperties& device, CParamProperties& param) {
   if (!is_recording()) return -1;
-  connection_->add_param.bind(1, device.aux_1);
-  connection_->add_param.bind(2, param.path);
-  connection_->add_param.bind(3, get_statistics(param));
-  if (!connection_->add_param.run()) return fail_with_database_error();
+  connection_->writer.add_param.bind(1, device.aux_1);
+  connection_->writer.add_param.bind(2, param.path);
+  connection_->writer.add_param.bind(3, get_statistics(param));
+  if (!connection_->writer.add_param.run()) return fail_with_database_error();
 
-  Statement& row = connection_->get_param;
+  Statement& row = connection_->writer.get_param;
   const RunningStatement running(&row);
   row.bind(1, device.aux_1);
   row.bind(2, param.path);
@@ -138,7 +168,7 @@ int CRecorder::add_param(const CDeviceProperties& device, CParamProperties& para
   if (row.step() != Statement::Step::ROW || !row.read(0, statistics) || !row.read(1, first_slot)) {
     return fail_with_database_error();
   }
-  if (first_slot > std::numeric_limits<std::uint32_t>::max()) {
+  if (first_slot < 0 || first_slot >= MAX_SLOTS) {
     return fail("parameter '" + param.path + "' has a slot beyond what a row can hold");
   }
   param.aux_1 = static_cast<std::uint32_t>(first_slot);
@@ -148,18 +178,20 @@ int CRecorder::add_param(const CDeviceProperties& device, CParamProperties& para
 
 int CRecorder::add_series(const CDeviceProperties& device, std::uint32_t minutes, CSeries& series) {
   if (!is_recording()) return -1;
-  connection_->add_series.bind(1, device.aux_1);
-  connection_->add_series.bind(2, std::int64_t{minutes});
-  if (!connection_->add_series.run()) return fail_with_database_error();
+  connection_->writer.add_series.bind(1, device.aux_1);
+  connection_->writer.add_series.bind(2, std::int64_t{minutes});
+  if (!connection_->writer.add_series.run()) return fail_with_database_error();
 
-  Statement& row = connection_->get_series;
+  Statement& row = connection_->writer.get_series;
   const RunningStatement running(&row);
   row.bind(1, device.aux_1);
   row.bind(2, std::int64_t{minutes});
   if (row.step() != Statement::Step::ROW || !row.read(0, series.id)) {
     return fail_with_database_error();
   }
-  if (series.id > MAX_SERIES_ID) return fail("the database has no room for another series");
+  if (series.id > MAX_SERIES_ID || series.id < -MAX_SERIES_ID - 1) {
+    return fail("the database has no room for another series");
+  }
   return 0;
 }
 
@@ -174,12 +206,12 @@ int CRecorder::append(const CSeries& series, std::int64_t timestamp, double vali
                 ", is not between 0 and 1");
   }
   const std::vector<unsigned char> samples = pack_samples(slots);
-  Statement& append = connection_->append;
+  Statement& append = connection_->writer.append;
   append.bind(1, series.id * (MAX_TIMESTAMP + 1) + timestamp);
   append.bind(2, valid_ratio);
   append.bind(3, samples.data(), samples.size());
   if (append.run()) return 0;
-  if (sqlite3_extended_errcode(connection_->db.get()) == SQLITE_CONSTRAINT_PRIMARYKEY) {
+  if (sqlite3_extended_errcode(connection_->file.db.get()) == SQLITE_CONSTRAINT_PRIMARYKEY) {
     return fail("the series has a row with the timestamp " + std::to_string(timestamp) +
                 " already");
   }

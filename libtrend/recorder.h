@@ -27,12 +27,14 @@ class CRecorder {
   CRecorder(CRecorder&&) noexcept;
   CRecorder& operator=(CRecorder&&) noexcept;
 
-  /// Opens the trend database at `path` for writing, and creates it where there is no file or an
-  /// empty one. A new database is in WAL mode, another keeps its journal mode. A database that was
-  /// open before is closed.
+  /// Opens the trend database at `path` for writing. Where there is no file or an empty one, the
+  /// first transaction creates the database; until it is committed others see an empty file. A new
+  /// database is in WAL mode, another keeps its journal mode. A database that was open before is
+  /// closed.
   [[nodiscard]] int open(const std::string& path);
 
-  /// Closes the database; an open transaction is undone.
+  /// Closes the database; an open transaction is undone. Where nothing was committed to a new
+  /// database, its file is removed if `open` created it, and left empty if not.
   void close();
 
   /// Starts a transaction, after waiting up to 40 seconds for another writer to end its own.
@@ -73,6 +75,7 @@ class CRecorder {
   [[nodiscard]] bool is_recording();
 
   std::unique_ptr<Connection> connection_;
+  std::string path_;
   std::string error_;
 };
 

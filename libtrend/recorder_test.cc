@@ -1,6 +1,7 @@
 #include "libtrend/recorder.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <filesystem>
 #include <limits>
@@ -175,6 +176,78 @@ TEST_F(Recorder, CreatesADatabaseOutOfAnEmptyFile) {
   ASSERT_EQ(append(300), 0);
   ASSERT_EQ(recorder_.commit(), 0);
   EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300}));
+}
+
+TEST_F(Recorder, RemovesAFileThatItCreatedForNothing) {
+  open();
+  ASSERT_EQ(append(300), 0);
+  EXPECT_TRUE(std::filesystem::exists(path_));
+  recorder_.close();
+  EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
+
+  write_file(path_, "");
+  open();
+  EXPECT_NE(append(-1), 0);
+  recorder_.close();
+  EXPECT_EQ(read_file(path_), "");
+}
+
+TEST_F(Recorder, RemovesTheFileBehindALinkAndNotTheLink) {
+  std::filesystem::create_symlink(folder_.file("other.db"), path_);
+  open();
+  EXPECT_TRUE(std::filesystem::exists(folder_.file("other.db")));
+  recorder_.close();
+  EXPECT_FALSE(std::filesystem::exists(folder_.file("other.db")));
+  EXPECT_TRUE(std::filesystem::is_symlink(path_));
+}
+
+TEST_F(Recorder, LeavesADatabaseThatAnotherRecorderFilledMeanwhile) {
+  open();
+  recorder_.rollback();
+  CRecorder other;
+  ASSERT_EQ(other.open(path_), 0);
+  ASSERT_EQ(other.begin(), 0);
+  ASSERT_EQ(other.add_device(device_), 0);
+  ASSERT_EQ(other.add_series(device_, 5, series_), 0);
+  ASSERT_EQ(other.append(series_, 900, 1, {}), 0);
+  ASSERT_EQ(other.commit(), 0) << other.error();
+  recorder_.close();
+  other.close();
+  EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{900}));
+}
+
+TEST_F(Recorder, RecordsIntoANewFileWhereAnotherRecorderRemovedTheOld) {
+  open();
+  recorder_.rollback();
+  CRecorder other;
+  ASSERT_EQ(other.open(path_), 0);
+  recorder_.close();
+  EXPECT_FALSE(std::filesystem::exists(path_));
+  ASSERT_EQ(other.begin(), 0) << other.error();
+  ASSERT_EQ(other.add_device(device_), 0);
+  ASSERT_EQ(other.add_series(device_, 5, series_), 0);
+  ASSERT_EQ(other.append(series_, 900, 1, {}), 0);
+  ASSERT_EQ(other.commit(), 0) << other.error();
+  other.close();
+  EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{900}));
+}
+
+TEST_F(Recorder, RefusesASeriesWhoseIdHoldsNoTimes) {
+  open();
+  ASSERT_EQ(recorder_.commit(), 0);
+  recorder_.close();
+  for (const char* id : {"8388608", "-8388609", "-9223372036854775807"}) {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+    const std::string sql = "UPDATE series SET id = " + std::string(id);
+    ASSERT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+    ASSERT_EQ(recorder_.open(path_), 0);
+    ASSERT_EQ(recorder_.begin(), 0);
+    EXPECT_NE(recorder_.add_series(device_, 5, series_), 0) << id;
+    EXPECT_EQ(recorder_.error(), "the database has no room for another series");
+    recorder_.close();
+  }
 }
 
 TEST_F(Recorder, SaysWhyADatabaseCannotBeOpened) {

@@ -17,6 +17,9 @@ inline constexpr int TIMESTAMP_BITS = 40;
 inline constexpr std::int64_t MAX_TIMESTAMP = (std::int64_t{1} << TIMESTAMP_BITS) - 1;
 inline constexpr std::int64_t MAX_SERIES_ID = (std::int64_t{1} << (63 - TIMESTAMP_BITS)) - 1;
 
+/// No row has this many slots: SQLite's rows are of at most 10^9 bytes.
+inline constexpr std::int64_t MAX_SLOTS = 1'000'000'000 / 8;
+
 /// The flags of a parameter in the order of its bits in `parameter.statistics` and of its slots.
 inline constexpr std::array STATISTIC_FLAGS = {
     &CParamProperties::has_min, &CParamProperties::has_max, &CParamProperties::has_avg,

@@ -61,6 +61,7 @@ std::string read_header(std::string_view line, Layout& layout) {
   if (fields.size() < 2 || fields[0] != "Date" || fields[1] != "Time") {
     return "the header does not begin with Date,Time";
   }
+  if (line.find('\0') != line.npos) return "the header has a zero byte in it";
   layout.has_percent = fields.size() > 2 && fields[2] == "Percent Valid";
   for (std::size_t i = layout.fixed_fields(); i < fields.size(); ++i) {
     const std::string_view field = fields[i];

@@ -1,5 +1,4 @@
 // Records CSV in the layout that trendcsv prints into a trend database.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -38,6 +37,7 @@ constexpr const char* USAGE =
     "\t-d: Record for the device with this path; it is added if it does not exist.\n"
     "\t-i: The rows summarise intervals of this many minutes and are stamped with their end.\n"
     "\t-t: The strptime() format of date and time, joined by a blank. Default: \"%s\".\n"
+    "\t    A time zone in it counts for nothing.\n"
     "\t-u: Dates and times are in UTC; the default is the local time zone.\n"
     "\t-h: Print this text.\n"
     "All rows are recorded or, when one of them is bad, none.\n";
@@ -85,7 +85,8 @@ std::string join_time(const std::vector<std::string_view>& fields) {
   return std::string(fields[0]) + " " + std::string(fields[1]);
 }
 
-/// Loads one file into an open database. Every function gives what is wrong, nothing on success.
+/// Loads one file into an open database. The functions give what is wrong with the input, nothing
+/// when it is good.
 class Loader {
  public:
   Loader(const LoadOptions& options, CRecorder& recorder, const Layout& layout)
@@ -94,18 +95,22 @@ class Loader {
         layout_(layout),
         clock_(options.time_format, options.use_utc) {}
 
-  /// Adds the device, its parameters and the series as needed.
-  [[nodiscard]] std::string prepare() {
+  /// Adds the device, its parameters and the series as needed; false where the recorder fails.
+  [[nodiscard]] bool prepare() {
     CDeviceProperties device;
     device.path = options_.device;
-    if (recorder_.add_device(device) != 0) return recorder_.error();
-    std::vector<CParamProperties> recorded = layout_.params;
-    for (CParamProperties& param : recorded) {
-      if (recorder_.add_param(device, param) != 0) return recorder_.error();
+    if (recorder_.add_device(device) != 0) return false;
+    for (CParamProperties& param : params_) {
+      if (recorder_.add_param(device, param) != 0) return false;
     }
+    return recorder_.add_series(device, options_.minutes, series_) == 0;
+  }
+
+  /// Finds the slots of the columns.
+  [[nodiscard]] std::string find_slots() {
     std::size_t slots = 0;
     for (const ValueColumn& column : layout_.columns) {
-      const CParamProperties& param = recorded[column.param];
+      const CParamProperties& param = params_[column.param];
       if (!(param.*STATISTICS[column.statistic].flag)) {
         return "parameter " + quote(param.path) + " is recorded without " +
                STATISTICS[column.statistic].path_suffix;
@@ -114,7 +119,7 @@ class Loader {
       slots = std::max(slots, slots_.back() + 1);
     }
     values_.assign(slots, std::numeric_limits<double>::quiet_NaN());
-    return recorder_.add_series(device, options_.minutes, series_) == 0 ? "" : recorder_.error();
+    return "";
   }
 
   /// Takes a line to come into account, see `RowClock`; returns whether it should see another.
@@ -152,8 +157,9 @@ class Loader {
   const Layout& layout_;
   RowClock clock_;
   CSeries series_;
-  std::vector<std::size_t> slots_;  ///< by column
-  std::vector<double> values_;      ///< by slot
+  std::vector<CParamProperties> params_ = layout_.params;  ///< as they are recorded
+  std::vector<std::size_t> slots_;                         ///< by column
+  std::vector<double> values_;                             ///< by slot
 };
 
 int fail(const std::string& where, const std::string& wrong) {
@@ -178,7 +184,8 @@ int load(const LoadOptions& options, CRecorder& recorder, const Layout& layout, 
   const auto place = [&] { return options.input_path + ":" + std::to_string(lines.number()); };
   if (recorder.begin() != 0) return fail(options.db_path, recorder.error());
   Loader loader(options, recorder, layout);
-  if (std::string wrong = loader.prepare(); !wrong.empty()) return fail(place(), wrong);
+  if (!loader.prepare()) return fail(options.db_path, recorder.error());
+  if (std::string wrong = loader.find_slots(); !wrong.empty()) return fail(place(), wrong);
   if (std::string wrong = load_rows(loader, lines); !wrong.empty()) return fail(place(), wrong);
   if (lines.has_failed()) return fail(options.input_path, std::strerror(errno));
   return recorder.commit() == 0 ? 0 : fail(options.db_path, recorder.error());
@@ -200,18 +207,9 @@ int run(const LoadOptions& options) {
     return fail(options.input_path + ":1", wrong);
   }
 
-  struct stat before = {};
-  const bool existed = stat(options.db_path.c_str(), &before) == 0;
   CRecorder recorder;
   if (recorder.open(options.db_path) != 0) return fail(options.db_path, recorder.error());
-  const int status = load(options, recorder, layout, lines);
-  recorder.close();
-  if (status != 0 && !existed) unlink(options.db_path.c_str());
-  if (status != 0 && existed && before.st_size == 0) {
-    if (truncate(options.db_path.c_str(), 0) != 0)
-      return fail(options.db_path, std::strerror(errno));
-  }
-  return status;
+  return load(options, recorder, layout, lines);
 }
 
 bool parse_minutes(const char* text, std::uint32_t& minutes) {
