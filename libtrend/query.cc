@@ -84,6 +84,8 @@ class Cursor {
     if (step != Statement::Step::ROW) return step == Statement::Step::DONE && is_at_end();
     std::int64_t id = 0;
     if (!rows_->read(0, id)) return false;
+    // No row has such an id, but a page full of zeros looks like it.
+    if ((id & MAX_TIMESTAMP) == 0) return false;
     // SQLite is asked for one bound alone, as it would look at the other at every row too.
     if (ascending_ ? id > base_ + latest_ : id < base_ + earliest_) return is_at_end();
     if (ascending_ ? id < base_ + earliest_ : id > base_ + latest_) return false;

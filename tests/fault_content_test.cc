@@ -173,6 +173,39 @@ testing::AssertionResult is_sound(const ProcessResult& result, bool ascending) {
   return testing::AssertionSuccess();
 }
 
+TEST_F(Damage, OfASectorHardlyEverLooksLikeTheEnd) {
+  std::string sql = std::string("BEGIN;") + LOOSE_SCHEMA + IDENTITY + CATALOGUE;
+  for (int minute = 1; minute <= 1000; ++minute) sql += insert_row(minute);
+  std::filesystem::remove(db_);
+  run_sql(db_, sql + "COMMIT");
+  const std::string good = read_file(db_);
+  constexpr std::size_t SECTOR = 512;
+  for (const bool is_ascending : {false, true}) {
+    const std::vector<std::string> order(is_ascending ? 1 : 0, "-a");
+    const std::int64_t last = is_ascending ? 60 * 1000 : 60;
+    EXPECT_EQ(times_of(dump(db_, order).out).back(), last);
+    int noticed = 0;
+    int silent_ends = 0;
+    for (std::size_t begin = 4096; begin < good.size(); begin += SECTOR) {
+      std::string damaged = good;
+      damaged.replace(begin, SECTOR, SECTOR, '\0');
+      write_file(db_, damaged);
+      const ProcessResult result = dump(db_, order);
+      const std::vector<std::int64_t> times = times_of(result.out);
+      if (!result.err.empty()) {
+        ++noticed;
+      } else if (times.empty() || times.back() != last) {
+        ++silent_ends;
+      }
+    }
+    EXPECT_GT(noticed, 20);
+    // Nothing tells a row whose id lost its end, or an entry lost from an index of the catalogue,
+    // from a row or an entry that was never there.
+    EXPECT_LE(silent_ends, 3);
+    write_file(db_, good);
+  }
+}
+
 TEST_F(Damage, OfTheOrderOfRowsNeverMakesADumpGoBack) {
   make(40, "");
   const std::string whole = read_file(db_);

@@ -158,6 +158,28 @@ TEST_F(Refusal, OfADatabaseCutOffAnywhere) {
   }
 }
 
+TEST_F(Refusal, OfADatabaseCutOffBesideWhatReadersAndWritersLeave) {
+  // With a log that holds something, a cut between two pages may be the work of a writer.
+  ModelLog log;
+  log.params = {{"a", ACTUAL}};
+  log.minutes = {1};
+  for (int i = 1; i <= 800; ++i) log.rows.push_back({1, 60 * i, 1, {1.0 * i}});
+  record(log, db_);
+  const std::string whole = read_file(db_);
+  std::string write_ahead_log;
+  run_sql(db_, insert_row(900), [&] { write_ahead_log = read_file(db_ + "-wal"); });
+  ASSERT_GT(write_ahead_log.size(), 4096U);
+  for (const std::string& beside : {std::string(), write_ahead_log}) {
+    for (std::size_t size = whole.size() - 62; size > 4096; size -= 1111) {
+      SCOPED_TRACE(size);
+      write_file(db_, whole.substr(0, size));
+      std::filesystem::remove(db_ + "-shm");
+      write_file(db_ + "-wal", beside);
+      expect_not_opened(db_);
+    }
+  }
+}
+
 TEST_F(Refusal, OfADatabaseWithoutWriteAheadLogCutOffAnywhere) {
   std::string sql = std::string("BEGIN;") + LOOSE_SCHEMA + IDENTITY + CATALOGUE;
   for (int minute = 1; minute <= 800; ++minute) sql += insert_row(minute);
