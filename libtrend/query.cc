@@ -10,14 +10,15 @@ namespace toolkit::trend {
 
 namespace {
 
+// The id is the rowid, and under that name of the type that a rowid has in any table.
 constexpr const char* ROWS_ASCENDING =
-    "SELECT id, valid_ratio, samples FROM snapshot WHERE id >= ?1 ORDER BY id";
+    "SELECT rowid, valid_ratio, samples FROM snapshot WHERE rowid >= ?1 ORDER BY rowid";
 constexpr const char* ROWS_DESCENDING =
-    "SELECT id, valid_ratio, samples FROM snapshot WHERE id <= ?1 ORDER BY id DESC";
+    "SELECT rowid, valid_ratio, samples FROM snapshot WHERE rowid <= ?1 ORDER BY rowid DESC";
 constexpr const char* FIRST_ROW =
-    "SELECT id FROM snapshot WHERE id BETWEEN ?1 AND ?2 ORDER BY id LIMIT 1";
+    "SELECT rowid FROM snapshot WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid LIMIT 1";
 constexpr const char* LAST_ROW =
-    "SELECT id FROM snapshot WHERE id BETWEEN ?1 AND ?2 ORDER BY id DESC LIMIT 1";
+    "SELECT rowid FROM snapshot WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid DESC LIMIT 1";
 
 // Timestamps of rows are above both.
 constexpr std::int64_t NO_ROW = 0;
@@ -82,8 +83,7 @@ class Cursor {
     head_ = NO_ROW;
     const Statement::Step step = rows_->step();
     if (step != Statement::Step::ROW) return step == Statement::Step::DONE && is_at_end();
-    std::int64_t id = 0;
-    if (!rows_->read(0, id)) return false;
+    const std::int64_t id = rows_->read_id(0);
     // No row has such an id, but a page full of zeros looks like it.
     if ((id & MAX_TIMESTAMP) == 0) return false;
     // SQLite is asked for one bound alone, as it would look at the other at every row too.
@@ -99,13 +99,9 @@ class Cursor {
     farthest_->bind(1, base_ + earliest);
     farthest_->bind(2, base_ + latest);
     const RunningStatement running(farthest_);
-    std::int64_t id = base_ + NO_ROW;
     const Statement::Step step = farthest_->step();
-    if (step == Statement::Step::ROW ? !farthest_->read(0, id) : step == Statement::Step::ERROR) {
-      return false;
-    }
-    timestamp = id - base_;
-    return true;
+    timestamp = step == Statement::Step::ROW ? farthest_->read_id(0) - base_ : NO_ROW;
+    return step != Statement::Step::ERROR;
   }
 
   /// Whether the walk is over indeed. A damaged page may look like the end; from the other side
@@ -143,12 +139,17 @@ bool start(const RowQuery& query, std::vector<Statement>& statements, Statement&
   return true;
 }
 
-/// The timestamp that comes next among the current rows, NO_ROW where there are none.
-std::int64_t next_time(const std::vector<Cursor>& cursors, bool ascending) {
-  std::int64_t next = NO_ROW;
-  for (const Cursor& cursor : cursors) {
-    const std::int64_t head = cursor.head();
-    if (head != NO_ROW && (next == NO_ROW || (ascending ? head < next : head > next))) next = head;
+/// The index of the cursor whose current row comes next, or the number of cursors where there is
+/// none. Of several rows at one time that is the finest, which hides the others.
+std::size_t next_row(const std::vector<Cursor>& cursors, bool ascending) {
+  std::size_t next = cursors.size();
+  for (std::size_t i = 0; i < cursors.size(); ++i) {
+    const std::int64_t head = cursors[i].head();
+    if (head == NO_ROW) continue;
+    if (next == cursors.size() ||
+        (ascending ? head < cursors[next].head() : head > cursors[next].head())) {
+      next = i;
+    }
   }
   return next;
 }
@@ -178,21 +179,19 @@ bool merge(const RowQuery& query, std::vector<Cursor>& cursors,
   std::uint64_t to_pass = query.offset;
   std::uint64_t wanted = query.count;
   for (;;) {
-    const std::int64_t time = next_time(cursors, query.ascending);
-    if (time == NO_ROW || time < query.earliest) return true;
-    // Of several rows at one time the finest hides the others.
-    std::size_t finest = 0;
-    while (cursors[finest].head() != time) ++finest;
+    const std::size_t next = next_row(cursors, query.ascending);
+    if (next == cursors.size() || cursors[next].head() < query.earliest) return true;
     bool hidden = false;
-    if (!is_hidden(cursors, finest, query, hidden)) return false;
+    if (!is_hidden(cursors, next, query, hidden)) return false;
     if (!hidden && to_pass > 0) {
       --to_pass;
     } else if (!hidden) {
-      if (!cursors[finest].copy_row(params, rows)) return false;
+      if (!cursors[next].copy_row(params, rows)) return false;
       if (--wanted == 0) return true;
     }
-    for (Cursor& cursor : cursors) {
-      if (cursor.head() == time && !cursor.advance()) return false;
+    const std::int64_t time = cursors[next].head();
+    for (std::size_t i = next; i < cursors.size(); ++i) {
+      if (cursors[i].head() == time && !cursors[i].advance()) return false;
     }
   }
 }

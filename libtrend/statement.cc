@@ -49,6 +49,10 @@ bool Statement::run() {
   return step == Step::DONE;
 }
 
+std::int64_t Statement::read_id(int index) const {
+  return sqlite3_column_int64(statement_.get(), index);
+}
+
 // Looking a column up once as a value is cheaper than asking the statement for its type and its
 // content. Such a value must not be read while another thread uses the connection, and none does.
 

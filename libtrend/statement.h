@@ -39,9 +39,11 @@ class Statement {
   /// Runs a statement that gives no rows from its start to its end; false on failure.
   [[nodiscard]] bool run();
 
-  /// Reads column `index`, counted from 0, of the current row into `value`; false where the
-  /// column is of another type. The database format has no column of several types, so that is
-  /// damage.
+  /// Reads column `index`, counted from 0, of the current row, which is an integer as it is a
+  /// rowid.
+  [[nodiscard]] std::int64_t read_id(int index) const;
+  /// Reads column `index` of the current row into `value`; false where the column is of another
+  /// type. The database format has no column of several types, so that is damage.
   [[nodiscard]] bool read(int index, std::int64_t& value) const;
   [[nodiscard]] bool read(int index, double& value) const;
   [[nodiscard]] bool read(int index, std::string& text) const;

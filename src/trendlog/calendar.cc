@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::time_t HOUR = 3600;
+constexpr std::time_t DAY_LENGTH = 86400;
 
 std::tm ask_library(std::time_t time, bool use_utc) {
   std::tm fields = {};
@@ -18,40 +18,42 @@ std::tm ask_library(std::time_t time, bool use_utc) {
   return fields;
 }
 
-/// Whether an hour with the same offset from UTC at its begin and its end has it throughout. No
-/// zone of the time zone database changes twice within an hour; one spelled out with rules might.
-bool shows_at_its_ends(bool use_utc) {
-  const char* zone = std::getenv("TZ");
-  return use_utc || zone == nullptr || std::strchr(zone, ',') == nullptr;
-}
-
 bool has_same_offset(const std::tm& a, const std::tm& b) {
   return a.tm_gmtoff == b.tm_gmtoff && a.tm_isdst == b.tm_isdst && a.tm_zone == b.tm_zone;
 }
 
 }  // namespace
 
+Calendar::Calendar() {
+  const char* zone = std::getenv("TZ");
+  has_spelled_out_zone_ = zone != nullptr && std::strchr(zone, ',') != nullptr;
+}
+
 std::tm Calendar::fields_at(std::time_t time, bool use_utc) {
   const bool is_kept =
-      hour_ != Hour::NONE && use_utc == use_utc_ && time >= begin_ && time - begin_ < HOUR;
-  if (is_kept && hour_ == Hour::BEGIN) {
-    // The second time in this hour, so that more may follow.
-    const bool is_even = shows_at_its_ends(use_utc) &&
+      day_ != Day::NONE && use_utc == use_utc_ && time >= begin_ && time - begin_ < DAY_LENGTH;
+  if (is_kept && day_ == Day::BEGIN) {
+    // The second time on this day, so that more may follow. A day that has the same offset at both
+    // its ends has it throughout: no zone of the time zone database changes twice within three
+    // days. One that is spelled out with its rules might.
+    const bool is_even = (use_utc || !has_spelled_out_zone_) &&
                          has_same_offset(fields_, ask_library(begin_, use_utc)) &&
-                         has_same_offset(fields_, ask_library(begin_ + HOUR - 1, use_utc));
-    hour_ = is_even ? Hour::EVEN : Hour::NONE;
+                         has_same_offset(fields_, ask_library(begin_ + DAY_LENGTH - 1, use_utc));
+    day_ = is_even ? Day::EVEN : Day::NONE;
   }
-  if (is_kept && hour_ == Hour::EVEN) {
+  if (is_kept && day_ == Day::EVEN) {
     const auto seconds = static_cast<int>(time - begin_);
     std::tm fields = fields_;
-    fields.tm_min = seconds / 60;
+    fields.tm_hour = seconds / 3600;
+    fields.tm_min = seconds / 60 % 60;
     fields.tm_sec = seconds % 60;
     return fields;
   }
   const std::tm fields = ask_library(time, use_utc);
-  constexpr std::time_t LATEST = std::numeric_limits<std::time_t>::max() - HOUR;
-  hour_ = time >= HOUR && time <= LATEST ? Hour::BEGIN : Hour::NONE;
-  begin_ = hour_ == Hour::NONE ? 0 : time - 60 * fields.tm_min - fields.tm_sec;
+  constexpr std::time_t LATEST = std::numeric_limits<std::time_t>::max() - DAY_LENGTH;
+  day_ = time >= DAY_LENGTH && time <= LATEST ? Day::BEGIN : Day::NONE;
+  begin_ =
+      day_ == Day::NONE ? 0 : time - 3600 * fields.tm_hour - 60 * fields.tm_min - fields.tm_sec;
   fields_ = fields;
   use_utc_ = use_utc;
   return fields;
