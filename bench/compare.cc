@@ -177,8 +177,6 @@ int main(int argc, char** argv) {
                  dump("300.db"), 0.1, 7);
   expect_at_most("100,000 rows of 60 values: `-c 16` / default", dump("60.db", {"-c", "16"}),
                  dump("60.db"), 1.5, 7);
-  expect_at_most("1,000,000 rows of 3 values: `-c 16` / default", dump("3.db", {"-c", "16"}),
-                 dump("3.db"), 1.5, 7);
 
   const long large = run(dump("3.db")).peak_kib;
   const long small = run(dump("small.db")).peak_kib;
