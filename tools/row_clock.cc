@@ -26,9 +26,8 @@ Times times_of(const std::tm& fields, bool use_utc) {
   const std::time_t time = to_epoch(fields, use_utc);
   Times times = {time, time};
   constexpr std::time_t DAY = 86400;
-  if (use_utc || fields.tm_isdst >= 0 || time > std::numeric_limits<std::time_t>::max() - DAY) {
-    return times;
-  }
+  const bool has_days_around = time > 0 && time <= std::numeric_limits<std::time_t>::max() - DAY;
+  if (use_utc || fields.tm_isdst >= 0 || !has_days_around) return times;
   // The C library chose the offset from UTC of before or of after a change; try both.
   const std::time_t wall = to_epoch(fields, true);
   for (const std::time_t near : {time - DAY, time + DAY}) {
@@ -68,7 +67,11 @@ std::string RowClock::convert(const std::string& text, std::time_t& time) {
   }
   const Times times = times_of(fields, use_utc_);
   time = resolve(times.first, times.second);
-  if (time <= 0) return quote(text) + " is not after the epoch";
+  if (time <= 0) {
+    const bool is_too_late = fields.tm_year > 1970 - 1900;
+    return quote(text) + (is_too_late ? " is later than a time can be on this system"
+                                      : " is not after the epoch");
+  }
   if (!shows(time, fields, use_utc_)) return quote(text) + " is a time that does not exist";
   if (previous_ != 0) rising_ = time > previous_;
   previous_ = time;

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <initializer_list>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -95,6 +98,37 @@ TEST(RowClock, RefusesTimesUpToTheEpoch) {
   EXPECT_EQ(convert_error("%F %T", "1969-12-31 23:59:59"),
             "'1969-12-31 23:59:59' is not after the epoch");
   EXPECT_EQ(convert_one("%F %T", "1970-01-01 00:00:01", true), 1);
+}
+
+TEST(RowClock, RefusesTimesLaterThanATimeCanHold) {
+  const LocalZone zone("EST5");
+  const bool is_narrow = sizeof(std::time_t) == 4;
+  const auto converted = [](const char* text) {
+    RowClock clock("%F %T", false);
+    std::time_t time = 0;
+    clock.look_ahead(text);
+    const std::string wrong = clock.convert(text, time);
+    return std::pair(wrong, std::int64_t{time});
+  };
+  const auto wanted = [&](const std::string& text, std::int64_t time) {
+    return is_narrow ? std::pair("'" + text + "' is later than a time can be on this system",
+                                 std::int64_t{-1})
+                     : std::pair(std::string(), time);
+  };
+  EXPECT_EQ(converted("2038-01-18 22:14:07"), std::pair(std::string(), std::int64_t{2147483647}));
+  EXPECT_EQ(converted("2038-01-18 22:14:08"), wanted("2038-01-18 22:14:08", 2147483648));
+  // The clock of Greenwich could still show this one.
+  EXPECT_EQ(converted("2038-01-19 00:00:00"), wanted("2038-01-19 00:00:00", 2147490000));
+  EXPECT_EQ(converted("2100-01-01 00:00:00"), wanted("2100-01-01 00:00:00", 4102462800));
+}
+
+TEST(RowClock, RefusesTimesLongBeforeTheEpoch) {
+  const LocalZone zone("EST5");
+  RowClock clock("%F %T", false);
+  std::time_t time = 0;
+  for (const std::string text : {"1901-12-13 15:45:52", "1901-12-13 15:45:51"}) {
+    EXPECT_EQ(clock.convert(text, time), "'" + text + "' is not after the epoch");
+  }
 }
 
 TEST(RowClock, RefusesDaysThatDoNotExist) {
