@@ -38,6 +38,10 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 /// The command that runs one of the project's own programs.
 [[nodiscard]] std::vector<std::string> tool_command(const std::string& name);
 
+/// How many rounds of a random test to run: `count`, or a quarter of them under the emulator, where
+/// starting a program takes long.
+[[nodiscard]] int random_rounds(int count);
+
 /// An empty folder that vanishes with this object.
 class TemporaryFolder {
  public:

@@ -128,7 +128,7 @@ void expect_round_trip(const ModelLog& log, const DumpRequest& request) {
 
 TEST_F(RoundTrip, KeepsRandomLogsInUtc) {
   Random random(1);
-  for (int i = 0; i < 60; ++i) {
+  for (int i = 0; i < random_rounds(60); ++i) {
     DumpRequest request;
     request.use_utc = true;
     request.zone = ZONES[pick(random, 4)];
@@ -143,7 +143,7 @@ TEST_F(RoundTrip, KeepsRandomLogsInUtc) {
 
 TEST_F(RoundTrip, KeepsRandomLogsInLocalTime) {
   Random random(2);
-  for (int i = 0; i < 120; ++i) {
+  for (int i = 0; i < random_rounds(120); ++i) {
     DumpRequest request;
     request.zone = ZONES[i % 4];
     request.ascending = pick(random, 2) == 0;
