@@ -352,6 +352,35 @@ TEST_F(Log, LeavesOutIntervalsTooLongToName) {
       0);
 }
 
+TEST_F(Log, TakesNoMoreMemoryForALongLogThanForAChunk) {
+  CRecorder recorder;
+  CDeviceParams device{.device = {.path = "long", .aux_text = ""}, .params = {}};
+  CParamProperties param{.path = "p", .has_actual = true};
+  CSeries series;
+  ASSERT_EQ(recorder.open(path_), 0);
+  ASSERT_EQ(recorder.begin(), 0);
+  ASSERT_EQ(recorder.add_device(device.device), 0);
+  ASSERT_EQ(recorder.add_param(device.device, param), 0);
+  ASSERT_EQ(recorder.add_series(device.device, 5, series), 0);
+  const std::vector<double> values(20, 1.5);
+  for (int i = 1; i <= 20000; ++i) ASSERT_EQ(recorder.append(series, 300 * i, 1, values), 0);
+  ASSERT_EQ(recorder.commit(), 0);
+  recorder.close();
+
+  const sqlite3_int64 before = sqlite3_memory_used();
+  ASSERT_EQ(open_for_reading(), 0);
+  long end = -1;
+  for (int chunk = 0; chunk < 40; ++chunk) {
+    CDeviceData data;
+    ASSERT_EQ(log_.get_trend_data(data, device, {{.interval = 5}}, {-1, end}, 500, 0, false, true),
+              0);
+    ASSERT_EQ(data.snapshots.size(), 500U);
+    end = static_cast<long>(data.snapshots.back().timestamp) - 1;
+    // All rows together take 3.5 MB.
+    EXPECT_LT(sqlite3_memory_used() - before, 600'000) << chunk;
+  }
+}
+
 TEST_F(Log, FailsOnDamagedRows) {
   record();
   const CDeviceParams device{.device = {.path = "", .aux_text = "", .aux_1 = 1}, .params = {}};

@@ -51,6 +51,7 @@ struct Writer {
 struct CRecorder::Connection {
   explicit Connection(RecordedDatabase database)
       : file(std::move(database)),
+        lacks_log(file.is_blank),
         begin(file.db.get(), "BEGIN IMMEDIATE"),
         commit(file.db.get(), "COMMIT"),
         rollback(file.db.get(), "ROLLBACK") {}
@@ -62,6 +63,7 @@ struct CRecorder::Connection {
   Connection& operator=(const Connection&) = delete;
 
   RecordedDatabase file;  ///< blank until the first transaction is committed
+  bool lacks_log;         ///< whether it is new, and not in WAL mode yet
   Statement begin;
   Statement commit;
   Statement rollback;
@@ -124,9 +126,13 @@ int CRecorder::commit() {
   if (!is_recording()) return -1;
   if (!connection_->commit.run()) return fail_with_database_error();
   connection_->in_transaction = false;
-  if (!connection_->file.is_blank) return 0;
   connection_->file.is_blank = false;
-  return set_journal(connection_->file.db.get(), false, error_) ? 0 : -1;
+  if (connection_->lacks_log) {
+    // What is committed is committed; where a reader is in the way, the next commit tries again.
+    std::string ignored;
+    connection_->lacks_log = !set_journal(connection_->file.db.get(), false, ignored);
+  }
+  return 0;
 }
 
 void CRecorder::rollback() {

@@ -8,15 +8,15 @@ namespace {
 /// The numbers from 0 to 99 in two digits each.
 constexpr auto TWO_DIGITS = [] {
   std::array<char, 200> digits{};
-  for (int i = 0; i < 100; ++i) {
-    digits[static_cast<std::size_t>(2 * i)] = static_cast<char>('0' + i / 10);
-    digits[static_cast<std::size_t>(2 * i + 1)] = static_cast<char>('0' + i % 10);
+  for (std::size_t i = 0; i < 100; ++i) {
+    digits[2 * i] = static_cast<char>('0' + i / 10);
+    digits[2 * i + 1] = static_cast<char>('0' + i % 10);
   }
   return digits;
 }();
 
 char* write_two_digits(int number, char* text) {
-  std::memcpy(text, &TWO_DIGITS[static_cast<std::size_t>(2 * number)], 2);
+  std::memcpy(text, &TWO_DIGITS[2 * static_cast<std::size_t>(number)], 2);
   return text + 2;
 }
 

@@ -52,8 +52,8 @@ std::tm Calendar::fields_at(std::time_t time, bool use_utc) {
   const std::tm fields = ask_library(time, use_utc);
   constexpr std::time_t LATEST = std::numeric_limits<std::time_t>::max() - DAY_LENGTH;
   day_ = time >= DAY_LENGTH && time <= LATEST ? Day::BEGIN : Day::NONE;
-  begin_ =
-      day_ == Day::NONE ? 0 : time - 3600 * fields.tm_hour - 60 * fields.tm_min - fields.tm_sec;
+  const int time_of_day = 3600 * fields.tm_hour + 60 * fields.tm_min + fields.tm_sec;
+  begin_ = day_ == Day::NONE ? 0 : time - time_of_day;
   fields_ = fields;
   use_utc_ = use_utc;
   return fields;
