@@ -71,9 +71,9 @@ TEST(FormatTime, GivesNoTextWhereItWouldNotFit) {
         << length;
   }
   std::string dates;
-  for (int count = 1; count < 20; ++count) {
+  for (std::size_t count = 1; count < 20; ++count) {
     dates += "%F";
-    EXPECT_EQ(formatted(dates, fields).size(), count * 10 < 128 ? count * 10U : 0U) << count;
+    EXPECT_EQ(formatted(dates, fields).size(), count * 10 < 128 ? count * 10 : 0) << count;
   }
 }
 
