@@ -95,10 +95,16 @@ bool verify(sqlite3* db, std::string& error) {
   return true;
 }
 
-/// Whether `db` has nothing in it at all, like a file of no bytes.
+/// Whether `db` has nothing in it at all, like a file of no bytes. Not for within a transaction.
 bool is_blank(sqlite3* db) {
   std::int64_t pages = -1;
   return read_number(db, "PRAGMA page_count", pages) && pages == 0;
+}
+
+/// Whether `db` is known to have no tables.
+bool has_no_tables(sqlite3* db) {
+  std::int64_t tables = -1;
+  return read_number(db, "SELECT count(*) FROM sqlite_schema", tables) && tables == 0;
 }
 
 /// Takes the lock of a connection in exclusive locking mode, which then keeps it.
@@ -241,9 +247,9 @@ Database open_for_writing(const std::string& name, bool is_created, const OpenOp
                           std::string& error) {
   Database db = connect_for_writing(name, options.create, error);
   if (!db) return nullptr;
-  const bool makes_tables = options.create && is_blank(db.get());
   if (configure(db.get(), options, error) &&
-      (makes_tables ? create_tables(db.get(), error) : verify(db.get(), error)) &&
+      (options.create && is_blank(db.get()) ? create_tables(db.get(), error)
+                                            : verify(db.get(), error)) &&
       set_journal(db.get(), options.traditional_journal, error)) {
     return db;
   }
@@ -291,21 +297,17 @@ RecordedDatabase open_to_record(const std::string& path, std::string& error) {
   opened.is_created = !exists;
   opened.db = connect_for_writing(plain_name(path), true, error);
   if (!opened.db) return {};
-  opened.is_blank = is_blank(opened.db.get());
   const OpenOptions options = {.read_only = false, .create = true};
-  if (configure(opened.db.get(), options, error) &&
-      (opened.is_blank || verify(opened.db.get(), error))) {
-    return opened;
+  if (configure(opened.db.get(), options, error)) {
+    opened.is_blank = is_blank(opened.db.get());
+    if (opened.is_blank || verify(opened.db.get(), error)) return opened;
   }
   if (opened.is_created) remove_blank(opened.db.get());
   return {};
 }
 
 bool create_schema(sqlite3* db, std::string& error) {
-  std::int64_t tables = 0;
-  if (read_number(db, "SELECT count(*) FROM sqlite_schema", tables) && tables != 0) {
-    return verify(db, error);
-  }
+  if (!has_no_tables(db)) return verify(db, error);
   if (execute(db, CREATE_SCHEMA)) return true;
   error = sqlite3_errmsg(db);
   return false;
@@ -334,11 +336,7 @@ void remove_blank(sqlite3* db) {
   sqlite3_busy_timeout(db, 0);
   // Under the lock for writing: another program that waits for it then sees the file gone.
   if (!execute(db, "BEGIN IMMEDIATE")) return;
-  std::int64_t tables = 0;
-  if (!has_moved(db) && read_number(db, "SELECT count(*) FROM sqlite_schema", tables) &&
-      tables == 0) {
-    unlink(file_name(db));
-  }
+  if (!has_moved(db) && has_no_tables(db)) unlink(file_name(db));
   execute(db, "ROLLBACK");
 }
 

@@ -1,7 +1,6 @@
 #include "libtrend/log.h"
 
 #include <algorithm>
-#include <iterator>
 #include <limits>
 
 #include "libtrend/database.h"

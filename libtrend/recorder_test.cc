@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <chrono>
 #include <filesystem>
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/process.h"
@@ -230,6 +232,23 @@ TEST_F(Recorder, RecordsIntoANewFileWhereAnotherRecorderRemovedTheOld) {
   ASSERT_EQ(other.commit(), 0) << other.error();
   other.close();
   EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{900}));
+}
+
+TEST_F(Recorder, WaitsForAnotherThatGivesUpANewDatabase) {
+  write_file(path_, "");
+  sqlite3* other = nullptr;
+  ASSERT_EQ(sqlite3_open(path_.c_str(), &other), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+  std::thread end_of_writing([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
+  });
+  open();
+  end_of_writing.join();
+  EXPECT_EQ(append(300), 0) << recorder_.error();
+  EXPECT_EQ(recorder_.commit(), 0);
+  sqlite3_close(other);
+  EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300}));
 }
 
 TEST_F(Recorder, RefusesASeriesWhoseIdHoldsNoTimes) {

@@ -106,6 +106,24 @@ class ReadOnlyFolder : public testing::Test {
   std::vector<std::string> program_;
 };
 
+TEST(ReadOnlyFile, IsNamedAsWhatALoadCannotWrite) {
+  const TemporaryFolder folder;
+  fs::permissions(folder.path(), fs::perms(0777));
+  const std::string db = folder.file("trend.db");
+  record(small_log(3), db);
+  fs::permissions(db, fs::perms(0444));
+  std::vector<std::string> load = tool_command("trendload");
+  fs::copy_file(load.back(), folder.file("trendload"));
+  load.back() = folder.file("trendload");
+  load.insert(load.end(), {"-x", db, "-d", "/plant", "-i", "1", "-u"});
+  const std::vector<std::string> files = list_folder(folder.path());
+  const ProcessResult result =
+      run_process(load, "Date,Time,a:Value\n2020-01-01,00:00,1\n", {}, drop_privileges);
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendload: " + db + ": it can't be written\n");
+  EXPECT_EQ(list_folder(folder.path()), files);
+}
+
 TEST_F(ReadOnlyFolder, HoldsADatabaseThatDumps) {
   record(small_log(5), on_medium("trend.db"));
   ASSERT_EQ(list_folder(medium_), std::vector<std::string>{"trend.db"});

@@ -106,6 +106,12 @@ TEST(ReadHeader, WantsDateAndTimeFirst) {
   }
 }
 
+TEST(ReadHeader, RefusesAZeroByte) {
+  // A dump would end the column's name there.
+  EXPECT_EQ(header_error(std::string("Date,Time,a\0b:Value", 19)),
+            "the header has a zero byte in it");
+}
+
 TEST(ReadHeader, WantsAtLeastOneParameter) {
   EXPECT_EQ(header_error("Date,Time"), "the header names no parameter");
   EXPECT_EQ(header_error("Date,Time,Percent Valid"), "the header names no parameter");
