@@ -11,8 +11,8 @@
 #include "libtrend/log.h"
 #include "libtrend/recorder.h"
 #include "output/row.h"
-#include "output/time_text.h"
-#include "trendlog/calendar.h"
+#include "text/calendar.h"
+#include "text/time_text.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "libcds/cds.h"
-#include "tests/fake_server.h"
-#include "tests/process.h"
+#include "tests/support/fake_server.h"
+#include "tests/support/process.h"
 
 using testing::IsEmpty;
 

@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "libcds/cds.h"
-#include "tests/fake_server.h"
-#include "tests/process.h"
-#include "tests/redis_server.h"
+#include "tests/support/fake_server.h"
+#include "tests/support/process.h"
+#include "tests/support/redis_server.h"
 
 // The library under test is built for the socket "cds.sock" of the working directory. No test
 // measures time: one that waits without end is ended by ctest.

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <limits>
 
-#include "libtrend/database.h"
-#include "libtrend/query.h"
-#include "libtrend/schema.h"
-#include "libtrend/statement.h"
+#include "libtrend/query/query.h"
+#include "libtrend/sqlite/database.h"
+#include "libtrend/sqlite/schema.h"
+#include "libtrend/sqlite/statement.h"
 
 namespace toolkit::trend {
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "libtrend/recorder.h"
-#include "tests/process.h"
+#include "tests/support/process.h"
 
 namespace toolkit::trend {
 namespace {

@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include "libtrend/database.h"
-#include "libtrend/samples.h"
-#include "libtrend/schema.h"
-#include "libtrend/statement.h"
+#include "libtrend/sqlite/database.h"
+#include "libtrend/sqlite/samples.h"
+#include "libtrend/sqlite/schema.h"
+#include "libtrend/sqlite/statement.h"
 
 namespace toolkit::trend {
 

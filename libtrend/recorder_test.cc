@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/process.h"
+#include "tests/support/process.h"
 
 namespace toolkit::trend {
 namespace {

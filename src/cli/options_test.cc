@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/streams.h"
+#include "tests/support/streams.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include "cli/run.h"
 #include "columns/header.h"
 #include "output/retrieval.h"
-#include "tests/scripted_trend_log.h"
-#include "tests/streams.h"
+#include "tests/support/scripted_trend_log.h"
+#include "tests/support/streams.h"
 #include "trendlog/selection.h"
 
 namespace {

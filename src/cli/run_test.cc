@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/scripted_cds.h"
-#include "tests/scripted_trend_log.h"
-#include "tests/streams.h"
-#include "tests/time_zone.h"
-#include "tests/usage_text.h"
+#include "tests/support/scripted_cds.h"
+#include "tests/support/scripted_trend_log.h"
+#include "tests/support/streams.h"
+#include "tests/support/time_zone.h"
+#include "tests/support/usage_text.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/streams.h"
-#include "tests/usage_text.h"
+#include "tests/support/streams.h"
+#include "tests/support/usage_text.h"
 
 namespace {
 

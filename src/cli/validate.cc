@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <utility>
 
-#include "cli/input_time.h"
 #include "cli/options.h"
+#include "text/input_time.h"
 
 namespace {
 

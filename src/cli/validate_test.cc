@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/streams.h"
-#include "tests/time_zone.h"
+#include "tests/support/streams.h"
+#include "tests/support/time_zone.h"
 
 namespace {
 

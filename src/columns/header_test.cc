@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/scripted_cds.h"
-#include "tests/scripted_trend_log.h"
-#include "tests/streams.h"
+#include "tests/support/scripted_cds.h"
+#include "tests/support/scripted_trend_log.h"
+#include "tests/support/streams.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "output/retrieval.h"
-#include "tests/scripted_trend_log.h"
-#include "tests/streams.h"
-#include "tests/time_zone.h"
+#include "tests/support/scripted_trend_log.h"
+#include "tests/support/streams.h"
+#include "tests/support/time_zone.h"
 
 namespace {
 

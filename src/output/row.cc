@@ -9,8 +9,8 @@
 #include <limits>
 #include <string>
 
-#include "output/number.h"
-#include "output/time_text.h"
+#include "text/number.h"
+#include "text/time_text.h"
 
 using toolkit::trend::CParamProperties;
 using toolkit::trend::CSample;

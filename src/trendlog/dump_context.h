@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "libtrend/log.h"
-#include "trendlog/calendar.h"
+#include "text/calendar.h"
 #include "trendlog/dump_options.h"
 
 /// What the stages of one run fill and read. Owns the output stream and the trend log; its end

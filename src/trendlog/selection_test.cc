@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "cli/validate.h"
-#include "tests/scripted_trend_log.h"
-#include "tests/streams.h"
+#include "tests/support/scripted_trend_log.h"
+#include "tests/support/streams.h"
 
 namespace {
 

@@ -1,0 +1,259 @@
+// What trendload refuses, and that it then leaves everything as it was.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/support/model.h"
+
+namespace {
+
+const std::string GOOD = "Date,Time,a:.ValueIntMin,a:Value\n2023-05-01,01:00,1,2\n";
+
+struct BadInput {
+  const char* name;
+  std::string csv;
+  std::string message;  ///< behind the name of the input
+};
+
+void PrintTo(const BadInput& input, std::ostream* out) { *out << input.name; }
+
+std::string row(const std::string& line) { return GOOD + line + "\n"; }
+
+const BadInput BAD_INPUTS[] = {
+    {"Nothing", "", ":1: the header is missing"},
+    {"AnEmptyLine", "\n", ":1: the header does not begin with Date,Time"},
+    {"NoHeader", "2023-05-01,01:00,1\n", ":1: the header does not begin with Date,Time"},
+    {"NoColumns", "Date,Time\n", ":1: the header names no parameter"},
+    {"DisplayNames", "Date,Time,Boiler (min)\n",
+     ":1: column 'Boiler (min)' is no parameter path with a statistic behind a colon"},
+    {"AColumnTwice", "Date,Time,a:Value,a:Value\n", ":1: column 'a:Value' stands there twice"},
+    {"AMissingStatistic", "Date,Time,a:Value,a:.ValueIntMax\n2023-05-01,05:00,1,2\n",
+     ":1: parameter 'a' is recorded without :.ValueIntMax"},
+    {"TooFewFields", row("2023-05-01,02:00,1"), ":3: 3 fields where the header has 4"},
+    {"TooManyFields", row("2023-05-01,02:00,1,2,3"), ":3: 5 fields where the header has 4"},
+    {"AnEmptyRow", row(""), ":3: 1 fields where the header has 4"},
+    {"AHalfTime", row("2023-05-01,02,1,2"),
+     ":3: '2023-05-01 02' does not match the format '%F %R'"},
+    {"ALongTime", row("2023-05-01,02:00:00,1,2"),
+     ":3: '2023-05-01 02:00:00' does not match the format '%F %R'"},
+    {"NoDate", row(",02:00,1,2"), ":3: ' 02:00' does not match the format '%F %R'"},
+    {"NoSuchDay", row("2023-02-30,02:00,1,2"),
+     ":3: '2023-02-30 02:00' is a time that does not exist"},
+    {"TheEpoch", row("1970-01-01,00:00,1,2"), ":3: '1970-01-01 00:00' is not after the epoch"},
+    {"BeforeTheEpoch", row("1969-05-01,02:00,1,2"),
+     ":3: '1969-05-01 02:00' is not after the epoch"},
+    {"AWord", row("2023-05-01,02:00,1,two"), ":3: 'two' is no number"},
+    {"NaN", row("2023-05-01,02:00,nan,2"), ":3: 'nan' is no number"},
+    {"Hexadecimal", row("2023-05-01,02:00,0x10,2"), ":3: '0x10' is no number"},
+    {"ABlank", row("2023-05-01,02:00, 1,2"), ":3: ' 1' is no number"},
+    {"ATooLargeNumber", row("2023-05-01,02:00,1e999,2"), ":3: '1e999' is no number"},
+    {"AQuote", row("2023-05-01,02:00,\"1\",2"), ":3: '\"1\"' is no number"},
+    {"ANegativePercentage", "Date,Time,Percent Valid,a:Value\n2023-05-01,02:00,-1,2\n",
+     ":2: '-1' is no percentage from 0 to 100"},
+    {"ATooLargePercentage", "Date,Time,Percent Valid,a:Value\n2023-05-01,02:00,100.5,2\n",
+     ":2: '100.5' is no percentage from 0 to 100"},
+    {"NoPercentage", "Date,Time,Percent Valid,a:Value\n2023-05-01,02:00,,2\n",
+     ":2: '' is no percentage from 0 to 100"},
+    {"ATimeTwice", row("2023-05-01,02:00,1,2\n2023-05-01,03:00,1,2\n2023-05-01,02:00,1,2"),
+     ":5: the series has a row with the timestamp 1682906400 already"},
+};
+
+class TrendloadRefusal : public testing::TestWithParam<BadInput> {
+ protected:
+  std::vector<std::string> options(const std::string& input = "") const {
+    std::vector<std::string> result = {"-x", db_, "-d", "/plant", "-i", "60", "-u"};
+    if (!input.empty()) result.push_back(input);
+    return result;
+  }
+
+  /// The names of all files there are.
+  std::vector<std::string> files() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
+      names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  /// What the database holds. Reads a copy, as SQLite leaves files of its own beside what it reads.
+  std::string dump() const {
+    const TemporaryFolder copies;
+    const std::string copy = copies.file("copy.db");
+    std::filesystem::copy_file(db_, copy);
+    return run_tool("trendcsv", {"-x", copy, "-d", "/plant", "-u"}).out;
+  }
+
+  TemporaryFolder folder_;
+  std::string db_ = folder_.file("trend.db");
+};
+
+/// A database in which the parameter of the bad inputs exists, with no row in their way.
+const std::string EXISTING = "Date,Time,a:.ValueIntMin,a:Value\n2023-04-01,01:00,7,8\n";
+
+TEST_P(TrendloadRefusal, SaysWhereAndLeavesTheDatabaseAsItWas) {
+  ASSERT_EQ(run_tool("trendload", options(), EXISTING).exit_status, 0);
+  const std::string bytes = read_file(db_);
+  const std::string rows = dump();
+  ASSERT_NE(rows, "");
+  const std::string file = folder_.file("bad.csv");
+  write_file(file, GetParam().csv);
+  const ProcessResult result = run_tool("trendload", options(file));
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "trendload: " + file + GetParam().message + "\n");
+  EXPECT_EQ(read_file(db_), bytes);
+  EXPECT_EQ(files(), (std::vector<std::string>{"bad.csv", "trend.db"}));
+  EXPECT_EQ(dump(), rows);
+}
+
+TEST_P(TrendloadRefusal, LeavesNoDatabaseWhereThereWasNone) {
+  // Without an existing parameter there is no statistic that it lacks.
+  if (std::string(GetParam().name) == "AMissingStatistic") {
+    EXPECT_EQ(run_tool("trendload", options(), GetParam().csv).exit_status, 0);
+    return;
+  }
+  const ProcessResult result = run_tool("trendload", options(), GetParam().csv);
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendload: -" + GetParam().message + "\n");
+  EXPECT_EQ(files(), std::vector<std::string>{});
+}
+
+TEST_P(TrendloadRefusal, LeavesAnEmptyFileEmpty) {
+  if (std::string(GetParam().name) == "AMissingStatistic") return;
+  write_file(db_, "");
+  EXPECT_EQ(run_tool("trendload", options("-"), GetParam().csv).exit_status, 1);
+  EXPECT_EQ(files(), std::vector<std::string>{"trend.db"});
+  EXPECT_EQ(read_file(db_), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, TrendloadRefusal, testing::ValuesIn(BAD_INPUTS),
+                         [](const auto& input) { return input.param.name; });
+
+class TrendloadTrouble : public TrendloadRefusal {};
+
+TEST_F(TrendloadTrouble, RefusesARowThatIsRecordedAlready) {
+  ASSERT_EQ(run_tool("trendload", options(), GOOD).exit_status, 0);
+  const std::string rows = dump();
+  const ProcessResult result =
+      run_tool("trendload", options(),
+               "Date,Time,b:Value\n2023-05-01,00:00,1\n2023-05-01,01:00,1\n2023-05-01,02:00,1\n");
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err,
+            "trendload: -:3: the series has a row with the timestamp 1682902800 already\n");
+  EXPECT_EQ(dump(), rows);
+}
+
+TEST_F(TrendloadTrouble, RefusesABadRowBehindManyGoodOnes) {
+  std::string csv = "Date,Time,a:Value\n";
+  for (int i = 0; i < 20'000; ++i) csv += std::to_string(1'700'000'000 + 60 * i) + ",,1\n";
+  csv += "never,,1\n";
+  std::vector<std::string> arguments = options();
+  arguments.insert(arguments.end(), {"-t", "%s "});
+  const ProcessResult result = run_tool("trendload", arguments, csv, {{"TZ", "UTC0"}});
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendload: -:20002: 'never ' does not match the format '%s '\n");
+  EXPECT_EQ(files(), std::vector<std::string>{});
+}
+
+TEST_F(TrendloadTrouble, NamesAnInputThatDoesNotExist) {
+  const std::string file = folder_.file("none.csv");
+  const ProcessResult result = run_tool("trendload", options(file));
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendload: " + file + ": No such file or directory\n");
+  EXPECT_EQ(files(), std::vector<std::string>{});
+}
+
+TEST_F(TrendloadTrouble, RefusesAFolderForInput) {
+  const ProcessResult result = run_tool("trendload", options(folder_.path()));
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendload: " + folder_.path().string() + ": Is a directory\n");
+  EXPECT_EQ(files(), std::vector<std::string>{});
+}
+
+TEST_F(TrendloadTrouble, RefusesADatabaseThatIsNone) {
+  const std::string text =
+      "This is a text of more than a hundred bytes, which SQLite would need to "
+      "take it for one of its files, if it began as these begin.\n";
+  write_file(db_, text);
+  const ProcessResult result = run_tool("trendload", options(), GOOD);
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendload: " + db_ + ": file is not a database\n");
+  EXPECT_EQ(read_file(db_), text);
+  EXPECT_EQ(files(), std::vector<std::string>{"trend.db"});
+}
+
+TEST_F(TrendloadTrouble, RefusesAFolderForADatabase) {
+  std::filesystem::create_directory(db_);
+  const ProcessResult result = run_tool("trendload", options(), GOOD);
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendload: " + db_ + ": it is no regular file\n");
+  EXPECT_TRUE(std::filesystem::is_directory(db_));
+}
+
+TEST_F(TrendloadTrouble, RefusesADatabaseInAFolderThatDoesNotExist) {
+  db_ = folder_.file("none/trend.db");
+  const ProcessResult result = run_tool("trendload", options(), GOOD);
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_THAT(result.err, testing::StartsWith("trendload: " + db_ + ": "));
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
+  EXPECT_EQ(files(), std::vector<std::string>{});
+}
+
+TEST_F(TrendloadTrouble, RefusesEveryBadCommandLine) {
+  const std::string help = "; 'trendload -h' explains the options\n";
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
+      {{}, "-x, the database, is missing"},
+      {{"-d", "/plant", "-i", "60"}, "-x, the database, is missing"},
+      {{"-x", "", "-d", "/plant", "-i", "60"}, "-x, the database, is missing"},
+      {{"-x", db_, "-i", "60"}, "-d, the device, is missing"},
+      {{"-x", db_, "-d", "", "-i", "60"}, "-d, the device, is missing"},
+      {{"-x", db_, "-d", "/plant"}, "-i, the interval in minutes, is missing"},
+      {{"-x", db_, "-d", "/plant", "-i", "0"}, "-i takes a number of minutes"},
+      {{"-x", db_, "-d", "/plant", "-i", "-5"}, "-i takes a number of minutes"},
+      {{"-x", db_, "-d", "/plant", "-i", "+5"}, "-i takes a number of minutes"},
+      {{"-x", db_, "-d", "/plant", "-i", "60x"}, "-i takes a number of minutes"},
+      {{"-x", db_, "-d", "/plant", "-i", "1.5"}, "-i takes a number of minutes"},
+      {{"-x", db_, "-d", "/plant", "-i", ""}, "-i takes a number of minutes"},
+      {{"-x", db_, "-d", "/plant", "-i", "4294967296"}, "-i takes a number of minutes"},
+      {{"-x", db_, "-d", "/plant", "-i", "60", "a.csv", "b.csv"}, "there is more than one file"},
+  };
+  for (const auto& [arguments, message] : cases) {
+    const ProcessResult result = run_tool("trendload", arguments, GOOD);
+    EXPECT_EQ(result.exit_status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "trendload: " + message + help);
+  }
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"-x", db_, "-d", "/plant", "-i", "60", "-q"},
+        std::vector<std::string>{"-x", db_, "-d", "/plant", "-i"},
+        std::vector<std::string>{"-x"}}) {
+    const ProcessResult result = run_tool("trendload", arguments, GOOD);
+    EXPECT_EQ(result.exit_status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, testing::EndsWith("trendload: the command line is wrong" + help));
+  }
+  EXPECT_EQ(files(), std::vector<std::string>{});
+}
+
+TEST_F(TrendloadTrouble, TakesTheLongestInterval) {
+  std::vector<std::string> arguments = options();
+  arguments[5] = "4294967295";
+  EXPECT_EQ(run_tool("trendload", arguments, GOOD).exit_status, 0);
+  EXPECT_EQ(run_tool("trendcsv", {"-x", db_, "-d", "/plant", "-u", "-a"}).out, GOOD);
+}
+
+TEST_F(TrendloadTrouble, ExplainsItsOptions) {
+  const ProcessResult result = run_tool("trendload", {"-h"});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_THAT(result.out, testing::StartsWith("Usage: trendload -x <db> -d <device> -i <minutes> "
+                                              "[-t <input_time_fmt>] [-u] [<file>]\n"));
+  for (const char* option :
+       {"\t-x: ", "\t-d: ", "\t-i: ", "\t-t: ", "\t-u: ", "\t-h: ", "Default: \"%F %R\".\n"}) {
+    EXPECT_THAT(result.out, testing::HasSubstr(option));
+  }
+}
+
+}  // namespace

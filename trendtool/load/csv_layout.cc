@@ -1,0 +1,108 @@
+#include "trendtool/load/csv_layout.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <system_error>
+
+#include "columns/statistics.h"
+#include "text/number.h"
+
+namespace {
+
+bool parse_number(std::string_view text, double& value) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  return error == std::errc() && stop == end && !std::isnan(value);
+}
+
+bool prints_as(double value, std::string_view text) {
+  std::array<char, MAX_VALUE_TEXT> printed;
+  const char* end = format_value(value, printed.data());
+  return std::string_view(printed.data(), static_cast<std::size_t>(end - printed.data())) == text;
+}
+
+/// A number that prints as `text`, where the nearest one, `value`, does not; else `value`.
+double find_printed(double value, std::string_view text) {
+  if (prints_as(value, text)) return value;
+  // Just below a power of ten from a million on, a value prints as that power in exponent form,
+  // which the power itself does not. Half a unit less is such a value.
+  const double below = value - std::copysign(0.5, value);
+  if (prints_as(below, text)) return below;
+  // A few steps further from zero the number of digits may be another: about 1E+14, where the
+  // logarithm rounds up before the number does, and among the coarse numbers next to zero.
+  constexpr int STEPS = 4;
+  double further = value;
+  for (int i = 0; i < STEPS; ++i) {
+    further = std::nextafter(further, std::copysign(INFINITY, value));
+    if (prints_as(further, text)) return further;
+  }
+  return value;
+}
+
+}  // namespace
+
+std::string quote(std::string_view text) { return std::string("'").append(text).append("'"); }
+
+std::vector<std::string_view> split_fields(std::string_view line) {
+  std::vector<std::string_view> fields;
+  for (std::size_t comma = line.find(','); comma != line.npos; comma = line.find(',')) {
+    fields.push_back(line.substr(0, comma));
+    line.remove_prefix(comma + 1);
+  }
+  fields.push_back(line);
+  return fields;
+}
+
+std::string read_header(std::string_view line, Layout& layout) {
+  const std::vector<std::string_view> fields = split_fields(line);
+  if (fields.size() < 2 || fields[0] != "Date" || fields[1] != "Time") {
+    return "the header does not begin with Date,Time";
+  }
+  if (line.find('\0') != line.npos) return "the header has a zero byte in it";
+  layout.has_percent = fields.size() > 2 && fields[2] == "Percent Valid";
+  for (std::size_t i = layout.fixed_fields(); i < fields.size(); ++i) {
+    const std::string_view field = fields[i];
+    const std::size_t colon = field.rfind(':');
+    const auto statistic =
+        std::find_if(STATISTICS.begin(), STATISTICS.end(), [&](const Statistic& candidate) {
+          return colon != field.npos && field.substr(colon) == candidate.path_suffix;
+        });
+    if (statistic == STATISTICS.end()) {
+      return "column " + quote(field) + " is no parameter path with a statistic behind a colon";
+    }
+    const std::string_view path = field.substr(0, colon);
+    auto param = std::find_if(layout.params.begin(), layout.params.end(),
+                              [&](const auto& candidate) { return candidate.path == path; });
+    if (param == layout.params.end()) {
+      layout.params.emplace_back().path = path;
+      param = layout.params.end() - 1;
+    }
+    bool& has_column = (*param).*statistic->flag;
+    if (has_column) return "column " + quote(field) + " stands there twice";
+    has_column = true;
+    layout.columns.push_back({static_cast<std::size_t>(param - layout.params.begin()),
+                              static_cast<std::size_t>(statistic - STATISTICS.begin())});
+  }
+  return layout.columns.empty() ? "the header names no parameter" : "";
+}
+
+bool read_value(std::string_view field, double& value) {
+  if (field.empty()) {
+    value = std::numeric_limits<double>::quiet_NaN();
+    return true;
+  }
+  if (!parse_number(field, value)) return false;
+  const bool is_large = std::fabs(value) >= 1e6;
+  if (is_large || std::fpclassify(value) == FP_SUBNORMAL) value = find_printed(value, field);
+  return true;
+}
+
+bool read_percent(std::string_view field, double& ratio) {
+  double percent = 0;
+  if (!parse_number(field, percent) || percent < 0 || percent > 100) return false;
+  ratio = percent / 100;
+  return true;
+}
