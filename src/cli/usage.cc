@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdio>
 
-#include "cli/options.h"
+#include "text/time_formats.h"
 
 void print_usage(const DumpOptions& options, const char* program) {
   // Deliberate: no "-r", and no closing bracket behind "<heap_limit".
