@@ -16,10 +16,12 @@ in order, in one shell:
 In a manual page, the example blocks (.EX to .EE) follow the rule of ```console.
 """
 
+import os
 import pathlib
 import re
 import shlex
 import shutil
+import signal
 import subprocess
 import sys
 from typing import NamedTuple
@@ -173,9 +175,15 @@ def check_links(text, folder):
 
 
 def copy_tree(source, target):
+    """Copies what belongs to the project, and neither builds nor a folder that holds `target`."""
+
+    def ignore(folder, names):
+        paths = {name: pathlib.Path(folder, name) for name in names}
+        return {n for n, path in paths.items() if n in (".git", "build") or path in target.parents}
+
     if target.exists():
         shutil.rmtree(target)
-    shutil.copytree(source, target, ignore=shutil.ignore_patterns(".git", "build"), symlinks=True)
+    shutil.copytree(source, target, ignore=ignore, symlinks=True)
 
 
 def stand_in(path, script):
@@ -201,8 +209,9 @@ def run_document(checkout, name):
     path = 'export TZ=UTC PATH="$PWD/build/bin:$PWD/build/demo:$PATH"'
     steps = [(0, path, None)] + plan(blocks)
     wrong += run_steps(steps, folder, lambda text: text.replace(DOCUMENTED_SOCKET, DEMO_SOCKET))
-    subprocess.run(["redis-cli", "-s", DEMO_SOCKET, "shutdown"], cwd=folder, check=False,
-                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    # After a failure, a server that the document started may still run.
+    for pid_file in folder.glob("*.pid"):
+        os.kill(int(pid_file.read_text()), signal.SIGTERM)
     return wrong
 
 
