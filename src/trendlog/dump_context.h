@@ -26,8 +26,9 @@ struct DumpContext {
   Calendar calendar;  ///< for the times of rows
 };
 
-/// Sets `context.out` to the file that "-f" names, created or emptied, or to standard output.
-/// Returns 0, or 1 after a message on standard error.
+/// Sets `context.out` to the file that "-f" names, created or emptied, or to standard output. A
+/// file of the database that "-x" names counts as one that can't be opened. Returns 0, or 1 with
+/// `context.out` null after a message on standard error.
 [[nodiscard]] int open_output(DumpContext& context, const DumpOptions& options);
 
 /// Closes the output stream, standard output as well, unless that was done before.

@@ -1,6 +1,7 @@
 // Where trendcsv writes to, and what the surroundings do to its output.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -96,6 +97,25 @@ TEST_F(ProgramOutput, MayBeClosed) {
       });
   EXPECT_EQ(filed.exit_status, 0);
   EXPECT_EQ(read_file(file), "2023-05-14,21:20,0.5,20000\n");
+}
+
+TEST_F(ProgramOutput, MayBeADevice) {
+  const std::string plain = run_tool("trendcsv", arguments()).out;
+  const ProcessResult to_standard_output = run_tool("trendcsv", arguments({"-f", "/dev/stdout"}));
+  EXPECT_EQ(to_standard_output.out, plain);
+  EXPECT_EQ(to_standard_output.err, "");
+  const ProcessResult to_nothing = run_tool("trendcsv", arguments({"-f", "/dev/null"}));
+  EXPECT_EQ(to_nothing.exit_status, 1);
+  EXPECT_EQ(to_nothing.out + to_nothing.err, "");
+}
+
+TEST_F(ProgramOutput, MayBeAFifo) {
+  const std::string fifo = folder_->file("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  auto reading = std::async(std::launch::async, [&] { return read_file(fifo); });
+  const ProcessResult result = run_tool("trendcsv", arguments({"-f", fifo}));
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(reading.get(), run_tool("trendcsv", arguments()).out);
 }
 
 TEST_F(ProgramOutput, MayBeFull) {
