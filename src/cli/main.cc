@@ -2,8 +2,10 @@
 #include <exception>
 
 #include "cli/run.h"
+#include "cli/standard_streams.h"
 
 int main(int argc, char** argv) {
+  fill_closed_standard_streams();
   try {
     return run_program(argc, argv);
   } catch (const std::exception&) {

@@ -83,20 +83,47 @@ TEST_F(ProgramOutput, MustBeWritable) {
   }
 }
 
+/// For `before_start`: closes the standard descriptors whose bits are set in `which`.
+std::function<void()> close_standard(unsigned which) {
+  return [which] {
+    for (int number = 0; number < 3; ++number) {
+      if ((which >> number & 1) != 0) close(number);
+    }
+  };
+}
+
 TEST_F(ProgramOutput, MayBeClosed) {
   const ProcessResult result =
-      run_tool("trendcsv", arguments(), "", {}, [] { close(STDOUT_FILENO); });
+      run_tool("trendcsv", arguments(), "", {}, close_standard(1U << STDOUT_FILENO));
   EXPECT_EQ(result.exit_status, 1);
-  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.out + result.err, "");
+}
+
+TEST_F(ProgramOutput, HoldsRowsAloneWhateverIsClosed) {
   const std::string file = folder_->file("closed.csv");
-  const ProcessResult filed =
-      run_tool("trendcsv", arguments({"-f", file, "-m", "1", "-nh"}), "", {}, [] {
-        close(STDIN_FILENO);
-        close(STDOUT_FILENO);
-        close(STDERR_FILENO);
-      });
-  EXPECT_EQ(filed.exit_status, 0);
-  EXPECT_EQ(read_file(file), "2023-05-14,21:20,0.5,20000\n");
+  const std::vector<std::string> request = arguments({"-f", file, "-m", "1", "-n"});
+  const std::string message = "Error: can't connect to CDS\n";
+  for (unsigned which = 0; which < 8; ++which) {
+    SCOPED_TRACE(which);
+    const ProcessResult result = run_tool("trendcsv", request, "", {}, close_standard(which));
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, (which & 1U << STDERR_FILENO) != 0 ? "" : message);
+    EXPECT_EQ(read_file(file), "Date,Time,a:.ValueIntAvg,a:Value\n2023-05-14,21:20,0.5,20000\n");
+  }
+}
+
+TEST_F(ProgramOutput, HoldsNoMessageOfAFailureWhateverIsClosed) {
+  const std::string file = folder_->file("failed.csv");
+  const std::string missing = folder_->file("none.db");
+  for (unsigned which = 0; which < 8; ++which) {
+    SCOPED_TRACE(which);
+    write_file(file, "something");
+    const ProcessResult result = run_tool("trendcsv", {"-x", missing, "-d", "/plant", "-f", file},
+                                          "", {}, close_standard(which));
+    EXPECT_EQ(result.exit_status, 1);
+    EXPECT_EQ(read_file(file), "");
+  }
 }
 
 TEST_F(ProgramOutput, MayBeADevice) {
