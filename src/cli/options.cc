@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "cli/validate.h"
 
@@ -36,25 +37,35 @@ bool append_param(DumpOptions& options, const char* value) {
   return true;
 }
 
-// Deliberate, for all numbers: leading digits count and what follows them is ignored, and text that
-// is no number is 0.
+// Deliberate, for all numbers: only the digits at the start count, what follows them is ignored,
+// and text that is not a number counts as 0.
 
-/// Reads a number from `value`; prints `message` with it and returns false where it is below
+/// The number at the start of `value`, or the nearest one that a long can hold.
+long to_long(const char* value) {
+  constexpr int DECIMAL = 10;
+  return std::strtol(value, nullptr, DECIMAL);
+}
+
+/// Reads a number from `value`. Returns false, after `message` with the number, where it is below
 /// `minimum`.
 bool read_long(const char* value, long minimum, const char* message, long& number) {
-  number = std::atol(value);
+  number = to_long(value);
   if (number >= minimum) return true;
   std::fprintf(stderr, message, number);
   return false;
 }
 
-/// The same for the sizes, which are ints.
+/// The same for the sizes, which are ints and at least 1. Deliberate: where a long is wider than an
+/// int, only its low 32 bits count.
 bool read_int(const char* value, const char* message, int& number) {
-  number = std::atoi(value);
+  number = static_cast<int>(to_long(value));
   if (number >= 1) return true;
   std::fprintf(stderr, message, number);
   return false;
 }
+
+// Deliberate: 0 is allowed for "-i", where it stands for the smallest interval, and for "-c", where
+// it stands for no chunks, but not for "-m" and "-o".
 
 bool append_interval(DumpOptions& options, const char* value) {
   long minutes = 0;
@@ -72,9 +83,11 @@ bool store_offset(DumpOptions& options, const char* value) {
 }
 
 bool store_chunk_size(DumpOptions& options, const char* value) {
+  constexpr unsigned long LARGEST = std::numeric_limits<std::uint32_t>::max();
   long size = 0;
   if (!read_long(value, 0, "Error: invalid chunk size: %ld\n", size)) return false;
-  options.chunk_size = static_cast<std::uint32_t>(size);
+  const unsigned long rows = std::min(static_cast<unsigned long>(size), LARGEST);
+  options.chunk_size = static_cast<std::uint32_t>(rows);
   return true;
 }
 

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -215,7 +218,24 @@ TEST(ParseArgs, ShiftsOutTheBitsOfSizesThatDoNotFit) {
   expect_change({"-sl", "2147483647"}, [](DumpOptions& o) { o.heap_limit = -1024; });
 }
 
-TEST(ParseArgs, KeepsLimitsBeyond32BitsAndTheLowBitsOfAChunkSize) {
+TEST(ParseArgs, TakesTheLargestNumberForOneThatDoesNotFit) {
+  constexpr long LARGEST = std::numeric_limits<long>::max();
+  for (const char* number :
+       {"9223372036854775807", "9223372036854775808", "99999999999999999999"}) {
+    expect_change({"-m", number}, [](DumpOptions& o) { o.max_records = LARGEST; });
+    expect_change({"-o", number}, [](DumpOptions& o) { o.offset = LARGEST; });
+    expect_change({"-i", number}, [](DumpOptions& o) { o.intervals = {LARGEST}; });
+  }
+  // A long of 32 bits can't hold all chunk sizes.
+  constexpr auto LARGEST_SIZE = static_cast<std::uint32_t>(
+      std::min<unsigned long>(LARGEST, std::numeric_limits<std::uint32_t>::max()));
+  for (const char* number : {"4294967295", "4294967296", "4294967297", "99999999999",
+                             "9223372036854775807", "99999999999999999999"}) {
+    expect_change({"-c", number}, [](DumpOptions& o) { o.chunk_size = LARGEST_SIZE; });
+  }
+}
+
+TEST(ParseArgs, KeepsNumbersBeyond32BitsWhereALongHoldsThem) {
   if constexpr (sizeof(long) > 4) {
     expect_change({"-m", "5000000000", "-o", "6000000000"}, [](DumpOptions& o) {
       o.max_records = static_cast<long>(5000000000);
@@ -223,7 +243,6 @@ TEST(ParseArgs, KeepsLimitsBeyond32BitsAndTheLowBitsOfAChunkSize) {
     });
     expect_change({"-i", "4294967301"},
                   [](DumpOptions& o) { o.intervals = {static_cast<unsigned long>(4294967301)}; });
-    expect_change({"-c", "4294967299"}, [](DumpOptions& o) { o.chunk_size = 3; });
   } else {
     expect_change({"-m", "5000000000"}, [](DumpOptions& o) { o.max_records = 2147483647; });
   }
