@@ -18,11 +18,11 @@ class Calendar {
 
  private:
   /// How much is known of the day that is kept.
-  enum class Day { NONE, BEGIN, EVEN };
+  enum class Day { NONE, STARTED, EVEN };
 
   bool has_spelled_out_zone_;
-  std::time_t begin_ = 0;  ///< when the day began
+  std::time_t start_ = 0;  ///< the first second of the day
   std::tm fields_ = {};    ///< of a time on the day
   bool use_utc_ = false;   ///< what they were asked for
-  Day day_ = Day::NONE;    ///< EVEN where all of it has the same offset from UTC
+  Day day_ = Day::NONE;    ///< EVEN where it is known to have 86,400 seconds
 };
