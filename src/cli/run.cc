@@ -28,6 +28,8 @@ int open_log(DumpContext& context, const DumpOptions& options) {
 }  // namespace
 
 int run_dump(DumpContext& context, const DumpOptions& options) {
+  // Deliberate: a run that fails does not close the log and the output. The context does that at
+  // its end.
   if (open_output(context, options) != 0) return 1;
   if (open_log(context, options) != 0) return 1;
   if (select_catalogue(context, options) != 0) return 1;

@@ -84,6 +84,7 @@ void print_usage(const DumpOptions& options, const char* program) {
 }
 
 void print_version(const char* program) {
+  // Deliberate: a fixed text. It says neither what version the project has nor when it was built.
   std::printf("%s: version %s\n", program, "2.0.0");
   std::printf("Build date: %s %s\n", "Jun 23 2014", "15:34:36");
   std::puts("$Revision: 15184 $\n");

