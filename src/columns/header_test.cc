@@ -108,6 +108,8 @@ TEST_F(PrintHeaderRow, SuffixesBothOfTwoStatisticsOfADisplayName) {
 TEST_F(PrintHeaderRow, GivesAParameterWithoutStatisticsNoColumn) {
   select("none", "");
   EXPECT_EQ(header(), "Date,Time\n");
+  options_.percent_valid = true;
+  EXPECT_EQ(header(), "Date,Time\nDate,Time,Percent Valid\n");
 }
 
 TEST_F(PrintHeaderRow, GivesAParameterWithoutStatisticsNoColumnByDisplayNameEither) {

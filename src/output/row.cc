@@ -76,6 +76,8 @@ void add_sample(RowText& text, const CParamProperties& param, const CSample& sam
 int print_row(DumpContext& context, const DumpOptions& options, const CSnapshot& snapshot) {
   const std::time_t time = options.interval_begin ? begin_of(snapshot) : snapshot.timestamp;
   const std::tm fields = context.calendar.fields_at(time, options.use_utc);
+  // Deliberate: for "%s" strftime takes the fields for local standard time. With "-u" they are
+  // those of UTC, so the seconds printed are off by the difference between the two.
   RowText text(context.out);
   text.add_time(options.output_date_format, fields);
   text.add(',');

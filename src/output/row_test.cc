@@ -143,6 +143,15 @@ TEST_F(PrintRow, PutsThePercentageBetweenTimeAndValues) {
   EXPECT_EQ(row(snapshot), "2024-01-01,00:00,50.00,21.5\n");
 }
 
+TEST_F(PrintRow, EndsWithThePercentageWhereNoParameterCarriesAStatistic) {
+  options_.percent_valid = true;
+  select("");
+  select("");
+  toolkit::trend::CSnapshot snapshot = make_snapshot(NEW_YEAR, {{1, 2, 3, 4, 5}, {1, 2, 3, 4, 5}});
+  snapshot.valid_ratio = 0.25;
+  EXPECT_EQ(row(snapshot), "2024-01-01,00:00,25.00\n");
+}
+
 TEST_F(PrintRow, WritesThePercentageWithTwoDecimals) {
   options_.percent_valid = true;
   EXPECT_EQ(row_of_ratio(1), "2024-01-01,00:00,100.00\n");
@@ -238,6 +247,16 @@ TEST_F(PrintRow, TakesCustomFormats) {
   options_.output_date_format = "%s";
   options_.output_time_format = "%H";
   EXPECT_EQ(row(QUARTER_PAST_NOON, 15), "1704111300,12\n");
+}
+
+TEST_F(PrintRow, ShiftsEpochSecondsInUtcByTheOffsetOfTheLocalZone) {
+  options_.output_date_format = "%s";
+  options_.use_utc = true;
+  EXPECT_EQ(row(QUARTER_PAST_NOON, 15), "1704111300,12:15\n");
+  const TimeZone zone(TimeZone::INDIA);
+  EXPECT_EQ(row(QUARTER_PAST_NOON, 15), "1704091500,12:15\n");
+  options_.use_utc = false;
+  EXPECT_EQ(row(QUARTER_PAST_NOON, 15), "1704111300,17:45\n");
 }
 
 TEST_F(PrintRow, QuotesNothingInDatesAndTimes) {

@@ -249,6 +249,22 @@ TEST(ProgramTimes, ShowTheBeginOfIntervalsAcrossAChange) {
             "2023-03-12,03:30,4\n");
 }
 
+TEST(ProgramTimes, ShiftEpochSecondsInUtcWhereTheZoneIsAnother) {
+  const TemporaryFolder folder;
+  record(half_hours(utc(2023, 7, 1)), folder.file("trend.db"));
+  const auto row = [&](const char* zone, const std::vector<std::string>& more) {
+    std::vector<std::string> arguments = {
+        "-x", folder.file("trend.db"), "-d", "/plant", "-nh", "-a", "-m", "1", "-w", "%s"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return run_tool("trendcsv", arguments, "", {{"TZ", zone}}).out;
+  };
+  EXPECT_EQ(row(UTC.name, {"-u"}), "1688169600,00:00,0\n");
+  EXPECT_EQ(row(KOLKATA.name, {"-u"}), "1688149800,00:00,0\n");
+  EXPECT_EQ(row(KOLKATA.name, {}), "1688169600,05:30,0\n");
+  EXPECT_EQ(row(NEW_YORK.name, {"-u"}), "1688187600,00:00,0\n");
+  EXPECT_EQ(row(NEW_YORK.name, {}), "1688169600,20:00,0\n");
+}
+
 TEST(ProgramTimes, BoundADumpInLocalTime) {
   const TemporaryFolder folder;
   record(half_hours(utc(2023, 3, 12, 6)), folder.file("trend.db"));
