@@ -12,8 +12,9 @@
 int print_row(DumpContext& context, const DumpOptions& options,
               const toolkit::trend::CSnapshot& snapshot);
 
-/// Writes a number as `format_value` makes it. Returns how many characters that was, or a negative
-/// number where the write failed.
+/// Writes the text that `format_value` makes of `v` to the output stream. Rows contain the same
+/// texts, but are collected and written as a whole, so they do not call this. Returns the number of
+/// characters, or a negative number where the write failed.
 int print_value(DumpContext& context, double v);
 
 /// Whether `v` is a value at all, that is no NaN.
