@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+#include "libtrend/log.h"
+
 struct sqlite3;
 
 namespace toolkit::trend {
@@ -14,18 +16,6 @@ struct DatabaseDeleter {
 
 /// An open SQLite connection.
 using Database = std::unique_ptr<sqlite3, DatabaseDeleter>;
-
-/// What `CLog::open` says of its arguments holds for these.
-struct OpenOptions {
-  bool read_only = true;
-  bool create = false;
-  unsigned busy_timeout = 40;
-  bool exclusive = false;
-  unsigned page_size = 0;
-  unsigned cache_size = 0;
-  unsigned heap_limit = 0;
-  bool traditional_journal = false;
-};
 
 /// Opens the trend database at `path`. Returns null on failure, with the reason in `error`; no
 /// file was created or changed then.
