@@ -54,7 +54,7 @@ void expect_library_fields(Calendar& calendar, std::time_t time, bool use_utc) {
 /// How far apart rows are, in seconds.
 constexpr int STEPS[] = {1, 60, 300, 600, 900, 1000, 3600, 86400};
 
-/// Walks through time in steps as rows do, both ways.
+/// Asks for series of times in the steps that rows have, forwards and backwards.
 void expect_library_fields_on_walks(const std::string& zone) {
   SCOPED_TRACE(zone);
   const TimeZone time_zone(zone.c_str());
@@ -71,7 +71,7 @@ void expect_library_fields_on_walks(const std::string& zone) {
   }
 }
 
-TEST(Calendar, AgreesWithTheLibraryInZonesSpelledOut) {
+TEST(Calendar, AgreesWithTheLibraryInZonesGivenByRules) {
   for (const char* zone : {"UTC0", "CET-1CEST,M3.5.0,M10.5.0/3", "<+0530>-5:30",
                            "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0", "<-0437>4:37:13",
                            "EST5EDT,M3.2.0/2:07:13,M11.1.0/2:48:59"}) {
@@ -87,7 +87,7 @@ TEST(Calendar, AgreesWithTheLibraryAtEveryChangeOfAZone) {
   }
 }
 
-TEST(Calendar, SeesAZoneThatChangesTwiceWithinAnHour) {
+TEST(Calendar, AgreesWithTheLibraryIfAZoneChangesTwiceInAnHour) {
   // Daylight saving from 00:10 to 00:20 on the first of July.
   const TimeZone time_zone("AAA0BBB,J182/0:10,J182/1:20");
   Calendar calendar;
@@ -109,7 +109,8 @@ TEST(Calendar, AgreesWithTheLibraryAtTheEndsOfTime) {
       expect_library_fields(calendar, std::numeric_limits<std::int32_t>::min(), true));
 }
 
-/// Walks past `change` in steps as rows do, from a time shortly before or after it.
+/// Asks for a series of times in one of the steps that rows have, from before `change` to after it
+/// or the other way round.
 void expect_library_fields_around(std::int64_t change, std::mt19937& random, Calendar& calendar) {
   constexpr int ROWS = 40;
   const int step = STEPS[random() % std::size(STEPS)];
@@ -142,7 +143,7 @@ TEST(Calendar, AgreesWithTheLibraryInAllZonesOfTheSystem) {
   }
 }
 
-TEST(Calendar, CountsLeapSecondsWhereTheZoneHasThem) {
+TEST(Calendar, CountsTheLeapSecondsOfAZone) {
   const char* zone = "right/Asia/Tokyo";
   if (!std::filesystem::exists(std::string("/usr/share/zoneinfo/") + zone)) {
     GTEST_SKIP() << "there is no zone with leap seconds";

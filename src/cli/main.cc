@@ -9,7 +9,7 @@ int main(int argc, char** argv) {
   try {
     return run_program(argc, argv);
   } catch (const std::exception&) {
-    // Only a failed allocation gets this far; the run has released everything by now.
+    // Only a failed allocation throws. Everything that the run held is released by now.
     std::fputs("Error: out of memory\n", stderr);
     return 1;
   }

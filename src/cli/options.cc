@@ -15,11 +15,12 @@ const std::string DEFAULT_OUTPUT_TIME_FORMAT = "%R";
 
 namespace {
 
-/// What an option does with the value behind it; false, after a message, where that is bad.
+/// Stores the value that follows an option. Returns false, after a message, if the value is bad.
 using StoreValue = bool (*)(DumpOptions& options, const char* value);
 using SetFlag = void (*)(DumpOptions& options);
 
-/// One option; it has either a value or none.
+/// One option. `store_value` is null for an option without a value, `set_flag` for one with a
+/// value.
 struct Option {
   const char* name;
   StoreValue store_value;
@@ -95,7 +96,7 @@ bool store_page_size(DumpOptions& options, const char* value) {
   return read_int(value, "Error: invalid page size: %d\n", options.page_size);
 }
 
-/// Deliberate: what does not fit into 32 bits is shifted out.
+/// Deliberate: the bits that do not fit into 32 are lost.
 std::int32_t to_bytes(int kilobytes) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(kilobytes) << 10);
 }

@@ -15,7 +15,7 @@ namespace {
 
 using Arguments = std::vector<const char*>;
 
-/// Parses `arguments`, behind a program's name. The result's exit status is what parse_args
+/// Parses `arguments` after a program's name. The exit status of the result is what parse_args
 /// returned.
 ProcessResult parse(DumpOptions& options, const Arguments& arguments) {
   Arguments argv = {"trendcsv"};
@@ -62,8 +62,8 @@ void expect_same(const DumpOptions& actual, const DumpOptions& expected) {
   EXPECT_EQ(actual.percent_valid, expected.percent_valid);
 }
 
-/// Checks that `arguments`, on top of the two required options, are accepted and make just the
-/// change that `change` makes.
+/// Checks that `arguments` together with the two required options are accepted, and that they
+/// change the options only as `change` does.
 void expect_change(const Arguments& arguments, const std::function<void(DumpOptions&)>& change) {
   SCOPED_TRACE(testing::PrintToString(arguments));
   DumpOptions expected;
@@ -87,7 +87,7 @@ void expect_change(const Arguments& arguments, const std::function<void(DumpOpti
 const Arguments VALUED_OPTIONS = {"-x", "-d", "-p", "-i", "-s", "-e",  "-m",  "-o",
                                   "-c", "-f", "-t", "-w", "-y", "-sp", "-sc", "-sl"};
 
-TEST(DumpOptions, BeginsWithTheDefaults) {
+TEST(DumpOptions, StartsWithTheDefaults) {
   const DumpOptions options;
   EXPECT_EQ(options.db_path, "");
   EXPECT_EQ(options.device, "");
@@ -153,12 +153,12 @@ TEST(ParseArgs, SetsFlags) {
   expect_change({"-J"}, [](DumpOptions& o) { o.use_wal = false; });
 }
 
-TEST(ParseArgs, TellsNoHeaderFromDisplayNames) {
+TEST(ParseArgs, TellsNhFromN) {
   expect_change({"-nh"}, [](DumpOptions& o) { o.print_header = false; });
   expect_change({"-n"}, [](DumpOptions& o) { o.display_names = true; });
 }
 
-TEST(ParseArgs, TellsOptionsApartThatBeginAlike) {
+TEST(ParseArgs, TellsOptionsWithTheSameStartApart) {
   expect_change({"-p", "v"}, [](DumpOptions& o) { o.params = {"v"}; });
   expect_change({"-s", "1970-01-02", "-t", "%Y-%m-%d", "-u", "-sp", "1"}, [](DumpOptions& o) {
     o.use_utc = true;
@@ -182,7 +182,7 @@ TEST(ParseArgs, KeepsAllRepeatedParameters) {
   });
 }
 
-TEST(ParseArgs, KeepsParametersInTheOrderTypedUntilTheLineIsAccepted) {
+TEST(ParseArgs, SortsParametersOnlyOnAGoodCommandLine) {
   DumpOptions options;
   EXPECT_EQ(parse(options, {"-p", "b", "-p", "a", "-p", "b", "nonsense"}).exit_status, -1);
   EXPECT_EQ(options.params, (std::vector<std::string>{"b", "a", "b"}));
@@ -201,7 +201,7 @@ TEST(ParseArgs, ReadsLeadingDigitsAndIgnoresTheRest) {
   expect_change({"-sc", "2MB"}, [](DumpOptions& o) { o.cache_size = 2048; });
 }
 
-TEST(ParseArgs, ReadsTextThatIsNoNumberAsZero) {
+TEST(ParseArgs, ReadsOtherTextAsZero) {
   expect_change({"-i", "abc"}, [](DumpOptions& o) { o.intervals = {0}; });
   expect_change({"-c", "-"}, [](DumpOptions& o) { o.chunk_size = 0; });
 }
@@ -218,7 +218,7 @@ TEST(ParseArgs, ShiftsOutTheBitsOfSizesThatDoNotFit) {
   expect_change({"-sl", "2147483647"}, [](DumpOptions& o) { o.heap_limit = -1024; });
 }
 
-TEST(ParseArgs, TakesTheLargestNumberForOneThatDoesNotFit) {
+TEST(ParseArgs, TakesTheLargestNumberIfOneDoesNotFit) {
   constexpr long LARGEST = std::numeric_limits<long>::max();
   for (const char* number :
        {"9223372036854775807", "9223372036854775808", "99999999999999999999"}) {
@@ -235,7 +235,7 @@ TEST(ParseArgs, TakesTheLargestNumberForOneThatDoesNotFit) {
   }
 }
 
-TEST(ParseArgs, KeepsNumbersBeyond32BitsWhereALongHoldsThem) {
+TEST(ParseArgs, KeepsNumbersThatALongCanHold) {
   if constexpr (sizeof(long) > 4) {
     expect_change({"-m", "5000000000", "-o", "6000000000"}, [](DumpOptions& o) {
       o.max_records = static_cast<long>(5000000000);
@@ -248,12 +248,12 @@ TEST(ParseArgs, KeepsNumbersBeyond32BitsWhereALongHoldsThem) {
   }
 }
 
-TEST(ParseArgs, TakesAnOptionsNameAsTheValueOfAnotherOption) {
+TEST(ParseArgs, TakesAnOptionNameAsAValue) {
   expect_change({"-x", "-d"}, [](DumpOptions& o) { o.db_path = "-d"; });
   expect_change({"-p", "-v"}, [](DumpOptions& o) { o.params = {"-v"}; });
 }
 
-TEST(ParseArgs, RefusesNumbersBelowTheirBoundWithTheNumberRead) {
+TEST(ParseArgs, RefusesNumbersThatAreTooSmall) {
   expect_refusal({"-i", "-5"}, "Error: invalid trend interval: -5\n");
   expect_refusal({"-i", "-1x"}, "Error: invalid trend interval: -1\n");
   expect_refusal({"-m", "abc"}, "Error: invalid maximum # of records: 0\n");
@@ -283,7 +283,7 @@ TEST(ParseArgs, RefusesAnEmptyValueSilently) {
   }
 }
 
-TEST(ParseArgs, RefusesWhatMatchesNoOptionSilently) {
+TEST(ParseArgs, RefusesUnknownOptionsSilently) {
   for (const char* argument : {"word", "-", "--", "", "-X", "-q", "-ar", "-x=db", "-nhx", "-pvv",
                                "--help", "-a ", "-5", "-m5"}) {
     expect_refusal({argument, "-x", "db", "-d", "dev"}, "");
@@ -304,7 +304,7 @@ TEST(ParseArgs, KeepsWhatWasStoredBeforeABadArgument) {
   EXPECT_FALSE(options.reverse);
 }
 
-TEST(ParseArgs, AsksForTheVersionAtOnce) {
+TEST(ParseArgs, StopsAtTheVersionOption) {
   for (const Arguments& arguments :
        {Arguments{"-v"}, Arguments{"-v", "-x"}, Arguments{"-v", "word"},
         Arguments{"-a", "-v", "-m"}, Arguments{"-x", "db", "-s", "no time", "-v"}}) {
@@ -316,7 +316,7 @@ TEST(ParseArgs, AsksForTheVersionAtOnce) {
   }
 }
 
-TEST(ParseArgs, EndsWithTheChecksOfTheWholeLine) {
+TEST(ParseArgs, ChecksTheWholeLineAtTheEnd) {
   expect_refusal({}, "Error: must supply a database name\n");
   expect_refusal({"-x", "db"}, "Error: must supply a device name\n");
   expect_refusal({"-x", "db", "-d", "dev", "-s", "x"},

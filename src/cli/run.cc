@@ -37,7 +37,7 @@ int run_dump(DumpContext& context, const DumpOptions& options) {
     std::fputs("The specified device has no trendable parameters [yet].\n", stderr);
   } else {
     if (print_header_row(context, options) != 0) return 1;
-    // Deliberate: the end of the data counts as a failure here, after all rows were written.
+    // Deliberate: reaching the end of the data counts as a failure, although all rows were written.
     if (dump_rows(context, options) != 0) return 1;
   }
   context.log.close();

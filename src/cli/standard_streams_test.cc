@@ -15,7 +15,7 @@ bool is_null_device(int number) {
   return fstat(number, &file) == 0 && stat("/dev/null", &null) == 0 && file.st_rdev == null.st_rdev;
 }
 
-TEST(StandardStreams, AreFilledWhereTheyAreClosed) {
+TEST(StandardStreams, BecomeTheNullDeviceIfTheyAreClosed) {
   for (unsigned closed = 0; closed < 8; ++closed) {
     SCOPED_TRACE(closed);
     const ProcessResult result = run_in_child([closed] {

@@ -34,7 +34,7 @@ int print_header_row(DumpContext& context, const DumpOptions& options) {
   if (!options.print_header) return 0;
   std::vector<std::string> columns;
   if (build_column_names(context, options.display_names, columns) != 0) return 1;
-  // Deliberate: nothing is quoted, so a comma in a name makes one more field.
+  // Deliberate: nothing is quoted, so a comma in a name starts one more field.
   std::fputs("Date,Time", context.out);
   if (options.percent_valid) std::fputs(",Percent Valid", context.out);
   for (const std::string& column : columns) {

@@ -5,11 +5,11 @@
 
 #include "libtrend/log.h"
 
-/// A statistic, and what its column's name ends in.
+/// A statistic, and the end of its column's name.
 struct Statistic {
   bool toolkit::trend::CParamProperties::*flag;
-  const char* display_suffix;  ///< behind a display name
-  const char* path_suffix;     ///< behind a path
+  const char* display_suffix;  ///< after a display name
+  const char* path_suffix;     ///< after a path
 };
 
 inline constexpr std::array STATISTICS = {

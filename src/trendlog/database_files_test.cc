@@ -74,7 +74,7 @@ TEST_F(IsDatabaseFile, IsTrueForALinkToAnyOfThem) {
   expect_for_all("far", "a/x", true);
 }
 
-TEST_F(IsDatabaseFile, KnowsTheDatabaseBehindALink) {
+TEST_F(IsDatabaseFile, IsTrueForTheDatabaseThatALinkLeadsTo) {
   fs::create_symlink("../a/x", "b/near");
   expect_for_all("a/x", "b/near", true);
   EXPECT_TRUE(is_database_file("b/near", "b/near"));
@@ -82,14 +82,14 @@ TEST_F(IsDatabaseFile, KnowsTheDatabaseBehindALink) {
   EXPECT_FALSE(is_database_file("b/near-wal", "b/near"));
 }
 
-TEST_F(IsDatabaseFile, FollowsALinkThatStandsForALogFile) {
+TEST_F(IsDatabaseFile, IsTrueForTheTargetOfALogThatIsALink) {
   write_file("a/x", "");
   fs::create_symlink("../b/log", "a/x-wal");
   EXPECT_TRUE(is_database_file("b/log", "a/x"));
   EXPECT_TRUE(is_database_file("a/x-wal", "a/x"));
 }
 
-TEST_F(IsDatabaseFile, KnowsHardLinks) {
+TEST_F(IsDatabaseFile, IsTrueForAHardLink) {
   for (const std::string& suffix : SUFFIXES) {
     write_file("a/x" + suffix, "");
     fs::create_hard_link("a/x" + suffix, "b/other");
@@ -100,7 +100,7 @@ TEST_F(IsDatabaseFile, KnowsHardLinks) {
   EXPECT_FALSE(is_database_file("b/other", "a/x"));
 }
 
-TEST_F(IsDatabaseFile, EndsForLinksThatLeadInACircle) {
+TEST_F(IsDatabaseFile, IsFalseForLinksThatLeadInACircle) {
   fs::create_symlink("two", "one");
   fs::create_symlink("one", "two");
   EXPECT_FALSE(is_database_file("one", "a/x"));

@@ -9,8 +9,8 @@ int open_output(DumpContext& context, const DumpOptions& options) {
     context.out = stdout;
     return 0;
   }
-  // Deliberate: a file of the database can't be written, although it could be opened. Opening it
-  // would empty it, and to lose a log is worse than to refuse a dump.
+  // Deliberate: a file of the database counts as one that can't be opened. To open it would empty
+  // it, and to lose a log is worse than to refuse a dump.
   if (!is_database_file(options.output_path, options.db_path)) {
     context.out = std::fopen(options.output_path.c_str(), "wt");
   }

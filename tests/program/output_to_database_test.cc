@@ -86,7 +86,7 @@ TEST_F(OutputToDatabase, IsRefusedThroughLinks) {
   }
 }
 
-TEST_F(OutputToDatabase, IsRefusedBesideALivingWriter) {
+TEST_F(OutputToDatabase, IsRefusedWhileARecorderWrites) {
   CRecorder recorder;
   CDeviceProperties device;
   device.path = "/plant";
@@ -109,7 +109,7 @@ TEST_F(OutputToDatabase, IsRefusedForADatabaseThatDoesNotExist) {
   expect_refused("none.db", "none.db-journal");
 }
 
-TEST_F(OutputToDatabase, IsRefusedWhereStandardOutputIsTheDatabase) {
+TEST_F(OutputToDatabase, IsRefusedIfStandardOutputIsTheDatabase) {
   const std::vector<std::string> before = contents();
   const ProcessResult result = dump(
       db_, "/dev/stdout", [&] { dup2(open(db_.c_str(), O_WRONLY | O_APPEND), STDOUT_FILENO); });
@@ -117,7 +117,7 @@ TEST_F(OutputToDatabase, IsRefusedWhereStandardOutputIsTheDatabase) {
   EXPECT_EQ(contents(), before);
 }
 
-TEST_F(OutputToDatabase, LeavesOtherNamesAlone) {
+TEST_F(OutputToDatabase, MayHaveAnyOtherName) {
   const std::string plain = run_tool("trendcsv", {"-x", db_, "-d", "/plant", "-u"}).out;
   write_file(folder_.file("target"), "old");
   fs::create_symlink("target", folder_.file("link"));

@@ -1,4 +1,4 @@
-// Where trendcsv writes to, and what the surroundings do to its output.
+// Where trendcsv writes to, and how locale, time zone and closed descriptors affect its output.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -61,7 +61,7 @@ TEST_F(ProgramOutput, GoesToTheFileThatIsNamed) {
   }
 }
 
-TEST_F(ProgramOutput, EmptiesTheFileEvenForADumpThatFails) {
+TEST_F(ProgramOutput, IsEmptyAfterADumpThatFails) {
   const std::string file = folder_->file("failed.csv");
   write_file(file, "something");
   const std::string missing = folder_->file("none.db");
@@ -74,7 +74,7 @@ TEST_F(ProgramOutput, EmptiesTheFileEvenForADumpThatFails) {
 
 TEST_F(ProgramOutput, MustBeWritable) {
   for (const std::string& file : {folder_->file("none/rows.csv"), folder_->path().string()}) {
-    // The database is missing as well: nothing but the output must be looked at.
+    // The database is missing too, but the output is opened first.
     const ProcessResult result =
         run_tool("trendcsv", {"-x", folder_->file("none.db"), "-d", "/plant", "-f", file});
     EXPECT_EQ(result.exit_status, 1);
@@ -99,7 +99,7 @@ TEST_F(ProgramOutput, MayBeClosed) {
   EXPECT_EQ(result.out + result.err, "");
 }
 
-TEST_F(ProgramOutput, HoldsRowsAloneWhateverIsClosed) {
+TEST_F(ProgramOutput, HoldsOnlyRowsWhicheverDescriptorIsClosed) {
   const std::string file = folder_->file("closed.csv");
   const std::vector<std::string> request = arguments({"-f", file, "-m", "1", "-n"});
   const std::string message = "Error: can't connect to CDS\n";
@@ -113,7 +113,7 @@ TEST_F(ProgramOutput, HoldsRowsAloneWhateverIsClosed) {
   }
 }
 
-TEST_F(ProgramOutput, HoldsNoMessageOfAFailureWhateverIsClosed) {
+TEST_F(ProgramOutput, HoldsNoMessageWhicheverDescriptorIsClosed) {
   const std::string file = folder_->file("failed.csv");
   const std::string missing = folder_->file("none.db");
   for (unsigned which = 0; which < 8; ++which) {
@@ -155,7 +155,7 @@ TEST_F(ProgramOutput, MayBeFull) {
   EXPECT_EQ(run_tool("trendcsv", arguments({"-f", "/dev/full"})).exit_status, 1);
 }
 
-TEST_F(ProgramOutput, EndsQuietlyWhereNobodyReadsOn) {
+TEST_F(ProgramOutput, EndsSilentlyIfNobodyReadsIt) {
   int ends[2] = {-1, -1};
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   auto running = std::async(std::launch::async, [&] {
@@ -219,19 +219,19 @@ std::string local_rows(const Zone& zone, std::int64_t begin, bool interval_begin
   return run_dump_tool(folder.file("trend.db"), "/plant", request).out;
 }
 
-TEST(ProgramTimes, SkipTheHourThatDaylightSavingTakes) {
+TEST(ProgramTimes, SkipTheHourAtTheStartOfDaylightSaving) {
   EXPECT_EQ(local_rows(NEW_YORK, utc(2023, 3, 12, 6)),
             "2023-03-12,01:00,0\n2023-03-12,01:30,1\n2023-03-12,03:00,2\n2023-03-12,03:30,3\n"
             "2023-03-12,04:00,4\n");
 }
 
-TEST(ProgramTimes, RepeatTheHourThatDaylightSavingGivesBack) {
+TEST(ProgramTimes, RepeatTheHourAtTheEndOfDaylightSaving) {
   EXPECT_EQ(local_rows(NEW_YORK, utc(2023, 11, 5, 5)),
             "2023-11-05,01:00,0\n2023-11-05,01:30,1\n2023-11-05,01:00,2\n2023-11-05,01:30,3\n"
             "2023-11-05,02:00,4\n");
 }
 
-TEST(ProgramTimes, RepeatHalfAnHourWhereClocksMoveByThat) {
+TEST(ProgramTimes, RepeatHalfAnHourInAZoneThatShiftsByThat) {
   EXPECT_EQ(local_rows(LORD_HOWE, utc(2023, 4, 1, 14, 30)),
             "2023-04-02,01:30,0\n2023-04-02,01:30,1\n2023-04-02,02:00,2\n2023-04-02,02:30,3\n"
             "2023-04-02,03:00,4\n");
@@ -243,13 +243,13 @@ TEST(ProgramTimes, FollowAZoneOffByHalfAnHour) {
             "2024-01-01,01:30,4\n");
 }
 
-TEST(ProgramTimes, ShowTheBeginOfIntervalsAcrossAChange) {
+TEST(ProgramTimes, ShowTheStartOfIntervalsAcrossAChange) {
   EXPECT_EQ(local_rows(NEW_YORK, utc(2023, 3, 12, 6), true),
             "2023-03-12,00:30,0\n2023-03-12,01:00,1\n2023-03-12,01:30,2\n2023-03-12,03:00,3\n"
             "2023-03-12,03:30,4\n");
 }
 
-TEST(ProgramTimes, ShiftEpochSecondsInUtcWhereTheZoneIsAnother) {
+TEST(ProgramTimes, ShiftEpochSecondsInUtcInAnotherZone) {
   const TemporaryFolder folder;
   record(half_hours(utc(2023, 7, 1)), folder.file("trend.db"));
   const auto row = [&](const char* zone, const std::vector<std::string>& more) {

@@ -25,7 +25,7 @@ void expect_rejected(const std::vector<std::string>& arguments, const std::strin
   EXPECT_EQ(result.out, expected_usage(tool_command("trendcsv").back(), chunk_size));
 }
 
-TEST(ProgramUsage, ComesAsAWholeForARejectedCommandLine) {
+TEST(ProgramUsage, IsPrintedForABadCommandLine) {
   expect_rejected({}, "Error: must supply a database name\n");
   expect_rejected({"-x", "a.db"}, "Error: must supply a device name\n");
   expect_rejected({"-d", "/plant"}, "Error: must supply a database name\n");
@@ -37,7 +37,7 @@ TEST(ProgramUsage, ComesAsAWholeForARejectedCommandLine) {
   expect_rejected({"surplus", "-v"}, "");
 }
 
-TEST(ProgramUsage, NamesTheProgramAsInvoked) {
+TEST(ProgramUsage, NamesTheProgramAsTyped) {
   const TemporaryFolder folder;
   std::filesystem::copy_file(tool_command("trendcsv").back(), folder.file("another name"));
   std::vector<std::string> command = tool_command("trendcsv");
@@ -48,7 +48,7 @@ TEST(ProgramUsage, NamesTheProgramAsInvoked) {
   EXPECT_EQ(result.out, expected_usage("./another name", "512"));
 }
 
-TEST(ProgramUsage, ShowsTheChunkSizeInForce) {
+TEST(ProgramUsage, ShowsTheChunkSizeThatWasTyped) {
   expect_rejected({"-c", "100", "-q"}, "", "100");
   expect_rejected({"-c", "0", "-q"}, "", "0");
   expect_rejected({"-q", "-c", "100"}, "");
@@ -158,7 +158,7 @@ TEST_F(Program, SaysThatADeviceHasNoParameters) {
                  "Device '/bare' exists in the log, but contains no trendable parameters.\n");
 }
 
-TEST_F(Program, PrintsAHeaderAloneWhereThereIsNoInterval) {
+TEST_F(Program, PrintsOnlyAHeaderWithoutIntervals) {
   ModelLog log;
   log.params = {{"a", ACTUAL}};
   const std::string db = folder_.file("bare.db");
@@ -201,7 +201,7 @@ TEST_F(Program, FallsBackToPathsWithoutACds) {
   EXPECT_EQ(dump_log({"-n", "-nh", "-m", "3"}).err, "");
 }
 
-TEST_F(Program, ExitsWithOneWhereTheDataRanOut) {
+TEST_F(Program, ExitsWithOneAtTheEndOfTheData) {
   for (const std::vector<std::string>& arguments : {std::vector<std::string>{},
                                                     {"-m", "1025"},
                                                     {"-m", "1000", "-o", "25"},
@@ -216,7 +216,7 @@ TEST_F(Program, ExitsWithOneWhereTheDataRanOut) {
   }
 }
 
-TEST_F(Program, ExitsWithZeroWhereTheLimitWasMet) {
+TEST_F(Program, ExitsWithZeroAtTheLimit) {
   for (const std::vector<std::string>& arguments : {std::vector<std::string>{"-m", "512"},
                                                     {"-m", "1024"},
                                                     {"-m", "1"},
