@@ -9,10 +9,6 @@
 
 #include "cli/validate.h"
 
-const std::string DEFAULT_INPUT_TIME_FORMAT = "%F %R";
-const std::string DEFAULT_OUTPUT_DATE_FORMAT = "%F";
-const std::string DEFAULT_OUTPUT_TIME_FORMAT = "%R";
-
 namespace {
 
 /// Stores the value that follows an option. Returns false, after a message, if the value is bad.

@@ -1,14 +1,7 @@
 // The command line.
 #pragma once
 
-#include <string>
-
 #include "trendlog/dump_options.h"
-
-/// The formats of times that are used if the user gives none.
-extern const std::string DEFAULT_INPUT_TIME_FORMAT;
-extern const std::string DEFAULT_OUTPUT_DATE_FORMAT;
-extern const std::string DEFAULT_OUTPUT_TIME_FORMAT;
 
 /// Reads the command line into `options` and checks it. `argv` has `argc` entries, the first of
 /// which is the program's name. Returns 0 if the program is to run, a value below 0 if it is to
