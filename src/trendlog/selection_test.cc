@@ -29,7 +29,7 @@ class SelectCatalogue : public testing::Test {
     options_.device = "pump";
   }
 
-  /// Selects with what the typed parameters and intervals become on their way here.
+  /// Validates the options, which sorts the parameters and intervals, and selects.
   ProcessResult select() {
     EXPECT_EQ(validate_options(options_), 0);
     return capture([&] { return select_catalogue(context_, options_); });
@@ -74,7 +74,7 @@ TEST_F(SelectCatalogue, AsksForEachListOnceInOrder) {
   EXPECT_EQ(trend_log_script().calls, ALL_CALLS);
 }
 
-TEST_F(SelectCatalogue, TakesOverTheTimeRangeAndTheRowsToSkip) {
+TEST_F(SelectCatalogue, SetsTheTimeRangeAndTheRowsToSkip) {
   options_.start_time = 100;
   options_.end_time = 50;
   options_.offset = 7;
@@ -84,7 +84,7 @@ TEST_F(SelectCatalogue, TakesOverTheTimeRangeAndTheRowsToSkip) {
   EXPECT_EQ(context_.skip, 7U);
 }
 
-TEST_F(SelectCatalogue, LeavesTheTimeRangeOpenWhereNoneIsGiven) {
+TEST_F(SelectCatalogue, LeavesTheTimeRangeOpenByDefault) {
   expect_success();
   EXPECT_EQ(context_.range_start, -1);
   EXPECT_EQ(context_.range_end, -1);
@@ -125,7 +125,7 @@ TEST_F(SelectCatalogue, TakesTheFirstOfTwoDevicesWithOnePath) {
   EXPECT_EQ(context_.device_params.device.aux_1, 11);
 }
 
-TEST_F(SelectCatalogue, HandsTheDeviceRecordBackUnchanged) {
+TEST_F(SelectCatalogue, PassesTheDeviceRecordUnchanged) {
   trend_log_script().devices[1].aux_text = "in the cellar";
   trend_log_script().devices[1].aux_1 = -12345678901234;
   expect_success();
@@ -148,7 +148,7 @@ TEST_F(SelectCatalogue, ReportsADeviceWithoutParameters) {
                  UP_TO_PARAMS);
 }
 
-TEST_F(SelectCatalogue, ReportsADeviceWithoutParametersBeforeAnUnknownParameter) {
+TEST_F(SelectCatalogue, ReportsADeviceWithoutParametersFirst) {
   trend_log_script().params.clear();
   options_.params = {"a"};
   expect_failure("Device 'pump' exists in the log, but contains no trendable parameters.\n",
@@ -189,13 +189,13 @@ TEST_F(SelectCatalogue, SelectsParametersTypedTwiceTwice) {
   EXPECT_EQ(selected_params(), (Names{"a", "b", "b"}));
 }
 
-TEST_F(SelectCatalogue, SelectsSurplusCopiesBehindTheDistinctNames) {
+TEST_F(SelectCatalogue, SelectsDuplicatesAfterTheOtherNames) {
   options_.params = {"a", "a", "b"};
   expect_success();
   EXPECT_EQ(selected_params(), (Names{"a", "b", "a"}));
 }
 
-TEST_F(SelectCatalogue, CopiesParameterRecordsWhole) {
+TEST_F(SelectCatalogue, CopiesTheWholeRecordOfAParameter) {
   CParamProperties param = make_param("p", "xs");
   param.aux_1 = 1;
   param.aux_2 = 4294967295U;
@@ -249,7 +249,7 @@ TEST_F(SelectCatalogue, SelectsNamedIntervalsSmallestFirst) {
   EXPECT_EQ(selected_intervals(), (Numbers{5, 1440}));
 }
 
-TEST_F(SelectCatalogue, CopiesIntervalRecordsWholeAndTakesTheFirstOfTwo) {
+TEST_F(SelectCatalogue, CopiesTheWholeRecordOfTheFirstOfTwoIntervals) {
   CPeriodProperties period = make_period(60);
   period.aux_1 = 9;
   trend_log_script().periods.insert(trend_log_script().periods.begin(), period);
@@ -265,20 +265,20 @@ TEST_F(SelectCatalogue, TakesZeroForTheFirstInterval) {
   EXPECT_EQ(selected_intervals(), (Numbers{5}));
 }
 
-TEST_F(SelectCatalogue, TakesZeroForTheFirstIntervalEvenWhereALaterOneIsZeroLong) {
+TEST_F(SelectCatalogue, TakesZeroForTheFirstIntervalNotForOneOfZeroMinutes) {
   trend_log_script().periods = {make_period(60), make_period(0)};
   options_.intervals = {0};
   expect_success();
   EXPECT_EQ(selected_intervals(), (Numbers{60}));
 }
 
-TEST_F(SelectCatalogue, SelectsTheSmallestIntervalTwiceWhereZeroAndItsLengthAreTyped) {
+TEST_F(SelectCatalogue, SelectsTheSmallestIntervalTwiceForZeroAndItsLength) {
   options_.intervals = {0, 5};
   expect_success();
   EXPECT_EQ(selected_intervals(), (Numbers{5, 5}));
 }
 
-TEST_F(SelectCatalogue, SelectsWhatRepeatedIntervalsLeaveBehind) {
+TEST_F(SelectCatalogue, SelectsDuplicateIntervalsToo) {
   options_.intervals = {5, 5, 5, 60};
   expect_success();
   EXPECT_EQ(selected_intervals(), (Numbers{5, 60, 5, 60}));
@@ -289,7 +289,7 @@ TEST_F(SelectCatalogue, ReportsAnUnknownInterval) {
   expect_failure("Error: interval 7 is not trended\n", ALL_CALLS);
 }
 
-TEST_F(SelectCatalogue, ReportsIntervalsThatEqualATrendedOneOnlyInTheirLow32Bits) {
+TEST_F(SelectCatalogue, ComparesAllBitsOfIntervals) {
   if constexpr (sizeof(long) > 4) {
     options_.intervals = {static_cast<unsigned long>(4294967301)};
     expect_failure("Error: interval 4294967301 is not trended\n", ALL_CALLS);
@@ -318,7 +318,7 @@ bool less(const std::string& a, const std::string& b) {
   return param_path_less(make_param(a, ""), make_param(b, ""));
 }
 
-/// Checks that the paths of `sorted` stand in ascending order, each against each.
+/// Compares each path of `sorted` with each other one, and checks that they are in ascending order.
 void expect_ascending(const Names& sorted) {
   for (std::size_t i = 0; i < sorted.size(); ++i) {
     for (std::size_t j = 0; j < sorted.size(); ++j) {
@@ -345,15 +345,15 @@ TEST(ParamPathLess, MatchesWholeFoldersOnly) {
   // "b/" is not the folder of "bb/a/a".
   expect_ascending({"b/x", "bb/a/a"});
   expect_ascending({"ba/a/a", "bb/x"});
-  // '-' sorts before '/'.
+  // '-' comes before '/'.
   expect_ascending({"b-/a/a", "b/x", "b/a/a"});
 }
 
-TEST(ParamPathLess, TakesALeadingSlashForNoFolder) {
+TEST(ParamPathLess, DoesNotCountASlashAtTheStartAsAFolder) {
   EXPECT_TRUE(less("/a/b", "/x"));
   EXPECT_FALSE(less("/x", "/a/b"));
   EXPECT_TRUE(less("/a", "/a/b"));
-  // With a folder behind the leading slash the rule applies again.
+  // If a folder follows the slash at the start, the rule applies again.
   EXPECT_TRUE(less("/a/x", "/a/b/c"));
 }
 
