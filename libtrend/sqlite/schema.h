@@ -8,7 +8,9 @@
 namespace toolkit::trend {
 
 inline constexpr std::int64_t APPLICATION_ID = 0x54524E44;
-inline constexpr std::int64_t FORMAT_VERSION = 1;
+/// The version that recorders write. Readers know it and those before.
+inline constexpr std::int64_t FORMAT_VERSION = 2;
+inline constexpr std::int64_t ROWS_ONLY_VERSION = 1;
 
 /// A snapshot's id is its series' id, shifted by this many bits, plus its timestamp.
 inline constexpr int TIMESTAMP_BITS = 40;
@@ -25,10 +27,14 @@ inline std::int64_t get_row_id(std::int64_t series_id, std::int64_t timestamp) {
   return series_id * (MAX_TIMESTAMP + 1) + timestamp;
 }
 
+/// The id of a segment is the number of its block, shifted by this many bits, plus its place.
+inline constexpr int SEGMENT_BITS = 16;
+
 /// No row has this many slots: SQLite's rows are of at most 10^9 bytes.
 inline constexpr std::int64_t MAX_SLOTS = 1'000'000'000 / 8;
 
-inline constexpr const char* CREATE_SCHEMA = R"(
+/// The catalogue, which both versions have.
+inline constexpr const char* CREATE_CATALOGUE = R"(
 CREATE TABLE device (
   id          INTEGER PRIMARY KEY,
   path        TEXT NOT NULL UNIQUE,
@@ -48,13 +54,61 @@ CREATE TABLE series (
   minutes   INTEGER NOT NULL CHECK (minutes > 0),
   UNIQUE (device_id, minutes)
 ) STRICT;
-CREATE TABLE snapshot (
+)";
+
+/// The table of rows that are not sealed yet. In version 1 it is `snapshot`, without a checksum.
+inline constexpr const char* CREATE_LOOSE = R"(
+CREATE TABLE loose (
   id          INTEGER PRIMARY KEY CHECK (id & 0xFFFFFFFFFF > 0),
   valid_ratio REAL NOT NULL,
-  samples     BLOB NOT NULL
+  samples     BLOB NOT NULL,
+  checksum    INTEGER
+) STRICT;
+)";
+
+inline constexpr const char* UPGRADE_ROWS = R"(
+ALTER TABLE snapshot RENAME TO loose;
+ALTER TABLE loose ADD COLUMN checksum INTEGER;
+)";
+
+/// What version 2 has besides.
+inline constexpr const char* CREATE_BLOCKS = R"(
+CREATE TABLE series_state (
+  series_id       INTEGER PRIMARY KEY REFERENCES series (id),
+  loose_rows      INTEGER NOT NULL,
+  unchecked_until INTEGER NOT NULL,
+  first_block     INTEGER NOT NULL,
+  last_block      INTEGER NOT NULL,
+  blocks          INTEGER NOT NULL,
+  sealed_rows     INTEGER NOT NULL,
+  changes         INTEGER NOT NULL,
+  checksum        INTEGER NOT NULL
+) STRICT;
+CREATE TABLE block (
+  id           INTEGER PRIMARY KEY CHECK (id & 0xFFFFFFFFFF > 0),
+  number       INTEGER NOT NULL,
+  first_time   INTEGER NOT NULL,
+  previous     INTEGER NOT NULL,
+  rows         INTEGER NOT NULL,
+  bytes        INTEGER NOT NULL,
+  segment_size INTEGER NOT NULL,
+  change       INTEGER NOT NULL,
+  content      BLOB NOT NULL,
+  checksum     INTEGER NOT NULL
+) STRICT;
+CREATE TABLE segment (
+  id   INTEGER PRIMARY KEY,
+  data BLOB NOT NULL
+) STRICT;
+CREATE TABLE database (
+  id         INTEGER PRIMARY KEY CHECK (id = 1),
+  uuid       TEXT NOT NULL,
+  next_block INTEGER NOT NULL,
+  catalogue  INTEGER NOT NULL,
+  checksum   INTEGER NOT NULL
 ) STRICT;
 PRAGMA application_id = 0x54524E44;
-PRAGMA user_version = 1;
+PRAGMA user_version = 2;
 )";
 
 }  // namespace toolkit::trend
