@@ -4,34 +4,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdint>
 #include <cstring>
 
+#include "libtrend/sqlite/file_header.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/sqlite/statement.h"
 
 namespace toolkit::trend {
 
-void DatabaseDeleter::operator()(sqlite3* db) const { sqlite3_close_v2(db); }
-
 namespace {
-
-bool execute(sqlite3* db, const std::string& sql) {
-  return sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
-}
-
-/// Opens `name` without reading it yet. Returns null on failure.
-Database connect(const std::string& name, int flags, std::string& error) {
-  sqlite3* handle = nullptr;
-  const int status = sqlite3_open_v2(name.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, nullptr);
-  Database db(handle);
-  if (status == SQLITE_OK) return db;
-  error = db ? sqlite3_errmsg(db.get()) : "out of memory";
-  return nullptr;
-}
 
 /// Opens `name` for writing, as `connect` does. SQLite itself makes do with reading.
 Database connect_for_writing(const std::string& name, bool create, std::string& error) {
@@ -41,58 +24,6 @@ Database connect_for_writing(const std::string& name, bool create, std::string& 
     return nullptr;
   }
   return db;
-}
-
-/// Configures a connection as `options` ask, and so that a database from an untrusted source can
-/// do no harm. False on failure.
-bool configure(sqlite3* db, const OpenOptions& options, std::string& error) {
-  constexpr unsigned MAX_SECONDS = INT_MAX / 1000;
-  sqlite3_busy_timeout(db, static_cast<int>(std::min(options.busy_timeout, MAX_SECONDS) * 1000));
-  sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-  sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-  sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
-  sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
-  std::string settings = "PRAGMA cell_size_check = ON; PRAGMA foreign_keys = ON;";
-  if (options.page_size != 0) {
-    settings += "PRAGMA page_size = " + std::to_string(options.page_size) + ";";
-  }
-  if (options.cache_size != 0) {
-    // A negative cache size counts KiB, a positive one pages.
-    const std::uint64_t kib = (std::uint64_t{options.cache_size} + 1023) / 1024;
-    settings += "PRAGMA cache_size = -" + std::to_string(kib) + ";";
-  }
-  if (options.heap_limit != 0) sqlite3_soft_heap_limit64(options.heap_limit);
-  if (options.exclusive) settings += "PRAGMA locking_mode = EXCLUSIVE;";
-  if (execute(db, settings)) return true;
-  error = sqlite3_errmsg(db);
-  return false;
-}
-
-/// Reads the one number that `sql` yields; false on failure.
-bool read_number(sqlite3* db, const char* sql, std::int64_t& number) {
-  Statement statement(db, sql);
-  return statement && statement.step() == Statement::Step::ROW && statement.read(0, number);
-}
-
-/// Whether `db` holds a trend database of the format that this library knows.
-bool verify(sqlite3* db, std::string& error) {
-  std::int64_t application = 0;
-  std::int64_t version = 0;
-  if (!read_number(db, "PRAGMA application_id", application) ||
-      !read_number(db, "PRAGMA user_version", version)) {
-    error = sqlite3_errmsg(db);
-    return false;
-  }
-  if (application != APPLICATION_ID) {
-    error = "it is no trend database";
-    return false;
-  }
-  if (version != FORMAT_VERSION) {
-    error = "its format version is " + std::to_string(version) + ", not " +
-            std::to_string(FORMAT_VERSION);
-    return false;
-  }
-  return true;
 }
 
 /// Whether `db` has nothing in it at all, like a file of no bytes. Not for within a transaction.
@@ -114,57 +45,6 @@ bool lock(sqlite3* db, const OpenOptions& options, std::string& error) {
   error = sqlite3_errmsg(db);
   return false;
 }
-
-/// The begin of a database file, as SQLite's file format has it. It is read by SQLite: a file
-/// descriptor of our own, once closed, would end the locks of all connections of this process.
-class Header {
- public:
-  explicit Header(sqlite3* db) {
-    sqlite3_file* file = nullptr;
-    sqlite3_int64 size = 0;
-    if (sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK &&
-        file->pMethods->xRead(file, bytes_, SIZE, 0) == SQLITE_OK &&
-        file->pMethods->xFileSize(file, &size) == SQLITE_OK &&
-        std::memcmp(bytes_, MAGIC, sizeof MAGIC) == 0) {
-      file_size_ = size;
-    }
-  }
-
-  /// Whether the file consists of whole pages, which it does at any time.
-  [[nodiscard]] bool has_whole_pages() const {
-    return page_size() > 0 && file_size_ > 0 && file_size_ % page_size() == 0;
-  }
-
-  [[nodiscard]] bool asks_for_write_ahead_log() const { return file_size_ > 0 && bytes_[19] == 2; }
-
-  /// Whether it is that of a trend database, and the file is as long as it should be when no log
-  /// holds a part of it.
-  [[nodiscard]] bool is_sound() const {
-    const bool knows_length = number(24) == number(92);
-    return has_whole_pages() && (!knows_length || number(28) * page_size() <= file_size_) &&
-           number(60) == FORMAT_VERSION && number(68) == APPLICATION_ID;
-  }
-
- private:
-  static constexpr int SIZE = 100;
-  static constexpr char MAGIC[] = "SQLite format 3";
-
-  [[nodiscard]] std::int64_t page_size() const {
-    return bytes_[16] == 0 && bytes_[17] == 1 ? 65536 : number(16) >> 16;
-  }
-
-  [[nodiscard]] std::int64_t number(std::size_t offset) const {
-    std::int64_t value = 0;
-    for (std::size_t i = offset; i < offset + 4; ++i) value = value << 8 | bytes_[i];
-    return value;
-  }
-
-  unsigned char bytes_[SIZE] = {};
-  std::int64_t file_size_ = 0;  ///< 0 where there is no database at all
-};
-
-/// The absolute path of the database file, without links.
-const char* file_name(sqlite3* db) { return sqlite3_db_filename(db, "main"); }
 
 /// Whether `file` exists, or may exist out of sight.
 bool may_exist(const char* file) {
@@ -189,7 +69,7 @@ bool is_unsound(sqlite3* db) {
   // What a writer is about to change is looked at twice.
   for (int look = 0; look < 2; ++look) {
     const bool is_written = has_journal(db);
-    const Header header(db);
+    const FileHeader header = FileHeader::read(db);
     if (is_written ? header.has_whole_pages() : header.is_sound()) return false;
   }
   return true;
@@ -201,8 +81,8 @@ bool is_unsound(sqlite3* db) {
 bool is_complete_without_log(sqlite3* db) {
   const std::string file = file_name(db);
   const std::string folder = file.substr(0, file.rfind('/') + 1);
-  return Header(db).asks_for_write_ahead_log() && !may_exist(sqlite3_filename_wal(file_name(db))) &&
-         access(folder.c_str(), W_OK) != 0;
+  return FileHeader::read(db).asks_for_write_ahead_log() &&
+         !may_exist(sqlite3_filename_wal(file_name(db))) && access(folder.c_str(), W_OK) != 0;
 }
 
 /// The name under which SQLite opens `file`, an absolute path, as one that nobody changes.
@@ -237,7 +117,7 @@ Database open_for_reading(const std::string& name, const OpenOptions& options, s
 bool create_tables(sqlite3* db, std::string& error) {
   if (execute(db, "BEGIN IMMEDIATE")) {
     if (create_schema(db, error) && execute(db, "COMMIT")) return true;
-    execute(db, "ROLLBACK");
+    static_cast<void>(execute(db, "ROLLBACK"));
   }
   if (error.empty()) error = sqlite3_errmsg(db);
   return false;
@@ -337,17 +217,7 @@ void remove_blank(sqlite3* db) {
   // Under the lock for writing: another program that waits for it then sees the file gone.
   if (!execute(db, "BEGIN IMMEDIATE")) return;
   if (!has_moved(db) && has_no_tables(db)) unlink(file_name(db));
-  execute(db, "ROLLBACK");
-}
-
-void trim_cache(sqlite3* db) {
-  constexpr int ENOUGH = 128 * 1024;
-  int used = 0;
-  int highest = 0;
-  if (sqlite3_db_status(db, SQLITE_DBSTATUS_CACHE_USED, &used, &highest, 0) == SQLITE_OK &&
-      used > ENOUGH) {
-    sqlite3_db_release_memory(db);
-  }
+  static_cast<void>(execute(db, "ROLLBACK"));
 }
 
 }  // namespace toolkit::trend

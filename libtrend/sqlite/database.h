@@ -1,31 +1,11 @@
 // Opening a trend database: who may, what is refused, and what a new one holds.
 #pragma once
 
-#include <memory>
 #include <string>
 
-struct sqlite3;
+#include "libtrend/sqlite/connection.h"
 
 namespace toolkit::trend {
-
-struct DatabaseDeleter {
-  void operator()(sqlite3* db) const;
-};
-
-/// An open SQLite connection.
-using Database = std::unique_ptr<sqlite3, DatabaseDeleter>;
-
-/// What `CLog::open` says of its arguments holds for these.
-struct OpenOptions {
-  bool read_only = true;
-  bool create = false;
-  unsigned busy_timeout = 40;
-  bool exclusive = false;
-  unsigned page_size = 0;
-  unsigned cache_size = 0;
-  unsigned heap_limit = 0;
-  bool traditional_journal = false;
-};
 
 /// Opens the trend database at `path`. Returns null on failure, with the reason in `error`; no
 /// file was created or changed then.
@@ -57,9 +37,5 @@ struct RecordedDatabase {
 
 /// Removes the file of a database that is still blank, unless another program is writing it.
 void remove_blank(sqlite3* db);
-
-/// Gives cached pages back once they take more than a small part of the memory, so that a walk
-/// through a long log, which comes back to no page, takes no more than one through a short log.
-void trim_cache(sqlite3* db);
 
 }  // namespace toolkit::trend

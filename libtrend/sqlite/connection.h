@@ -1,0 +1,56 @@
+// A connection to a database file: how it is opened and set up, whether it is to read or to write.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+struct sqlite3;
+
+namespace toolkit::trend {
+
+struct DatabaseDeleter {
+  void operator()(sqlite3* db) const;
+};
+
+/// An open SQLite connection.
+using Database = std::unique_ptr<sqlite3, DatabaseDeleter>;
+
+/// What `CLog::open` says of its arguments holds for these.
+struct OpenOptions {
+  bool read_only = true;
+  bool create = false;
+  unsigned busy_timeout = 40;
+  bool exclusive = false;
+  unsigned page_size = 0;
+  unsigned cache_size = 0;
+  unsigned heap_limit = 0;
+  bool traditional_journal = false;
+};
+
+/// Opens the file `name` without reading it yet; `flags` are SQLite's. Returns null on failure,
+/// with the reason in `error`.
+[[nodiscard]] Database connect(const std::string& name, int flags, std::string& error);
+
+/// Sets a connection up as `options` ask, and so that a database from an untrusted source can do no
+/// harm. False on failure, with the reason in `error`.
+[[nodiscard]] bool configure(sqlite3* db, const OpenOptions& options, std::string& error);
+
+/// Runs SQL statements whose results are not needed; false on failure.
+[[nodiscard]] bool execute(sqlite3* db, const std::string& sql);
+
+/// Reads the one number that `sql` yields; false on failure.
+[[nodiscard]] bool read_number(sqlite3* db, const char* sql, std::int64_t& number);
+
+/// Whether `db` holds a trend database of the format that this library knows; if not, the reason is
+/// in `error`.
+[[nodiscard]] bool verify(sqlite3* db, std::string& error);
+
+/// The absolute path of the database file, without links.
+[[nodiscard]] const char* file_name(sqlite3* db);
+
+/// Gives cached pages back once they take more than a small part of the memory, so that a walk
+/// through a long log, which comes back to no page, takes no more than one through a short log.
+void trim_cache(sqlite3* db);
+
+}  // namespace toolkit::trend
