@@ -106,8 +106,7 @@ void query(benchmark::State& state) {
     is_recorded = is_recorded && recorder.append(series, 300 * i, 1, row) == 0;
   }
   tt::CLog log;
-  if (!is_recorded || recorder.commit() != 0 ||
-      log.open(path, true, false, 40, false, 0, 0, 0, false) != 0) {
+  if (!is_recorded || recorder.commit() != 0 || log.open(path, {}) != 0) {
     state.SkipWithError("can't make the database");
     return;
   }

@@ -1,98 +1,54 @@
-// The trend log: reading the trend data of devices out of a trend database.
+// The trend log: reading the trend data of devices from a trend database.
 //
 // The database format is written down in docs/trend-database.md.
 #pragma once
 
-#include <cstdint>
-#include <ctime>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "libtrend/recycling_allocator.h"
+#include "libtrend/records.h"
 
 namespace toolkit::trend {
 
-/// One trended device.
-struct CDeviceProperties {
-  std::string path;         ///< the device's path in the log
-  std::string aux_text;     ///< the device's description
-  std::int64_t aux_1 = -1;  ///< the device's row in the database; -1 for no device
-};
-
-/// One trended parameter of a device, and which statistics its rows carry.
-struct CParamProperties {
-  std::string path;         ///< relative to the device, parts joined by '/'
-  std::uint32_t aux_1 = 0;  ///< the first of the parameter's slots in a row's packed values
-  bool has_min = false;
-  bool has_max = false;
-  bool has_avg = false;
-  bool has_actual = false;
-  bool has_sum = false;
-  std::uint32_t aux_2 = 0;  ///< unused
-  std::uint32_t aux_3 = 0;  ///< unused
-};
-
-/// One trend interval that the log keeps.
-struct CPeriodProperties {
-  std::uint32_t interval = 0;  ///< length in minutes
-  std::uint32_t aux_1 = 0;     ///< unused
-};
-
-/// A device and some of its parameters, in the order in which their values are wanted.
-struct CDeviceParams {
-  CDeviceProperties device;
-  std::vector<CParamProperties> params;
-};
-
-/// The statistics of one parameter over one interval. A NaN is a value that the row lacks.
-struct CSample {
-  double min;
-  double max;
-  double avg;
-  double actual;
-  double sum;
-};
-
-/// The samples of a row.
-using CSamples = std::vector<CSample, RecyclingAllocator<CSample>>;
-
-/// One row of trend data.
-struct CSnapshot {
-  std::uint32_t interval_minutes = 0;
-  std::time_t timestamp = 0;  ///< end of the interval, seconds since the epoch
-  double valid_ratio = 0;     ///< share of valid data, 0 to 1
-  CSamples samples;           ///< one per parameter asked for, in that order
-};
-
-/// The result of one query.
-struct CDeviceData {
-  CDeviceParams selection;  ///< left as it is by the query
-  std::vector<CSnapshot> snapshots;
+/// How `CLog::open` opens a database.
+struct OpenOptions {
+  /// Open for reading. The options that would change the file then have no effect.
+  bool read_only = true;
+  /// Make a new, empty trend database where there is no file.
+  bool create = false;
+  /// How many seconds a call waits for a lock that another program holds.
+  unsigned busy_timeout = 40;
+  /// Lock all other programs out while the database is open. Opening fails where that is not
+  /// possible, as for reading a database in WAL mode.
+  bool exclusive = false;
+  /// The page size of a new database, in bytes; 0 for SQLite's default.
+  unsigned page_size = 0;
+  /// The size of the page cache, in bytes; 0 for SQLite's default.
+  unsigned cache_size = 0;
+  /// The soft limit of all memory that SQLite uses in this process, in bytes; 0 for none.
+  unsigned heap_limit = 0;
+  /// Keep a rollback journal instead of a write-ahead log.
+  bool traditional_journal = false;
 };
 
 /// The handle of a trend database.
 ///
 /// Copies of a handle share one connection. The connection ends with `close` on any of them, or
 /// when the last one is destroyed. Every call on a handle without an open connection fails and
-/// changes nothing. Not for concurrent use by several threads.
+/// changes nothing. A handle and its copies must not be used by several threads at once.
+///
+/// Functions that return an int return 0 on success and -1 on failure; `error` then says why.
 class CLog {
  public:
-  /// Opens the trend database at `path`; a connection that the handle held before is released.
+  /// Opens the trend database at `path`. A connection that the handle held before is released.
   ///
-  /// `read_only`: open for reading; the remaining switches that would change the file are then
-  /// without effect. `create`: make a new, empty trend database where there is none.
-  /// `busy_timeout`: seconds that a call waits for a lock that another program holds.
-  /// `exclusive`: lock every other program out while the connection is open; fails where that
-  /// cannot be had, as with a read-only connection to a database in WAL mode.
-  /// `page_size`, `cache_size`, `heap_limit`: bytes; page size of a database that is created, size
-  /// of the page cache, and soft limit of the heap of all of SQLite in this process. 0 leaves
-  /// SQLite's own default. `traditional_journal`: keep a rollback journal instead of a write-ahead
-  /// log.
-  ///
-  /// Returns 0, or -1 where `path` is no regular file or holds no readable trend database of a
-  /// known version; the handle is then empty and the file as it was.
+  /// Fails where `path` is not a regular file, or not a readable trend database of a known
+  /// version. The handle then holds no database, and the file is as it was.
+  [[nodiscard]] int open(const std::string& path, const OpenOptions& options);
+
+  /// The same, with each option as an argument; they are explained at `OpenOptions`.
   [[nodiscard]] int open(const std::string& path, bool read_only, bool create,
                          unsigned busy_timeout, bool exclusive, unsigned page_size,
                          unsigned cache_size, unsigned heap_limit, bool traditional_journal);
@@ -101,38 +57,43 @@ class CLog {
   void close();
 
   /// Appends every device of the log to `devices`, in the order in which they were recorded first.
-  /// Returns 0, or -1 on failure.
   [[nodiscard]] int get_devices(std::vector<CDeviceProperties>& devices);
 
-  /// Appends the parameters of `device`, a record that `get_devices` gave, to `params`, in no
-  /// particular order. Returns 0, or -1 on failure.
+  /// Appends the parameters of `device`, a record that `get_devices` returned, to `params`, in no
+  /// particular order.
   [[nodiscard]] int get_params(const CDeviceProperties& device,
                                std::vector<CParamProperties>& params);
 
-  /// Appends the distinct intervals of the log to `periods`, the smallest first. Returns 0, or -1
-  /// on failure.
+  /// Appends the distinct intervals of the log to `periods`, the smallest first.
   [[nodiscard]] int get_periods(std::vector<CPeriodProperties>& periods);
 
-  /// Reads rows of one device, each with one sample per entry of `device.params`.
+  /// Reads rows of one device, each with one sample per entry of `device.params`, and appends them
+  /// to `result.snapshots`.
   ///
-  /// Only rows of the intervals in `periods` are considered, and a row of a coarser one only where
-  /// no row of a finer one ends within its stretch, be that row in the range or not. `range` is
-  /// the earliest and the latest timestamp, both inclusive, -1 for no bound; a range that ends
-  /// before it starts holds nothing. The rows come in ascending order of time or, with `ascending`
-  /// false, in descending order; in that order `offset` rows are passed over and at most `count`
-  /// returned, all of them where `count` is 0. Rows with timestamps that a time_t cannot hold are
-  /// left out. The last argument is reserved; pass true.
+  /// Only rows of the intervals in `periods` are considered. A row of a coarser interval is left
+  /// out where a row of a finer one ends within its interval; this holds even if the finer row is
+  /// outside the range or is itself left out. `range` is the earliest and the latest timestamp in
+  /// seconds since the epoch, both inclusive, -1 for no bound; a range that ends before it starts
+  /// holds nothing. The rows come in ascending order of time or, with `ascending` false, in
+  /// descending order. In that order `offset` rows are skipped and at most `count` returned, all of
+  /// them where `count` is 0. Rows with timestamps that a time_t cannot hold are left out. The last
+  /// argument is reserved; pass true.
   ///
-  /// Appends the rows to `result.snapshots` and returns 0. Returns -1 on failure, also where the
-  /// database turns out to be damaged part of the way; `result` is then not to be used.
+  /// Fails also where the database turns out to be damaged part of the way. After a failure
+  /// `result` must not be used.
   [[nodiscard]] int get_trend_data(CDeviceData& result, const CDeviceParams& device,
                                    const std::vector<CPeriodProperties>& periods,
                                    const std::pair<long, long>& range, unsigned count,
                                    unsigned offset, bool ascending, bool reserved);
 
+  /// Returns why the last call on this handle or a copy failed, in words, without a line feed.
+  [[nodiscard]] std::string error() const;
+
  private:
   struct Connection;
-  struct QueryEnd;
+
+  [[nodiscard]] bool is_open() const;
+
   std::shared_ptr<Connection> connection_;
 };
 

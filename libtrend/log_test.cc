@@ -44,7 +44,7 @@ class Log : public testing::Test {
     ASSERT_EQ(recorder.commit(), 0) << recorder.error();
   }
 
-  int open_for_reading() { return log_.open(path_, true, false, 40, false, 0, 0, 0, false); }
+  int open_for_reading() { return log_.open(path_, {}); }
 
   /// Runs SQL on the database, as another program would.
   void execute(const std::string& sql) {
@@ -133,7 +133,7 @@ TEST_F(Log, GivesEveryStatisticAndNaNForWhatARowLacks) {
   EXPECT_EQ(data.snapshots[0].timestamp, 7200);
   EXPECT_EQ(data.snapshots[0].interval_minutes, 5U);
   EXPECT_EQ(data.snapshots[0].valid_ratio, 0.5);
-  const CSamples& samples = data.snapshots[0].samples;
+  const std::vector<CSample>& samples = data.snapshots[0].samples;
   ASSERT_EQ(samples.size(), 2U);
   EXPECT_EQ(samples[0].min, 1);
   EXPECT_EQ(samples[0].max, 2);
@@ -182,7 +182,7 @@ TEST_F(Log, FailsOnEveryCallWithoutAnOpenDatabase) {
   log_.close();
   expect_failure(log_);
   ASSERT_EQ(open_for_reading(), 0);
-  EXPECT_NE(log_.open(folder_.file("missing.db"), true, false, 40, false, 0, 0, 0, false), 0);
+  EXPECT_NE(log_.open(folder_.file("missing.db"), {}), 0);
   expect_failure(log_);
 }
 
@@ -204,7 +204,7 @@ TEST_F(Log, KeepsTheConnectionUntilTheLastCopyGoes) {
   CLog copy;
   {
     CLog log;
-    ASSERT_EQ(log.open(path_, true, false, 40, false, 0, 0, 0, false), 0);
+    ASSERT_EQ(log.open(path_, {}), 0);
     copy = log;
   }
   std::vector<CDeviceProperties> devices;
@@ -216,7 +216,8 @@ TEST_F(Log, TakesAnySizesWithoutHarm) {
   record();
   constexpr unsigned MOST = std::numeric_limits<unsigned>::max();
   for (const unsigned size : {0U, 1U, 511U, 512U, 4096U, 65537U, 2147483647U, 2147483648U, MOST}) {
-    ASSERT_EQ(log_.open(path_, true, false, 40, false, size, size, size, false), 0) << size;
+    ASSERT_EQ(log_.open(path_, {.page_size = size, .cache_size = size, .heap_limit = size}), 0)
+        << size;
     std::vector<CDeviceProperties> devices;
     EXPECT_EQ(log_.get_devices(devices), 0) << size;
     EXPECT_EQ(devices.size(), 2U);
@@ -230,7 +231,7 @@ TEST_F(Log, TakesAnySizesWithoutHarm) {
 
 TEST_F(Log, PassesTheHeapLimitOn) {
   record();
-  ASSERT_EQ(log_.open(path_, true, false, 40, false, 0, 0, 1234567, false), 0);
+  ASSERT_EQ(log_.open(path_, {.heap_limit = 1234567}), 0);
   EXPECT_EQ(sqlite3_soft_heap_limit64(0), 1234567);
 }
 
@@ -240,24 +241,24 @@ TEST_F(Log, WaitsForALockAsLongAsItIsTold) {
   sqlite3* writer = nullptr;
   ASSERT_EQ(sqlite3_open(path_.c_str(), &writer), SQLITE_OK);
   ASSERT_EQ(sqlite3_exec(writer, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
-  EXPECT_NE(log_.open(path_, true, false, 0, false, 0, 0, 0, false), 0);
+  EXPECT_NE(log_.open(path_, {.busy_timeout = 0}), 0);
   std::thread end_of_writing([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     sqlite3_exec(writer, "COMMIT", nullptr, nullptr, nullptr);
   });
   // More seconds than SQLite can count in milliseconds are as good as any.
-  EXPECT_EQ(
-      log_.open(path_, true, false, std::numeric_limits<unsigned>::max(), false, 0, 0, 0, false),
-      0);
+  EXPECT_EQ(log_.open(path_, {.busy_timeout = std::numeric_limits<unsigned>::max()}), 0);
   end_of_writing.join();
   sqlite3_close(writer);
 }
 
 TEST_F(Log, CreatesADatabaseOnlyForAWriter) {
-  EXPECT_NE(log_.open(path_, true, true, 1, false, 0, 0, 0, false), 0);
-  EXPECT_NE(log_.open(path_, false, false, 1, false, 0, 0, 0, false), 0);
+  EXPECT_NE(log_.open(path_, {.create = true, .busy_timeout = 1}), 0);
+  EXPECT_NE(log_.open(path_, {.read_only = false, .busy_timeout = 1}), 0);
   EXPECT_FALSE(std::filesystem::exists(path_));
-  ASSERT_EQ(log_.open(path_, false, true, 1, false, 8192, 0, 0, false), 0);
+  ASSERT_EQ(
+      log_.open(path_, {.read_only = false, .create = true, .busy_timeout = 1, .page_size = 8192}),
+      0);
   std::vector<CDeviceProperties> devices;
   EXPECT_EQ(log_.get_devices(devices), 0);
   EXPECT_TRUE(devices.empty());
@@ -270,35 +271,36 @@ TEST_F(Log, CreatesADatabaseOnlyForAWriter) {
 
 TEST_F(Log, SwitchesTheJournalOnlyForAWriter) {
   record();
-  ASSERT_EQ(log_.open(path_, true, false, 1, false, 0, 0, 0, true), 0);
+  ASSERT_EQ(log_.open(path_, {.busy_timeout = 1, .traditional_journal = true}), 0);
   log_.close();
   EXPECT_EQ(ask("PRAGMA journal_mode"), "wal");
-  ASSERT_EQ(log_.open(path_, false, false, 1, false, 0, 0, 0, true), 0);
+  ASSERT_EQ(log_.open(path_, {.read_only = false, .busy_timeout = 1, .traditional_journal = true}),
+            0);
   log_.close();
   EXPECT_EQ(ask("PRAGMA journal_mode"), "delete");
   ASSERT_EQ(open_for_reading(), 0);
   log_.close();
   EXPECT_EQ(ask("PRAGMA journal_mode"), "delete");
-  ASSERT_EQ(log_.open(path_, false, false, 1, false, 0, 0, 0, false), 0);
+  ASSERT_EQ(log_.open(path_, {.read_only = false, .busy_timeout = 1}), 0);
   log_.close();
   EXPECT_EQ(ask("PRAGMA journal_mode"), "wal");
 }
 
 TEST_F(Log, LocksOthersOutWhereThatIsAskedFor) {
   record();
-  ASSERT_EQ(log_.open(path_, false, false, 0, true, 0, 0, 0, false), 0);
+  ASSERT_EQ(log_.open(path_, {.read_only = false, .busy_timeout = 0, .exclusive = true}), 0);
   CLog other;
-  EXPECT_NE(other.open(path_, true, false, 0, false, 0, 0, 0, false), 0);
+  EXPECT_NE(other.open(path_, {.busy_timeout = 0}), 0);
   std::vector<CDeviceProperties> devices;
   EXPECT_EQ(log_.get_devices(devices), 0);
   log_.close();
-  EXPECT_EQ(other.open(path_, true, false, 0, false, 0, 0, 0, false), 0);
+  EXPECT_EQ(other.open(path_, {.busy_timeout = 0}), 0);
 }
 
 TEST_F(Log, LocksWritersOutOfARollbackJournalAlsoForAReader) {
   record();
   execute("PRAGMA journal_mode = DELETE");
-  ASSERT_EQ(log_.open(path_, true, false, 0, true, 0, 0, 0, false), 0);
+  ASSERT_EQ(log_.open(path_, {.busy_timeout = 0, .exclusive = true}), 0);
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
   EXPECT_EQ(sqlite3_exec(db, "DELETE FROM snapshot", nullptr, nullptr, nullptr), SQLITE_BUSY);
@@ -309,7 +311,7 @@ TEST_F(Log, LocksWritersOutOfARollbackJournalAlsoForAReader) {
 
 TEST_F(Log, RefusesAnExclusiveReaderInWalMode) {
   record();
-  EXPECT_NE(log_.open(path_, true, false, 0, true, 0, 0, 0, false), 0);
+  EXPECT_NE(log_.open(path_, {.busy_timeout = 0, .exclusive = true}), 0);
   EXPECT_EQ(open_for_reading(), 0);
 }
 
@@ -322,7 +324,8 @@ TEST_F(Log, RefusesOtherApplicationsAndVersions) {
     log_.close();
     execute(change);
     EXPECT_NE(open_for_reading(), 0) << change;
-    EXPECT_NE(log_.open(path_, false, true, 1, false, 0, 0, 0, false), 0) << change;
+    EXPECT_NE(log_.open(path_, {.read_only = false, .create = true, .busy_timeout = 1}), 0)
+        << change;
   }
 }
 
@@ -387,7 +390,7 @@ TEST_F(Log, FailsOnDamagedRows) {
   const auto query = [&] {
     CDeviceData data;
     CLog log;
-    EXPECT_EQ(log.open(path_, true, false, 40, false, 0, 0, 0, false), 0);
+    EXPECT_EQ(log.open(path_, {}), 0);
     return log.get_trend_data(data, device, {{.interval = 5}}, ALL_TIMES, 0, 0, true, true);
   };
   EXPECT_EQ(query(), 0);
@@ -422,7 +425,7 @@ TEST_F(Log, FailsOnADamagedCatalogue) {
       "DROP TABLE device; ALTER TABLE d RENAME TO device");
   const auto read = [&] {
     CLog log;
-    EXPECT_EQ(log.open(path_, true, false, 40, false, 0, 0, 0, false), 0);
+    EXPECT_EQ(log.open(path_, {}), 0);
     std::vector<CDeviceProperties> devices;
     std::vector<CParamProperties> params;
     std::vector<CPeriodProperties> periods;

@@ -6,20 +6,17 @@
 #include <span>
 #include <string>
 
-#include "libtrend/log.h"
+#include "libtrend/records.h"
 
 namespace toolkit::trend {
 
-/// One series of a trend database: the rows of one device at one interval.
-struct CSeries {
-  std::int64_t id = 0;  ///< the series' row in the database
-};
+class LogWriter;
 
 /// The writer of a trend database, for one thread.
 ///
 /// Everything is written in transactions. The first call that fails inside one undoes the whole
-/// transaction, and no call succeeds from then on until the next `begin`. Functions return 0, or -1
-/// on failure with the reason in `error()`.
+/// transaction, and no call succeeds from then on until the next `begin`. Functions that return an
+/// int return 0 on success and -1 on failure; `error` then says why.
 class CRecorder {
  public:
   CRecorder();
@@ -54,28 +51,28 @@ class CRecorder {
   /// recorded before lack the values of a new parameter.
   [[nodiscard]] int add_param(const CDeviceProperties& device, CParamProperties& param);
 
-  /// Gives the series of `device` at the interval of `minutes`, above 0, and adds it if need be.
+  /// Adds the series of `device` at the interval of `minutes`, above 0, unless there is one. Sets
+  /// `series` to what is recorded.
   [[nodiscard]] int add_series(const CDeviceProperties& device, std::uint32_t minutes,
                                CSeries& series);
 
   /// Adds the row of the interval that ends at `timestamp`, in seconds since the epoch, above 0
-  /// and below 2^40. `valid_ratio` is from 0 to 1. `slots` are the values by slot; a NaN, or a slot
-  /// behind the last, is a value that the row lacks. Fails where the series has a row at that time.
+  /// and below 2^40. `valid_ratio` is from 0 to 1. `slots` are the values by slot, see
+  /// statistics.h; a NaN, or a slot after the last, is a value that the row lacks. Fails where the
+  /// series has a row at that time.
   [[nodiscard]] int append(const CSeries& series, std::int64_t timestamp, double valid_ratio,
                            std::span<const double> slots);
 
-  /// Why the last call that failed did, in words, without a line feed.
+  /// Returns why the last call that failed did, in words, without a line feed.
   [[nodiscard]] const std::string& error() const { return error_; }
 
  private:
-  struct Connection;
-
   int fail(const std::string& reason);
-  int fail_with_database_error();
+  int finish(bool is_done);
   [[nodiscard]] bool is_recording();
 
-  std::unique_ptr<Connection> connection_;
-  std::string path_;
+  std::unique_ptr<LogWriter> writer_;
+  bool in_transaction_ = false;
   std::string error_;
 };
 

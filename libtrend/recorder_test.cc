@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "libtrend/log.h"
 #include "tests/support/process.h"
 
 namespace toolkit::trend {
@@ -26,7 +27,7 @@ class Recorder : public testing::Test {
 
   std::vector<std::int64_t> recorded_times() {
     CLog log;
-    EXPECT_EQ(log.open(path_, true, false, 40, false, 0, 0, 0, false), 0);
+    EXPECT_EQ(log.open(path_, {}), 0);
     CDeviceData data;
     EXPECT_EQ(log.get_trend_data(data, {.device = device_, .params = {}}, {{.interval = 5}},
                                  {-1, -1}, 0, 0, true, true),

@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "libtrend/log.h"
+
 struct sqlite3;
 
 namespace toolkit::trend {
@@ -15,18 +17,6 @@ struct DatabaseDeleter {
 
 /// An open SQLite connection.
 using Database = std::unique_ptr<sqlite3, DatabaseDeleter>;
-
-/// What `CLog::open` says of its arguments holds for these.
-struct OpenOptions {
-  bool read_only = true;
-  bool create = false;
-  unsigned busy_timeout = 40;
-  bool exclusive = false;
-  unsigned page_size = 0;
-  unsigned cache_size = 0;
-  unsigned heap_limit = 0;
-  bool traditional_journal = false;
-};
 
 /// Opens the file `name` without reading it yet; `flags` are SQLite's. Returns null on failure,
 /// with the reason in `error`.

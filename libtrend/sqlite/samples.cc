@@ -5,6 +5,8 @@
 #include <cstring>
 #include <limits>
 
+#include "libtrend/statistics.h"
+
 namespace toolkit::trend {
 
 namespace {
@@ -32,25 +34,20 @@ void store_big_endian(double value, unsigned char* bytes) {
 }  // namespace
 
 bool unpack_samples(std::span<const unsigned char> bytes,
-                    const std::vector<CParamProperties>& params, CSamples& samples) {
+                    const std::vector<CParamProperties>& params, std::vector<CSample>& samples) {
   if (bytes.size() % VALUE_SIZE != 0) return false;
+  const std::size_t slots = bytes.size() / VALUE_SIZE;
   const unsigned char* const end = bytes.data() + bytes.size();
   samples.assign(params.size(), CSample{LACKING, LACKING, LACKING, LACKING, LACKING});
   CSample* sample = samples.data();
   for (const CParamProperties& param : params) {
-    const std::size_t slots = bytes.size() / VALUE_SIZE;
     const unsigned char* value =
         param.aux_1 < slots ? bytes.data() + VALUE_SIZE * param.aux_1 : end;
-    const auto take = [&](bool has_value, double& statistic) {
-      if (!has_value || value == end) return;
-      statistic = load_big_endian(value);
+    for (const Statistic& statistic : STATISTICS) {
+      if (!(param.*statistic.flag) || value == end) continue;
+      sample->*statistic.member = load_big_endian(value);
       value += VALUE_SIZE;
-    };
-    take(param.has_min, sample->min);
-    take(param.has_max, sample->max);
-    take(param.has_avg, sample->avg);
-    take(param.has_actual, sample->actual);
-    take(param.has_sum, sample->sum);
+    }
     ++sample;
   }
   return true;

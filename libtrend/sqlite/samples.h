@@ -4,14 +4,15 @@
 #include <span>
 #include <vector>
 
-#include "libtrend/log.h"
+#include "libtrend/records.h"
 
 namespace toolkit::trend {
 
 /// Unpacks the values of `params`, one sample each, out of a row's packed bytes. False where these
 /// are no whole number of values.
 [[nodiscard]] bool unpack_samples(std::span<const unsigned char> bytes,
-                                  const std::vector<CParamProperties>& params, CSamples& samples);
+                                  const std::vector<CParamProperties>& params,
+                                  std::vector<CSample>& samples);
 
 /// Packs the values of a row, given in the order of their slots.
 [[nodiscard]] std::vector<unsigned char> pack_samples(std::span<const double> slots);

@@ -1,11 +1,9 @@
 // The numbers and tables of the database format, see docs/trend-database.md.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 
-#include "libtrend/log.h"
+#include "libtrend/query/engine.h"
 
 namespace toolkit::trend {
 
@@ -14,33 +12,21 @@ inline constexpr std::int64_t FORMAT_VERSION = 1;
 
 /// A snapshot's id is its series' id, shifted by this many bits, plus its timestamp.
 inline constexpr int TIMESTAMP_BITS = 40;
-inline constexpr std::int64_t MAX_TIMESTAMP = (std::int64_t{1} << TIMESTAMP_BITS) - 1;
+static_assert(MAX_TIMESTAMP == (std::int64_t{1} << TIMESTAMP_BITS) - 1);
 inline constexpr std::int64_t MAX_SERIES_ID = (std::int64_t{1} << (63 - TIMESTAMP_BITS)) - 1;
+
+/// Whether `id` leaves room for timestamps in the ids of its rows.
+inline bool is_series_id(std::int64_t id) {
+  return id >= -MAX_SERIES_ID - 1 && id <= MAX_SERIES_ID;
+}
+
+/// Returns the id of the snapshot of a series at `timestamp`.
+inline std::int64_t get_row_id(std::int64_t series_id, std::int64_t timestamp) {
+  return series_id * (MAX_TIMESTAMP + 1) + timestamp;
+}
 
 /// No row has this many slots: SQLite's rows are of at most 10^9 bytes.
 inline constexpr std::int64_t MAX_SLOTS = 1'000'000'000 / 8;
-
-/// The flags of a parameter in the order of its bits in `parameter.statistics` and of its slots.
-inline constexpr std::array STATISTIC_FLAGS = {
-    &CParamProperties::has_min, &CParamProperties::has_max, &CParamProperties::has_avg,
-    &CParamProperties::has_actual, &CParamProperties::has_sum};
-inline constexpr std::int64_t ALL_STATISTICS = (1 << STATISTIC_FLAGS.size()) - 1;
-
-/// The value of `parameter.statistics` for the flags of `param`.
-inline std::int64_t get_statistics(const CParamProperties& param) {
-  std::int64_t statistics = 0;
-  for (std::size_t bit = 0; bit < STATISTIC_FLAGS.size(); ++bit) {
-    statistics |= std::int64_t{param.*STATISTIC_FLAGS[bit]} << bit;
-  }
-  return statistics;
-}
-
-/// Sets the flags of `param` from a value of `parameter.statistics`.
-inline void set_statistics(CParamProperties& param, std::int64_t statistics) {
-  for (std::size_t bit = 0; bit < STATISTIC_FLAGS.size(); ++bit) {
-    param.*STATISTIC_FLAGS[bit] = (statistics >> bit & 1) != 0;
-  }
-}
 
 inline constexpr const char* CREATE_SCHEMA = R"(
 CREATE TABLE device (

@@ -39,6 +39,9 @@ class Statement {
   /// Runs a statement that gives no rows from its start to its end; false on failure.
   [[nodiscard]] bool run();
 
+  /// Why the last call that failed did.
+  [[nodiscard]] std::string error() const;
+
   /// Reads column `index`, counted from 0, of the current row, which is an integer as it is a
   /// rowid.
   [[nodiscard]] std::int64_t read_id(int index) const;

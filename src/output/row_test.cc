@@ -16,7 +16,7 @@
 namespace {
 
 using toolkit::trend::CSample;
-using toolkit::trend::CSamples;
+
 
 constexpr double NO_VALUE = std::numeric_limits<double>::quiet_NaN();
 constexpr double INFINITE = std::numeric_limits<double>::infinity();
@@ -66,7 +66,7 @@ class PrintRow : public testing::Test {
     return row(snapshot);
   }
 
-  std::string row_of_samples(const CSamples& samples) {
+  std::string row_of_samples(const std::vector<CSample>& samples) {
     return row(make_snapshot(NEW_YEAR, samples));
   }
 
@@ -272,7 +272,7 @@ TEST_F(PrintRow, WritesRowsOfAnyLength) {
   const double largest = -std::numeric_limits<double>::max();
   const std::string number = "," + printed(largest);
   ASSERT_EQ(number.size(), 311U);
-  CSamples samples;
+  std::vector<CSample> samples;
   std::string fields;
   for (int i = 0; i < 6; ++i) {
     select("nxvas");
@@ -288,7 +288,7 @@ TEST_F(PrintRow, WritesRowsOfAnyLength) {
 
 TEST_F(PrintRow, WritesManyShortFields) {
   std::string fields;
-  CSamples samples;
+  std::vector<CSample> samples;
   for (int i = 0; i < 3000; ++i) {
     select("a");
     samples.push_back({0, 0, 0, static_cast<double>(i), 0});

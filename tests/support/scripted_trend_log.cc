@@ -140,7 +140,7 @@ toolkit::trend::CPeriodProperties make_period(std::uint32_t minutes) {
 }
 
 toolkit::trend::CSnapshot make_snapshot(std::time_t timestamp,
-                                        const toolkit::trend::CSamples& samples) {
+                                        const std::vector<toolkit::trend::CSample>& samples) {
   toolkit::trend::CSnapshot snapshot;
   snapshot.timestamp = timestamp;
   snapshot.samples = samples;

@@ -92,4 +92,4 @@ TrendLogScript& trend_log_script();
                                                           const std::string& flags);
 [[nodiscard]] toolkit::trend::CPeriodProperties make_period(std::uint32_t minutes);
 [[nodiscard]] toolkit::trend::CSnapshot make_snapshot(std::time_t timestamp,
-                                                      const toolkit::trend::CSamples& samples = {});
+                                                      const std::vector<toolkit::trend::CSample>& samples = {});

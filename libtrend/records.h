@@ -1,0 +1,72 @@
+// The records of the trend log: its catalogue and its rows.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <vector>
+
+namespace toolkit::trend {
+
+/// One trended device.
+struct CDeviceProperties {
+  std::string path;         ///< the device's path in the log
+  std::string aux_text;     ///< the device's description
+  std::int64_t aux_1 = -1;  ///< the device's id in the database; -1 for no device
+};
+
+/// One trended parameter of a device, and which statistics its rows carry.
+struct CParamProperties {
+  std::string path;         ///< relative to the device, parts joined by '/'
+  std::uint32_t aux_1 = 0;  ///< the parameter's first slot, see statistics.h
+  bool has_min = false;
+  bool has_max = false;
+  bool has_avg = false;
+  bool has_actual = false;
+  bool has_sum = false;
+  std::uint32_t aux_2 = 0;  ///< unused
+  std::uint32_t aux_3 = 0;  ///< unused
+};
+
+/// One trend interval that the log keeps.
+struct CPeriodProperties {
+  std::uint32_t interval = 0;  ///< length in minutes
+  std::uint32_t aux_1 = 0;     ///< unused
+};
+
+/// A device and some of its parameters, in the order in which their values are wanted.
+struct CDeviceParams {
+  CDeviceProperties device;
+  std::vector<CParamProperties> params;
+};
+
+/// The statistics of one parameter over one interval. A NaN is a value that the row lacks.
+struct CSample {
+  double min;
+  double max;
+  double avg;
+  double actual;
+  double sum;
+};
+
+/// One row of trend data.
+struct CSnapshot {
+  std::uint32_t interval_minutes = 0;
+  std::time_t timestamp = 0;     ///< end of the interval, seconds since the epoch
+  double valid_ratio = 0;        ///< share of valid data, 0 to 1
+  std::vector<CSample> samples;  ///< one per parameter asked for, in that order
+};
+
+/// The result of one query.
+struct CDeviceData {
+  CDeviceParams selection;  ///< the query does not change it
+  std::vector<CSnapshot> snapshots;
+};
+
+/// One series of a trend database: the rows of one device at one interval.
+struct CSeries {
+  std::int64_t id = 0;        ///< the series' id in the database
+  std::uint32_t minutes = 0;  ///< the length of its intervals
+};
+
+}  // namespace toolkit::trend

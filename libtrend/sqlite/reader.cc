@@ -1,0 +1,149 @@
+#include "libtrend/sqlite/reader.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <utility>
+
+#include "libtrend/sqlite/row_cursor.h"
+#include "libtrend/sqlite/schema.h"
+#include "libtrend/statistics.h"
+
+namespace toolkit::trend {
+
+std::unique_ptr<SqliteReader> SqliteReader::open(const std::string& path,
+                                                 const OpenOptions& options, std::string& error) {
+  Database db = open_database(path, options, error);
+  if (!db) return nullptr;
+  std::unique_ptr<SqliteReader> reader(new SqliteReader(std::move(db), options.cache_size == 0));
+  if (reader->prepare()) return reader;
+  error = reader->error();
+  return nullptr;
+}
+
+SqliteReader::SqliteReader(Database db, bool trims_cache)
+    : db_(std::move(db)), trims_cache_(trims_cache) {}
+
+/// Prepares all statements, which shows that the tables are there.
+bool SqliteReader::prepare() {
+  const std::pair<Statement*, const char*> texts[] = {
+      {&begin_, "BEGIN"},
+      {&commit_, "COMMIT"},
+      {&devices_, "SELECT id, path, description FROM device ORDER BY id"},
+      {&params_, "SELECT path, statistics, first_slot FROM parameter WHERE device_id = ?1"},
+      {&periods_, "SELECT DISTINCT minutes FROM series ORDER BY minutes"},
+      {&series_, "SELECT id, minutes FROM series WHERE device_id = ?1 ORDER BY minutes"},
+      {&first_row_, RowCursor::FIRST_ROW},
+      {&last_row_, RowCursor::LAST_ROW}};
+  for (const auto& [statement, sql] : texts) {
+    *statement = Statement(db_.get(), sql);
+    if (!*statement) return fail_with_database_error();
+  }
+  return static_cast<bool>(Statement(db_.get(), RowCursor::DESCENDING)) ||
+         fail_with_database_error();
+}
+
+bool SqliteReader::fail_with_database_error() {
+  error_ = sqlite3_errmsg(db_.get());
+  return false;
+}
+
+bool SqliteReader::run(const std::function<bool()>& query) {
+  // One transaction, so that a row recorded meanwhile is in all of the result or in none of it.
+  if (!begin_.run()) return fail_with_database_error();
+  cursors_ = 0;
+  const bool is_answered = query();
+  // A transaction that only read has nothing to lose, so how its end went does not matter.
+  static_cast<void>(commit_.run());
+  if (trims_cache_) trim_cache(db_.get());
+  return is_answered;
+}
+
+/// Runs `statement` and calls `take_row`, which returns false on a damaged row, on each of its
+/// rows. Returns false on failure.
+template <typename TakeRow>
+bool SqliteReader::for_each_row(Statement& statement, const TakeRow& take_row) {
+  const RunningStatement running(&statement);
+  Statement::Step step = statement.step();
+  for (; step == Statement::Step::ROW; step = statement.step()) {
+    if (take_row(statement)) continue;
+    error_ = "the catalogue is damaged";
+    return false;
+  }
+  return step == Statement::Step::DONE || fail_with_database_error();
+}
+
+bool SqliteReader::get_devices(std::vector<CDeviceProperties>& devices) {
+  return for_each_row(devices_, [&](const Statement& row) {
+    CDeviceProperties& device = devices.emplace_back();
+    return row.read(0, device.aux_1) && row.read(1, device.path) && row.read(2, device.aux_text);
+  });
+}
+
+bool SqliteReader::get_params(const CDeviceProperties& device,
+                              std::vector<CParamProperties>& params) {
+  params_.bind(1, device.aux_1);
+  return for_each_row(params_, [&](const Statement& row) {
+    CParamProperties& param = params.emplace_back();
+    std::int64_t statistics = 0;
+    std::int64_t first_slot = 0;
+    if (!row.read(0, param.path) || !row.read(1, statistics) || !row.read(2, first_slot) ||
+        statistics < 0 || statistics > ALL_STATISTICS || first_slot < 0) {
+      return false;
+    }
+    // No row is long enough for slots that the field can't hold.
+    constexpr std::int64_t MAX_SLOT = std::numeric_limits<std::uint32_t>::max();
+    param.aux_1 = static_cast<std::uint32_t>(std::min(first_slot, MAX_SLOT));
+    set_statistics(param, static_cast<std::uint32_t>(statistics));
+    return true;
+  });
+}
+
+bool SqliteReader::get_periods(std::vector<CPeriodProperties>& periods) {
+  return for_each_row(periods_, [&](const Statement& row) {
+    std::int64_t minutes = 0;
+    if (!row.read(0, minutes) || minutes <= 0) return false;
+    // An interval too long for the record can't be named or queried, so it is left out.
+    if (minutes <= std::numeric_limits<std::uint32_t>::max()) {
+      periods.push_back({.interval = static_cast<std::uint32_t>(minutes)});
+    }
+    return true;
+  });
+}
+
+bool SqliteReader::get_series(const CDeviceProperties& device, std::vector<CSeries>& series) {
+  series_.bind(1, device.aux_1);
+  return for_each_row(series_, [&](const Statement& row) {
+    std::int64_t id = 0;
+    std::int64_t minutes = 0;
+    if (!row.read(0, id) || !row.read(1, minutes) || minutes <= 0 || !is_series_id(id)) {
+      return false;
+    }
+    if (minutes <= std::numeric_limits<std::uint32_t>::max()) {
+      series.push_back({.id = id, .minutes = static_cast<std::uint32_t>(minutes)});
+    }
+    return true;
+  });
+}
+
+std::unique_ptr<SeriesCursor> SqliteReader::make_cursor(const CSeries& series,
+                                                        const std::vector<CParamProperties>& params,
+                                                        bool ascending) {
+  auto& statements = rows_[ascending ? 1 : 0];
+  if (statements.size() == cursors_) {
+    const char* sql = ascending ? RowCursor::ASCENDING : RowCursor::DESCENDING;
+    auto statement = std::make_unique<Statement>(db_.get(), sql);
+    if (!*statement) {
+      fail_with_database_error();
+      return nullptr;
+    }
+    statements.push_back(std::move(statement));
+  }
+  return std::make_unique<RowCursor>(
+      RowStatements{*statements[cursors_++], first_row_, last_row_, error_}, series, params,
+      ascending);
+}
+
+}  // namespace toolkit::trend

@@ -1,0 +1,55 @@
+// Reading a trend database in a file.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "libtrend/log.h"
+#include "libtrend/query/engine.h"
+#include "libtrend/sqlite/database.h"
+#include "libtrend/sqlite/statement.h"
+
+namespace toolkit::trend {
+
+/// The reader of a database file. It keeps its statements prepared from one query to the next.
+class SqliteReader : public LogReader {
+ public:
+  /// Opens the database at `path`. Returns null on failure, with the reason in `error`.
+  [[nodiscard]] static std::unique_ptr<SqliteReader> open(const std::string& path,
+                                                          const OpenOptions& options,
+                                                          std::string& error);
+
+  [[nodiscard]] bool run(const std::function<bool()>& query) override;
+  [[nodiscard]] bool get_devices(std::vector<CDeviceProperties>& devices) override;
+  [[nodiscard]] bool get_params(const CDeviceProperties& device,
+                                std::vector<CParamProperties>& params) override;
+  [[nodiscard]] bool get_periods(std::vector<CPeriodProperties>& periods) override;
+  [[nodiscard]] bool get_series(const CDeviceProperties& device,
+                                std::vector<CSeries>& series) override;
+  [[nodiscard]] std::unique_ptr<SeriesCursor> make_cursor(
+      const CSeries& series, const std::vector<CParamProperties>& params, bool ascending) override;
+
+ private:
+  SqliteReader(Database db, bool trims_cache);
+  [[nodiscard]] bool prepare();
+  template <typename TakeRow>
+  bool for_each_row(Statement& statement, const TakeRow& take_row);
+  bool fail_with_database_error();
+
+  Database db_;
+  bool trims_cache_;  ///< unless the user chose how large it may be
+  Statement begin_;
+  Statement commit_;
+  Statement devices_;
+  Statement params_;
+  Statement periods_;
+  Statement series_;
+  Statement first_row_;
+  Statement last_row_;
+  /// One per cursor of a query, by `ascending`.
+  std::vector<std::unique_ptr<Statement>> rows_[2];
+  std::size_t cursors_ = 0;  ///< that the current query has
+};
+
+}  // namespace toolkit::trend

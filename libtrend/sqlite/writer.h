@@ -1,0 +1,61 @@
+// Writing a trend database in a file.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "libtrend/query/engine.h"
+#include "libtrend/sqlite/database.h"
+#include "libtrend/sqlite/statement.h"
+
+namespace toolkit::trend {
+
+/// The writer of a database file. It keeps its statements prepared from one row to the next.
+class SqliteWriter : public LogWriter {
+ public:
+  /// Opens the database at `path`. Returns null on failure, with the reason in `error`.
+  [[nodiscard]] static std::unique_ptr<SqliteWriter> open(const std::string& path,
+                                                          std::string& error);
+  ~SqliteWriter() override;
+
+  [[nodiscard]] bool begin() override;
+  [[nodiscard]] bool commit() override;
+  void rollback() override;
+  [[nodiscard]] bool add_device(CDeviceProperties& device) override;
+  [[nodiscard]] bool add_param(const CDeviceProperties& device, CParamProperties& param) override;
+  [[nodiscard]] bool add_series(const CDeviceProperties& device, std::uint32_t minutes,
+                                CSeries& series) override;
+  [[nodiscard]] bool append(const CSeries& series, std::int64_t timestamp, double valid_ratio,
+                            std::span<const double> slots) override;
+
+ private:
+  explicit SqliteWriter(const std::string& path) : path_(path) {}
+  [[nodiscard]] bool connect();
+  [[nodiscard]] bool prepare();
+  bool find_free_slot(std::int64_t device_id, std::size_t& slot);
+  bool fail(const std::string& reason);
+  bool fail_with_database_error();
+
+  std::string path_;
+  RecordedDatabase file_;   ///< blank until the first transaction is committed
+  bool lacks_log_ = false;  ///< whether it is new, and not in WAL mode yet
+  bool is_prepared_ = false;
+  /// The slot for the next parameter by the id of the device, as far as this transaction knows it.
+  std::map<std::int64_t, std::size_t> free_slots_;
+  Statement begin_;
+  Statement commit_;
+  Statement rollback_;
+  Statement add_device_;
+  Statement get_device_;
+  Statement add_param_;
+  Statement get_param_;
+  Statement get_slots_;
+  Statement add_series_;
+  Statement get_series_;
+  Statement append_;
+};
+
+}  // namespace toolkit::trend
