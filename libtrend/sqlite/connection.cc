@@ -12,13 +12,14 @@ namespace toolkit::trend {
 
 void DatabaseDeleter::operator()(sqlite3* db) const { sqlite3_close_v2(db); }
 
-Database connect(const std::string& name, int flags, std::string& error) {
+bool connect(const std::string& name, int flags, const char* vfs, Database& db,
+             std::string& error) {
   sqlite3* handle = nullptr;
-  const int status = sqlite3_open_v2(name.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, nullptr);
-  Database db(handle);
-  if (status == SQLITE_OK) return db;
+  const int status = sqlite3_open_v2(name.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, vfs);
+  db.reset(handle);
+  if (status == SQLITE_OK) return true;
   error = db ? sqlite3_errmsg(db.get()) : "out of memory";
-  return nullptr;
+  return false;
 }
 
 bool configure(sqlite3* db, const OpenOptions& options, std::string& error) {

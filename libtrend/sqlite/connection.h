@@ -18,9 +18,11 @@ struct DatabaseDeleter {
 /// An open SQLite connection.
 using Database = std::unique_ptr<sqlite3, DatabaseDeleter>;
 
-/// Opens the file `name` without reading it yet; `flags` are SQLite's. Returns null on failure,
-/// with the reason in `error`.
-[[nodiscard]] Database connect(const std::string& name, int flags, std::string& error);
+/// Opens the file `name` without reading it yet. `flags` are SQLite's, `vfs` is the name of its way
+/// to the file, null for the usual one. False on failure, with the reason in `error`; `db` then
+/// still has SQLite's error code, unless it is null because memory ran out.
+[[nodiscard]] bool connect(const std::string& name, int flags, const char* vfs, Database& db,
+                           std::string& error);
 
 /// Sets a connection up as `options` ask, and so that a database from an untrusted source can do no
 /// harm. False on failure, with the reason in `error`.

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "libtrend/sqlite/file_header.h"
+#include "libtrend/sqlite/open_to_read.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/sqlite/statement.h"
 
@@ -18,8 +18,10 @@ namespace {
 
 /// Opens `name` for writing, as `connect` does. SQLite itself makes do with reading.
 Database connect_for_writing(const std::string& name, bool create, std::string& error) {
-  Database db = connect(name, SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0), error);
-  if (db && sqlite3_db_readonly(db.get(), "main") != 0) {
+  const int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0);
+  Database db;
+  if (!connect(name, flags, nullptr, db, error)) return nullptr;
+  if (sqlite3_db_readonly(db.get(), "main") != 0) {
     error = "it can't be written";
     return nullptr;
   }
@@ -39,78 +41,10 @@ bool has_no_tables(sqlite3* db) {
 }
 
 /// Takes the lock of a connection in exclusive locking mode, which then keeps it.
-bool lock(sqlite3* db, const OpenOptions& options, std::string& error) {
-  const char* begin = options.read_only ? "BEGIN; SELECT 1 FROM sqlite_schema" : "BEGIN EXCLUSIVE";
-  if (execute(db, begin) && execute(db, "COMMIT")) return true;
+bool lock(sqlite3* db, std::string& error) {
+  if (execute(db, "BEGIN EXCLUSIVE; COMMIT")) return true;
   error = sqlite3_errmsg(db);
   return false;
-}
-
-/// Whether `file` exists, or may exist out of sight.
-bool may_exist(const char* file) {
-  struct stat status = {};
-  return lstat(file, &status) == 0 || errno != ENOENT;
-}
-
-/// Whether a log or journal that holds anything stands beside the database, as when a writer is at
-/// work. Readers leave empty ones behind.
-bool has_journal(sqlite3* db) {
-  for (const char* file :
-       {sqlite3_filename_wal(file_name(db)), sqlite3_filename_journal(file_name(db))}) {
-    struct stat status = {};
-    if (stat(file, &status) == 0 ? status.st_size > 0 : errno != ENOENT) return true;
-  }
-  return false;
-}
-
-/// Whether the file is no trend database, or but a part of one. SQLite would make files beside it
-/// before it sees that, and takes a page cut short for a whole one.
-bool is_unsound(sqlite3* db) {
-  // What a writer is about to change is looked at twice.
-  for (int look = 0; look < 2; ++look) {
-    const bool is_written = has_journal(db);
-    const FileHeader header = FileHeader::read(db);
-    if (is_written ? header.has_whole_pages() : header.is_sound()) return false;
-  }
-  return true;
-}
-
-/// Whether the database is complete in its one file although its header asks for a write-ahead
-/// log: there is no such log beside it, and none can be made there. A program that has the
-/// database open for writing keeps a log beside it, so nobody is writing either.
-bool is_complete_without_log(sqlite3* db) {
-  const std::string file = file_name(db);
-  const std::string folder = file.substr(0, file.rfind('/') + 1);
-  return FileHeader::read(db).asks_for_write_ahead_log() &&
-         !may_exist(sqlite3_filename_wal(file_name(db))) && access(folder.c_str(), W_OK) != 0;
-}
-
-/// The name under which SQLite opens `file`, an absolute path, as one that nobody changes.
-std::string immutable_name(const char* file) {
-  std::string name = "file://";
-  for (const char* c = file; *c != '\0'; ++c) {
-    if (std::strchr("?#%", *c) == nullptr) {
-      name += *c;
-    } else {
-      constexpr const char* DIGITS = "0123456789ABCDEF";
-      name += {'%', DIGITS[*c / 16], DIGITS[*c % 16]};
-    }
-  }
-  return name + "?immutable=1";
-}
-
-Database open_for_reading(const std::string& name, const OpenOptions& options, std::string& error) {
-  Database db = connect(name, SQLITE_OPEN_READONLY, error);
-  if (!db) return nullptr;
-  if (is_unsound(db.get())) {
-    error = "it is no whole trend database";
-    return nullptr;
-  }
-  if (configure(db.get(), options, error) && verify(db.get(), error)) return db;
-  if (!is_complete_without_log(db.get())) return nullptr;
-  db = connect(immutable_name(file_name(db.get())), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, error);
-  if (db && configure(db.get(), options, error) && verify(db.get(), error)) return db;
-  return nullptr;
 }
 
 /// Creates the tables in a blank database of our own making; false on failure.
@@ -164,9 +98,9 @@ Database open_database(const std::string& path, const OpenOptions& options, std:
   bool exists = false;
   if (!is_place(path, options.create && !options.read_only, exists, error)) return nullptr;
   const std::string name = plain_name(path);
-  Database db = options.read_only ? open_for_reading(name, options, error)
-                                  : open_for_writing(name, !exists, options, error);
-  if (db && options.exclusive && !lock(db.get(), options, error)) return nullptr;
+  if (options.read_only) return open_to_read(name, options, error);
+  Database db = open_for_writing(name, !exists, options, error);
+  if (db && options.exclusive && !lock(db.get(), error)) return nullptr;
   return db;
 }
 
