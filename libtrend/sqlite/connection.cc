@@ -1,8 +1,10 @@
 #include "libtrend/sqlite/connection.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 
 #include "libtrend/sqlite/schema.h"
@@ -75,6 +77,11 @@ bool verify(sqlite3* db, std::string& error) {
 }
 
 const char* file_name(sqlite3* db) { return sqlite3_db_filename(db, "main"); }
+
+bool may_exist(const char* file) {
+  struct stat status = {};
+  return lstat(file, &status) == 0 || errno != ENOENT;
+}
 
 void trim_cache(sqlite3* db) {
   constexpr int ENOUGH = 128 * 1024;

@@ -41,6 +41,9 @@ using Database = std::unique_ptr<sqlite3, DatabaseDeleter>;
 /// The absolute path of the database file, without links.
 [[nodiscard]] const char* file_name(sqlite3* db);
 
+/// Whether `file` exists, or may exist out of sight.
+[[nodiscard]] bool may_exist(const char* file);
+
 /// Gives cached pages back once they take more than a small part of the memory, so that a walk
 /// through a long log, which comes back to no page, takes no more than one through a short log.
 void trim_cache(sqlite3* db);

@@ -10,6 +10,7 @@
 #include <memory>
 #include <new>
 
+#include "libtrend/sqlite/connection.h"
 #include "libtrend/sqlite/file_header.h"
 
 namespace toolkit::trend {
@@ -41,12 +42,6 @@ static_assert(alignof(ReaderFile) <= 8);
 
 ReaderFile* reader_file(sqlite3_file* file) {
   return reinterpret_cast<ReaderFile*>(reinterpret_cast<char*>(file) + base_size());
-}
-
-/// Whether `file` exists, or may exist out of sight.
-bool may_exist(const char* file) {
-  struct stat status = {};
-  return lstat(file, &status) == 0 || errno != ENOENT;
 }
 
 /// Whether `journal` may hold pages that have to go back into the database. SQLite marks a journal
