@@ -177,10 +177,10 @@ int main(int argc, char** argv) {
   expect_at_most("100,000 rows of 60 values: `-c 16` / default", dump("60.db", {"-c", "16"}),
                  dump("60.db"), 1.5, 7);
 
-  const long large = run(dump("3.db")).peak_kib;
-  const long small = run(dump("small.db")).peak_kib;
+  const auto large = static_cast<double>(run(dump("3.db")).peak_kib);
+  const auto small = static_cast<double>(run(dump("small.db")).peak_kib);
   std::printf(
-      "\nPeak memory: %ld KiB for 1,000,000 rows, %ld KiB for 1,000 (target: within 5%%, "
+      "\nPeak memory: %.0f KiB for 1,000,000 rows, %.0f KiB for 1,000 (target: within 5%%, "
       "under 8192 KiB): %s\n",
       large, small, large <= small * 1.05 && large < 8192 ? "met" : "NOT met");
 

@@ -24,6 +24,9 @@ set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--gc-sections")
 set(CMAKE_CXX_STANDARD_LIBRARIES_INIT
   "-Wl,--push-state,--as-needed -latomic -Wl,--pop-state")
 
+# The SQLite and hiredis of scripts/setup-target can be part of programs, not of shared libraries.
+set(TRENDCSV_SHARED OFF CACHE BOOL "Build the libraries as shared ones too")
+
 # Libraries, headers and packages come from the target only, programs that run
 # during the build from the host only.
 set(CMAKE_FIND_ROOT_PATH "${target_deps}" "${target_sysroot}")

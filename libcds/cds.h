@@ -12,10 +12,10 @@ struct pcd_connection;
 /// Connects to the CDS. `server` is the path of its socket; null means the one fixed when the
 /// library was built. `flag` is reserved; pass 1. Returns, within one second, a handle that the
 /// caller closes with `pcd_close`, or null where no CDS answers.
-pcd_connection* pcd_init(const char* server, int flag);
+__attribute__((visibility("default"))) pcd_connection* pcd_init(const char* server, int flag);
 
 /// Closes a connection and releases its handle; null is ignored.
-void pcd_close(pcd_connection* handle);
+__attribute__((visibility("default"))) void pcd_close(pcd_connection* handle);
 
 namespace toolkit {
 
@@ -53,7 +53,7 @@ struct element_property_t {
 };
 
 /// A CDS client; owns its connection.
-class CCds {
+class __attribute__((visibility("default"))) CCds {
  public:
   /// Connects when `connect_flag` is not 0; `handle` tells whether that succeeded.
   explicit CCds(int connect_flag);

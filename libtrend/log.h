@@ -40,7 +40,7 @@ struct OpenOptions {
 /// changes nothing. A handle and its copies must not be used by several threads at once.
 ///
 /// Functions that return an int return 0 on success and -1 on failure; `error` then says why.
-class CLog {
+class __attribute__((visibility("default"))) CLog {
  public:
   /// Opens the trend database at `path`. A connection that the handle held before is released.
   ///
@@ -90,9 +90,9 @@ class CLog {
   [[nodiscard]] std::string error() const;
 
  private:
-  struct Connection;
+  struct __attribute__((visibility("hidden"))) Connection;
 
-  [[nodiscard]] bool is_open() const;
+  [[nodiscard]] __attribute__((visibility("hidden"))) bool is_open() const;
 
   std::shared_ptr<Connection> connection_;
 };

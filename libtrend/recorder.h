@@ -17,7 +17,7 @@ class LogWriter;
 /// Everything is written in transactions. The first call that fails inside one undoes the whole
 /// transaction, and no call succeeds from then on until the next `begin`. Functions that return an
 /// int return 0 on success and -1 on failure; `error` then says why.
-class CRecorder {
+class __attribute__((visibility("default"))) CRecorder {
  public:
   CRecorder();
   ~CRecorder();
@@ -68,9 +68,9 @@ class CRecorder {
   [[nodiscard]] const std::string& error() const { return error_; }
 
  private:
-  int fail(const std::string& reason);
-  int finish(bool is_done);
-  [[nodiscard]] bool is_recording();
+  __attribute__((visibility("hidden"))) int fail(const std::string& reason);
+  __attribute__((visibility("hidden"))) int finish(bool is_done);
+  [[nodiscard]] __attribute__((visibility("hidden"))) bool is_recording();
 
   std::unique_ptr<LogWriter> writer_;
   bool in_transaction_ = false;

@@ -8,10 +8,6 @@
 
 #include "cli/validate.h"
 
-const std::string DEFAULT_INPUT_TIME_FORMAT = "%F %R";
-const std::string DEFAULT_OUTPUT_DATE_FORMAT = "%F";
-const std::string DEFAULT_OUTPUT_TIME_FORMAT = "%R";
-
 namespace {
 
 /// What an option does with the value behind it; false, after a message, where that is bad.

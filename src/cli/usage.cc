@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdio>
 
-#include "cli/options.h"
+#include "text/time_formats.h"
 
 void print_usage(const DumpOptions& options, const char* program) {
   // Deliberate: no "-r", and no closing bracket behind "<heap_limit".
@@ -84,6 +84,7 @@ void print_usage(const DumpOptions& options, const char* program) {
 }
 
 void print_version(const char* program) {
+  // Deliberate: the established text. It does not follow the version of the project.
   std::printf("%s: version %s\n", program, "2.0.0");
   std::printf("Build date: %s %s\n", "Jun 23 2014", "15:34:36");
   std::puts("$Revision: 15184 $\n");

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <utility>
 
-#include "cli/options.h"
 #include "text/input_time.h"
+#include "text/time_formats.h"
 
 namespace {
 

@@ -1,13 +1,26 @@
 #include "columns/header.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdio>
 
 #include "columns/display_names.h"
-#include "columns/statistics.h"
+#include "libtrend/statistics.h"
+#include "text/column_names.h"
 
 using toolkit::trend::CParamProperties;
+using toolkit::trend::Statistic;
+using toolkit::trend::STATISTICS;
+
+namespace {
+
+/// What follows a display name in the name of a column, in the order of `STATISTICS`.
+constexpr std::array DISPLAY_SUFFIXES = {" (min)", " (max)", " (avg)", " (actual)", " (sum)"};
+static_assert(DISPLAY_SUFFIXES.size() == STATISTICS.size());
+static_assert(COLUMN_SUFFIXES.size() == STATISTICS.size());
+
+}  // namespace
 
 int build_column_names(DumpContext& context, bool use_display_names,
                        std::vector<std::string>& columns) {
@@ -18,12 +31,12 @@ int build_column_names(DumpContext& context, bool use_display_names,
   for (std::size_t i = 0; i < params.size(); ++i) {
     const auto carries = [&](const Statistic& statistic) { return params[i].*statistic.flag; };
     const bool is_single = std::count_if(STATISTICS.begin(), STATISTICS.end(), carries) == 1;
-    for (const Statistic& statistic : STATISTICS) {
-      if (!carries(statistic)) continue;
+    for (std::size_t k = 0; k < STATISTICS.size(); ++k) {
+      if (!carries(STATISTICS[k])) continue;
       if (!has_names) {
-        columns.push_back(params[i].path + statistic.path_suffix);
+        columns.push_back(params[i].path + COLUMN_SUFFIXES[k]);
       } else {
-        columns.push_back(is_single ? names[i] : names[i] + statistic.display_suffix);
+        columns.push_back(is_single ? names[i] : names[i] + DISPLAY_SUFFIXES[k]);
       }
     }
   }

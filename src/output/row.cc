@@ -9,12 +9,15 @@
 #include <limits>
 #include <string>
 
+#include "libtrend/statistics.h"
 #include "text/number.h"
 #include "text/time_text.h"
 
 using toolkit::trend::CParamProperties;
 using toolkit::trend::CSample;
 using toolkit::trend::CSnapshot;
+using toolkit::trend::Statistic;
+using toolkit::trend::STATISTICS;
 
 namespace {
 
@@ -64,11 +67,9 @@ class RowText {
 };
 
 void add_sample(RowText& text, const CParamProperties& param, const CSample& sample) {
-  if (param.has_min) text.add_field(sample.min);
-  if (param.has_max) text.add_field(sample.max);
-  if (param.has_avg) text.add_field(sample.avg);
-  if (param.has_actual) text.add_field(sample.actual);
-  if (param.has_sum) text.add_field(sample.sum);
+  for (const Statistic& statistic : STATISTICS) {
+    if (param.*statistic.flag) text.add_field(sample.*statistic.member);
+  }
 }
 
 }  // namespace

@@ -17,7 +17,6 @@ namespace {
 
 using toolkit::trend::CSample;
 
-
 constexpr double NO_VALUE = std::numeric_limits<double>::quiet_NaN();
 constexpr double INFINITE = std::numeric_limits<double>::infinity();
 

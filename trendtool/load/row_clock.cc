@@ -4,8 +4,8 @@
 #include <limits>
 #include <utility>
 
+#include "text/csv.h"
 #include "text/input_time.h"
-#include "trendtool/load/csv_layout.h"
 
 namespace {
 

@@ -1,13 +1,11 @@
-#include "trendtool/load/csv_layout.h"
+#include "text/csv.h"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <limits>
 #include <system_error>
 
-#include "columns/statistics.h"
 #include "text/number.h"
 
 namespace {
@@ -54,39 +52,6 @@ std::vector<std::string_view> split_fields(std::string_view line) {
   }
   fields.push_back(line);
   return fields;
-}
-
-std::string read_header(std::string_view line, Layout& layout) {
-  const std::vector<std::string_view> fields = split_fields(line);
-  if (fields.size() < 2 || fields[0] != "Date" || fields[1] != "Time") {
-    return "the header does not begin with Date,Time";
-  }
-  if (line.find('\0') != line.npos) return "the header has a zero byte in it";
-  layout.has_percent = fields.size() > 2 && fields[2] == "Percent Valid";
-  for (std::size_t i = layout.fixed_fields(); i < fields.size(); ++i) {
-    const std::string_view field = fields[i];
-    const std::size_t colon = field.rfind(':');
-    const auto statistic =
-        std::find_if(STATISTICS.begin(), STATISTICS.end(), [&](const Statistic& candidate) {
-          return colon != field.npos && field.substr(colon) == candidate.path_suffix;
-        });
-    if (statistic == STATISTICS.end()) {
-      return "column " + quote(field) + " is no parameter path with a statistic behind a colon";
-    }
-    const std::string_view path = field.substr(0, colon);
-    auto param = std::find_if(layout.params.begin(), layout.params.end(),
-                              [&](const auto& candidate) { return candidate.path == path; });
-    if (param == layout.params.end()) {
-      layout.params.emplace_back().path = path;
-      param = layout.params.end() - 1;
-    }
-    bool& has_column = (*param).*statistic->flag;
-    if (has_column) return "column " + quote(field) + " stands there twice";
-    has_column = true;
-    layout.columns.push_back({static_cast<std::size_t>(param - layout.params.begin()),
-                              static_cast<std::size_t>(statistic - STATISTICS.begin())});
-  }
-  return layout.columns.empty() ? "the header names no parameter" : "";
 }
 
 bool read_value(std::string_view field, double& value) {

@@ -1,0 +1,25 @@
+// The command line of trendload.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "text/time_formats.h"
+
+/// The settings of one load.
+struct LoadOptions {
+  std::string db_path;                                  ///< -x
+  std::string device;                                   ///< -d
+  std::uint32_t minutes = 0;                            ///< -i
+  std::string time_format = DEFAULT_INPUT_TIME_FORMAT;  ///< -t, for strptime
+  bool use_utc = false;                                 ///< -u
+  std::string input_path = "-";                         ///< "-" for standard input
+  bool wants_help = false;                              ///< -h
+};
+
+/// Reads the command line into `options`. Returns false, after a message on standard error, where
+/// it is wrong.
+[[nodiscard]] bool parse_load_options(int argc, char** argv, LoadOptions& options);
+
+/// Prints a summary of the options to standard output.
+void print_load_usage();

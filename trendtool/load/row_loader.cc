@@ -1,0 +1,77 @@
+#include "trendtool/load/row_loader.h"
+
+#include <algorithm>
+#include <ctime>
+#include <limits>
+
+#include "libtrend/statistics.h"
+#include "text/column_names.h"
+#include "text/csv.h"
+
+using toolkit::trend::CDeviceProperties;
+using toolkit::trend::CParamProperties;
+using toolkit::trend::CRecorder;
+
+namespace {
+
+std::string join_time(const std::vector<std::string_view>& fields) {
+  return std::string(fields[0]) + " " + std::string(fields[1]);
+}
+
+}  // namespace
+
+RowLoader::RowLoader(const LoadOptions& options, CRecorder& recorder, const Layout& layout)
+    : options_(options),
+      recorder_(recorder),
+      layout_(layout),
+      clock_(options.time_format, options.use_utc),
+      params_(layout.params) {}
+
+bool RowLoader::prepare() {
+  CDeviceProperties device;
+  device.path = options_.device;
+  if (recorder_.add_device(device) != 0) return false;
+  for (CParamProperties& param : params_) {
+    if (recorder_.add_param(device, param) != 0) return false;
+  }
+  return recorder_.add_series(device, options_.minutes, series_) == 0;
+}
+
+std::string RowLoader::find_slots() {
+  std::size_t slots = 0;
+  for (const ValueColumn& column : layout_.columns) {
+    const CParamProperties& param = params_[column.param];
+    if (!(param.*toolkit::trend::STATISTICS[column.statistic].flag)) {
+      return "parameter " + quote(param.path) + " is recorded without " +
+             COLUMN_SUFFIXES[column.statistic];
+    }
+    slots_.push_back(toolkit::trend::get_slot(param, column.statistic));
+    slots = std::max(slots, slots_.back() + 1);
+  }
+  values_.assign(slots, std::numeric_limits<double>::quiet_NaN());
+  return "";
+}
+
+bool RowLoader::look_ahead(std::string_view line) {
+  const std::vector<std::string_view> fields = split_fields(line);
+  return fields.size() >= 2 && clock_.look_ahead(join_time(fields));
+}
+
+std::string RowLoader::load(std::string_view line) {
+  const std::vector<std::string_view> fields = split_fields(line);
+  const std::size_t wanted = layout_.fixed_fields() + layout_.columns.size();
+  if (fields.size() != wanted) {
+    return std::to_string(fields.size()) + " fields where the header has " + std::to_string(wanted);
+  }
+  std::time_t time = 0;
+  if (std::string wrong = clock_.convert(join_time(fields), time); !wrong.empty()) return wrong;
+  double ratio = 1;
+  if (layout_.has_percent && !read_percent(fields[2], ratio)) {
+    return quote(fields[2]) + " is not a percentage from 0 to 100";
+  }
+  for (std::size_t i = 0; i < slots_.size(); ++i) {
+    const std::string_view field = fields[layout_.fixed_fields() + i];
+    if (!read_value(field, values_[slots_[i]])) return quote(field) + " is not a number";
+  }
+  return recorder_.append(series_, time, ratio, values_) == 0 ? "" : recorder_.error();
+}

@@ -1,0 +1,44 @@
+// Recording lines of CSV as rows of one series.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "libtrend/recorder.h"
+#include "trendtool/load/layout.h"
+#include "trendtool/load/options.h"
+#include "trendtool/load/row_clock.h"
+
+/// Records lines in an open transaction of a recorder. Functions that return a string return what
+/// is wrong with the input, nothing when it is good.
+class RowLoader {
+ public:
+  /// All three are borrowed.
+  RowLoader(const LoadOptions& options, toolkit::trend::CRecorder& recorder, const Layout& layout);
+
+  /// Adds the device, its parameters and the series as needed. Returns false where the recorder
+  /// fails; it has the reason.
+  [[nodiscard]] bool prepare();
+
+  /// Finds the slots of the columns, after `prepare`.
+  [[nodiscard]] std::string find_slots();
+
+  /// Shows the loader a line that it will load later, see `RowClock::look_ahead`. Returns whether
+  /// it should see another.
+  bool look_ahead(std::string_view line);
+
+  /// Records one line.
+  [[nodiscard]] std::string load(std::string_view line);
+
+ private:
+  const LoadOptions& options_;
+  toolkit::trend::CRecorder& recorder_;
+  const Layout& layout_;
+  RowClock clock_;
+  toolkit::trend::CSeries series_;
+  std::vector<toolkit::trend::CParamProperties> params_;  ///< as they are recorded
+  std::vector<std::size_t> slots_;                        ///< by column
+  std::vector<double> values_;                            ///< by slot
+};
