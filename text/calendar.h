@@ -16,6 +16,10 @@ class Calendar {
   /// `use_utc`, and those of localtime_r without.
   [[nodiscard]] std::tm fields_at(std::time_t time, bool use_utc);
 
+  /// Returns the first second of the day that is kept, if the time of day is all that is to be
+  /// calculated on it, otherwise 0. A day is kept so after two calls for times on it.
+  [[nodiscard]] std::time_t even_day_start() const { return day_ == Day::EVEN ? start_ : 0; }
+
  private:
   /// What is known of the day that is kept: no day is, one time on it was asked for, or the day is
   /// known to have 86,400 seconds and one offset from UTC.

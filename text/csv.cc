@@ -48,12 +48,17 @@ std::string quote(std::string_view text) { return std::string("'").append(text).
 
 std::vector<std::string_view> split_fields(std::string_view line) {
   std::vector<std::string_view> fields;
+  split_fields(line, fields);
+  return fields;
+}
+
+void split_fields(std::string_view line, std::vector<std::string_view>& fields) {
+  fields.clear();
   for (std::size_t comma = line.find(','); comma != line.npos; comma = line.find(',')) {
     fields.push_back(line.substr(0, comma));
     line.remove_prefix(comma + 1);
   }
   fields.push_back(line);
-  return fields;
 }
 
 bool read_value(std::string_view field, double& value) {

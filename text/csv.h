@@ -11,6 +11,9 @@
 /// Splits a line at every comma. The fields are parts of `line` and valid for as long as it is.
 [[nodiscard]] std::vector<std::string_view> split_fields(std::string_view line);
 
+/// The same, with the fields in `fields` in place of what was there.
+void split_fields(std::string_view line, std::vector<std::string_view>& fields);
+
 /// Reads a number that trendcsv printed, and sets `value` to one that prints as the same text
 /// again. An empty field is a NaN. Returns false for text that is not a number.
 [[nodiscard]] bool read_value(std::string_view field, double& value);

@@ -6,6 +6,7 @@
 
 #include "text/csv.h"
 #include "text/input_time.h"
+#include "text/time_formats.h"
 
 namespace {
 
@@ -60,7 +61,37 @@ bool RowClock::look_ahead(const std::string& text) {
   return false;
 }
 
+/// Converts a time on the day that is kept, on which the time of day is all that counts. Returns
+/// false for any other, and where the library has to read the text.
+bool RowClock::convert_on_kept_day(std::string_view text, std::time_t& time) const {
+  constexpr std::size_t SIZE = std::string_view("2010-11-02 03:00").size();
+  if (day_start_ == 0 || text.size() != SIZE || !text.starts_with(date_)) return false;
+  const auto is_digit = [&](std::size_t i) { return text[i] >= '0' && text[i] <= '9'; };
+  const auto number_at = [&](std::size_t i) { return 10 * (text[i] - '0') + text[i + 1] - '0'; };
+  if (text[10] != ' ' || !is_digit(11) || !is_digit(12) || text[13] != ':' || !is_digit(14) ||
+      !is_digit(15) || number_at(11) > 23 || number_at(14) > 59) {
+    return false;
+  }
+  time = day_start_ + 3600 * number_at(11) + 60 * number_at(14);
+  return true;
+}
+
+/// Keeps the day of a row, whose time is `time`, if it is one of 86,400 seconds without a change of
+/// the clock.
+void RowClock::keep_day(std::string_view text, std::time_t time) {
+  constexpr std::size_t DATE_SIZE = std::string_view("2010-11-02").size();
+  if (format_ != DEFAULT_INPUT_TIME_FORMAT || text.find(' ') != DATE_SIZE) return;
+  static_cast<void>(calendar_.fields_at(time, use_utc_));
+  static_cast<void>(calendar_.fields_at(time, use_utc_));
+  date_ = text.substr(0, DATE_SIZE);
+  day_start_ = calendar_.even_day_start();
+}
+
 std::string RowClock::convert(const std::string& text, std::time_t& time) {
+  if (convert_on_kept_day(text, time)) {
+    follow(time);
+    return "";
+  }
   std::tm fields;
   if (!parse_time(text, format_, fields)) {
     return quote(text) + " does not match the format " + quote(format_);
@@ -73,9 +104,14 @@ std::string RowClock::convert(const std::string& text, std::time_t& time) {
                                       : " is not after the epoch");
   }
   if (!shows(time, fields, use_utc_)) return quote(text) + " is a time that does not exist";
+  follow(time);
+  keep_day(text, time);
+  return "";
+}
+
+void RowClock::follow(std::time_t time) {
   if (previous_ != 0) rising_ = time > previous_;
   previous_ = time;
-  return "";
 }
 
 std::time_t RowClock::resolve(std::time_t first, std::time_t second) const {

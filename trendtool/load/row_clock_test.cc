@@ -209,4 +209,54 @@ TEST(RowClock, TakesRowsInNoOrderOutsideTheChange) {
             (Times{FOLD + 5 * HOUR, FOLD - 45 * MINUTE, FOLD + 3 * HOUR, FOLD - 15 * MINUTE}));
 }
 
+/// Converts rows of a walk through time by the default format, for which a clock keeps days, and by
+/// an equal one, for which it does not.
+void expect_same_with_kept_days(const char* zone, std::time_t start, std::time_t step) {
+  const LocalZone local_zone(zone);
+  for (const bool use_utc : {false, true}) {
+    RowClock keeping("%F %R", use_utc);
+    RowClock plain("%Y-%m-%d %R", use_utc);
+    for (int row = 0; row < 400; ++row) {
+      const std::time_t time = start + row * step;
+      std::tm fields = {};
+      use_utc ? gmtime_r(&time, &fields) : localtime_r(&time, &fields);
+      char text[32];
+      std::strftime(text, sizeof text, "%Y-%m-%d %R", &fields);
+      std::time_t kept = 0;
+      std::time_t expected = 0;
+      ASSERT_EQ(keeping.convert(text, kept), "") << text;
+      ASSERT_EQ(plain.convert(text, expected), "") << text;
+      ASSERT_EQ(kept, expected) << zone << ' ' << text;
+    }
+  }
+}
+
+TEST(RowClock, ConvertsTheSameOnADayItKeeps) {
+  for (const char* zone : {NEW_YORK, LORD_HOWE, KOLKATA, "UTC0", "AAA0BBB,J309/0:10,J309/1:20",
+                           "Europe/Berlin", "Pacific/Apia", "right/Asia/Tokyo"}) {
+    for (const std::time_t step : {1 * MINUTE, 7 * MINUTE, HOUR, 5 * HOUR}) {
+      for (const std::time_t start :
+           {FOLD - 100 * step, std::time_t{1483228800} - 200 * step,
+            std::time_t{1325203200} - 200 * step, std::time_t{1699056000}}) {
+        ASSERT_NO_FATAL_FAILURE(expect_same_with_kept_days(zone, start, step));
+        ASSERT_NO_FATAL_FAILURE(expect_same_with_kept_days(zone, start, -step));
+      }
+    }
+  }
+}
+
+TEST(RowClock, ReadsOnlyProperTimesOnADayItKeeps) {
+  RowClock clock("%F %R", true);
+  std::time_t time = 0;
+  ASSERT_EQ(clock.convert("2023-11-05 05:00", time), "");
+  for (const char* text :
+       {"2023-11-05 24:00", "2023-11-05 23:60", "2023-11-05 2a:00", "2023-11-05 05:0x",
+        "2023-11-05 05-00", "2023-11-05x05:00", "2023-11-05 05:00 ", "2023-11-05"}) {
+    EXPECT_EQ(clock.convert(text, time),
+              "'" + std::string(text) + "' does not match the format '%F %R'");
+  }
+  EXPECT_EQ(clock.convert("2023-11-05  5:07", time), "");
+  EXPECT_EQ(time, FOLD + 7 * MINUTE);
+}
+
 }  // namespace

@@ -14,8 +14,8 @@ using toolkit::trend::CRecorder;
 
 namespace {
 
-std::string join_time(const std::vector<std::string_view>& fields) {
-  return std::string(fields[0]) + " " + std::string(fields[1]);
+void join_time(const std::vector<std::string_view>& fields, std::string& time) {
+  time.assign(fields[0]).append(" ").append(fields[1]);
 }
 
 }  // namespace
@@ -53,24 +53,28 @@ std::string RowLoader::find_slots() {
 }
 
 bool RowLoader::look_ahead(std::string_view line) {
-  const std::vector<std::string_view> fields = split_fields(line);
-  return fields.size() >= 2 && clock_.look_ahead(join_time(fields));
+  split_fields(line, fields_);
+  if (fields_.size() < 2) return false;
+  join_time(fields_, time_);
+  return clock_.look_ahead(time_);
 }
 
 std::string RowLoader::load(std::string_view line) {
-  const std::vector<std::string_view> fields = split_fields(line);
+  split_fields(line, fields_);
   const std::size_t wanted = layout_.fixed_fields() + layout_.columns.size();
-  if (fields.size() != wanted) {
-    return std::to_string(fields.size()) + " fields where the header has " + std::to_string(wanted);
+  if (fields_.size() != wanted) {
+    return std::to_string(fields_.size()) + " fields where the header has " +
+           std::to_string(wanted);
   }
   std::time_t time = 0;
-  if (std::string wrong = clock_.convert(join_time(fields), time); !wrong.empty()) return wrong;
+  join_time(fields_, time_);
+  if (std::string wrong = clock_.convert(time_, time); !wrong.empty()) return wrong;
   double ratio = 1;
-  if (layout_.has_percent && !read_percent(fields[2], ratio)) {
-    return quote(fields[2]) + " is not a percentage from 0 to 100";
+  if (layout_.has_percent && !read_percent(fields_[2], ratio)) {
+    return quote(fields_[2]) + " is not a percentage from 0 to 100";
   }
   for (std::size_t i = 0; i < slots_.size(); ++i) {
-    const std::string_view field = fields[layout_.fixed_fields() + i];
+    const std::string_view field = fields_[layout_.fixed_fields() + i];
     if (!read_value(field, values_[slots_[i]])) return quote(field) + " is not a number";
   }
   return recorder_.append(series_, time, ratio, values_) == 0 ? "" : recorder_.error();

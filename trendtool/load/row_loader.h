@@ -41,4 +41,6 @@ class RowLoader {
   std::vector<toolkit::trend::CParamProperties> params_;  ///< as they are recorded
   std::vector<std::size_t> slots_;                        ///< by column
   std::vector<double> values_;                            ///< by slot
+  std::vector<std::string_view> fields_;                  ///< of the current line
+  std::string time_;                                      ///< date and time of the current line
 };
