@@ -6,12 +6,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdint>
 #include <memory>
 #include <new>
 
 #include "libtrend/sqlite/connection.h"
 #include "libtrend/sqlite/file_header.h"
+#include "libtrend/sqlite/read_ahead.h"
 
 namespace toolkit::trend {
 
@@ -28,6 +31,7 @@ struct ReaderFile {
   bool is_unchanging;  ///< read as a file that does not change
   bool has_index;      ///< whether the `-shm` is in use
   Refusal refusal;
+  ReadAhead ahead;
 };
 
 /// A number of ours among SQLite's, which leaves those above 100 to others: asks for the
@@ -73,6 +77,26 @@ int device_characteristics(sqlite3_file* file) {
          (reader->is_unchanging ? SQLITE_IOCAP_IMMUTABLE : 0);
 }
 
+/// Reads a part of the file so that the kernel has it when SQLite asks for it.
+void read_ahead(sqlite3_file* file, const FilePart& part) {
+  constexpr std::int64_t PIECE = 32 * 1024;
+  std::array<char, PIECE> piece;
+  const sqlite3_io_methods* base = reader_file(file)->base;
+  for (std::int64_t done = 0; done < part.size; done += PIECE) {
+    const auto size = static_cast<int>(std::min(PIECE, part.size - done));
+    // SQLite reads these bytes again and sees then whether that fails.
+    if (base->xRead(file, piece.data(), size, part.start + done) != SQLITE_OK) return;
+  }
+}
+
+int read_file(sqlite3_file* file, void* bytes, int size, sqlite3_int64 start) {
+  ReaderFile* reader = reader_file(file);
+  if (const FilePart part = reader->ahead.before_read(start, size); part.size > 0) {
+    read_ahead(file, part);
+  }
+  return reader->base->xRead(file, bytes, size, start);
+}
+
 int map_index(sqlite3_file* file, int page, int page_size, int extend, void volatile** memory) {
   ReaderFile* reader = reader_file(file);
   if (!reader->has_index && !may_make_index(reader->name)) {
@@ -111,8 +135,9 @@ int open_database_file(const char* name, sqlite3_file* file, int flags, int* giv
   int status = base_vfs->xOpen(base_vfs, name, file, flags, given);
   if (status != SQLITE_OK) return status;
   const sqlite3_io_methods* base = file->pMethods;
-  ReaderFile* reader = new (reader_file(file)) ReaderFile{*base, base, name, false, false, {}};
+  ReaderFile* reader = new (reader_file(file)) ReaderFile{*base, base, name, false, false, {}, {}};
   reader->methods.iVersion = std::min(base->iVersion, 3);
+  reader->methods.xRead = read_file;
   reader->methods.xDeviceCharacteristics = device_characteristics;
   reader->methods.xShmMap = map_index;
   reader->methods.xFileControl = control;
