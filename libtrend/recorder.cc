@@ -79,4 +79,8 @@ int CRecorder::append(const CSeries& series, std::int64_t timestamp, double vali
   return finish(writer_->append(series, timestamp, valid_ratio, slots));
 }
 
+int CRecorder::purge(const CSeries& series, std::int64_t before) {
+  return is_recording() ? finish(writer_->purge(series, before)) : -1;
+}
+
 }  // namespace toolkit::trend

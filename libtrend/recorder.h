@@ -64,6 +64,11 @@ class __attribute__((visibility("default"))) CRecorder {
   [[nodiscard]] int append(const CSeries& series, std::int64_t timestamp, double valid_ratio,
                            std::span<const double> slots);
 
+  /// Removes all rows of `series` with timestamps before `before`, in seconds since the epoch, and
+  /// no others. Rows may be added at these times again. The file keeps its size; what becomes free
+  /// in it is used for later rows.
+  [[nodiscard]] int purge(const CSeries& series, std::int64_t before);
+
   /// Returns why the last call that failed did, in words, without a line feed.
   [[nodiscard]] const std::string& error() const { return error_; }
 

@@ -112,6 +112,7 @@ class LogWriter {
   /// The timestamp and the share of valid data are within their bounds.
   [[nodiscard]] virtual bool append(const CSeries& series, std::int64_t timestamp,
                                     double valid_ratio, std::span<const double> slots) = 0;
+  [[nodiscard]] virtual bool purge(const CSeries& series, std::int64_t before) = 0;
 
   /// Why the last call that failed did.
   [[nodiscard]] const std::string& error() const { return error_; }

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <utility>
-#include <vector>
 
-#include "libtrend/sqlite/samples.h"
+#include "libtrend/sqlite/connection.h"
 #include "libtrend/sqlite/schema.h"
+#include "libtrend/sqlite/upgrade.h"
 #include "libtrend/statistics.h"
 
 namespace toolkit::trend {
@@ -33,6 +33,11 @@ bool read_slots(const Statement& row, CParamProperties& param) {
 std::unique_ptr<SqliteWriter> SqliteWriter::open(const std::string& path, std::string& error) {
   Database db = open_to_record(path, error);
   if (!db) return nullptr;
+  // What is purged need not be overwritten, which would double what sealing writes.
+  if (!execute(db.get(), "PRAGMA secure_delete = OFF")) {
+    error = sqlite3_errmsg(db.get());
+    return nullptr;
+  }
   std::unique_ptr<SqliteWriter> writer(new SqliteWriter(std::move(db)));
   if (writer->prepare()) return writer;
   error = writer->error();
@@ -50,12 +55,13 @@ bool SqliteWriter::fail(const std::string& reason) {
 
 bool SqliteWriter::fail_with_database_error() { return fail(sqlite3_errmsg(db_.get())); }
 
-/// Prepares all statements, which shows that the tables are there.
+/// Prepares the statements for the catalogue, which shows that its tables are there.
 bool SqliteWriter::prepare() {
   const std::pair<Statement*, const char*> texts[] = {
       {&begin_, "BEGIN IMMEDIATE"},
       {&commit_, "COMMIT"},
       {&rollback_, "ROLLBACK"},
+      {&get_data_version_, "PRAGMA data_version"},
       {&add_device_, "INSERT OR IGNORE INTO device (path, description) VALUES (?1, ?2)"},
       {&get_device_, "SELECT id, description FROM device WHERE path = ?1"},
       {&add_param_,
@@ -64,8 +70,7 @@ bool SqliteWriter::prepare() {
        "SELECT statistics, first_slot FROM parameter WHERE device_id = ?1 AND path = ?2"},
       {&get_slots_, "SELECT statistics, first_slot FROM parameter WHERE device_id = ?1"},
       {&add_series_, "INSERT OR IGNORE INTO series (device_id, minutes) VALUES (?1, ?2)"},
-      {&get_series_, "SELECT id FROM series WHERE device_id = ?1 AND minutes = ?2"},
-      {&append_, "INSERT INTO snapshot (id, valid_ratio, samples) VALUES (?1, ?2, ?3)"}};
+      {&get_series_, "SELECT id FROM series WHERE device_id = ?1 AND minutes = ?2"}};
   for (const auto& [statement, sql] : texts) {
     *statement = Statement(db_.get(), sql);
     if (!*statement) return fail_with_database_error();
@@ -79,20 +84,50 @@ bool SqliteWriter::begin() {
   int has_moved = 0;
   sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
   if (has_moved != 0) return fail("the file was moved or removed since it was opened");
-  return begin_.run() || fail_with_database_error();
+  if (!begin_.run()) return fail_with_database_error();
+  std::int64_t data_version = 0;
+  {
+    const RunningStatement row(&get_data_version_);
+    if (row->step() != Statement::Step::ROW || !row->read(0, data_version)) {
+      return fail_with_database_error();
+    }
+  }
+  if (data_version != data_version_ && !adopt_changes()) return false;
+  data_version_ = data_version;
+  return series_.begin() || fail(series_.error());
 }
 
-bool SqliteWriter::commit() { return commit_.run() || fail_with_database_error(); }
+/// Looks at the database, which may have changed: another program may even have turned it into one
+/// of another version.
+bool SqliteWriter::adopt_changes() {
+  series_.forget();
+  std::int64_t version = 0;
+  if (!verify(db_.get(), error_)) return false;
+  if (!read_number(db_.get(), "PRAGMA user_version", version)) return fail_with_database_error();
+  if (version == ROWS_ONLY_VERSION && !upgrade(db_.get(), error_)) return false;
+  if (!has_tables_) has_tables_ = series_.prepare(db_.get());
+  return has_tables_ || fail_with_database_error();
+}
+
+bool SqliteWriter::commit() {
+  if (!series_.finish()) return fail(series_.error());
+  return commit_.run() || fail_with_database_error();
+}
 
 void SqliteWriter::rollback() {
   // SQLite has undone the transaction by itself after some errors; this then fails, harmlessly.
   static_cast<void>(rollback_.run());
+  data_version_ = 0;
 }
+
+/// Whether the last statement inserted a row.
+bool SqliteWriter::is_inserted() const { return sqlite3_changes(db_.get()) > 0; }
 
 bool SqliteWriter::add_device(CDeviceProperties& device) {
   add_device_.bind(1, device.path);
   add_device_.bind(2, device.aux_text);
   if (!add_device_.run()) return fail_with_database_error();
+  if (is_inserted()) series_.note_catalogue();
 
   const RunningStatement row(&get_device_);
   row->bind(1, device.path);
@@ -129,11 +164,15 @@ bool SqliteWriter::add_param(const CDeviceProperties& device, CParamProperties& 
   if (is_new && !find_free_slot(device.aux_1, free_slot->second)) return false;
   param.aux_1 = static_cast<std::uint32_t>(free_slot->second);
   free_slot->second = get_slot(param, STATISTICS.size());
-  if (free_slot->second > MAX_SLOTS) return fail(beyond);
+  if (free_slot->second > MAX_DEVICE_SLOTS) {
+    return fail("parameter '" + param.path + "' needs more than the " +
+                std::to_string(MAX_DEVICE_SLOTS) + " slots that a device can have");
+  }
   add_param_.bind(1, device.aux_1);
   add_param_.bind(2, param.path);
   add_param_.bind(3, std::int64_t{get_statistics(param)});
   add_param_.bind(4, std::int64_t{param.aux_1});
+  series_.note_catalogue();
   return add_param_.run() || fail_with_database_error();
 }
 
@@ -142,6 +181,7 @@ bool SqliteWriter::add_series(const CDeviceProperties& device, std::uint32_t min
   add_series_.bind(1, device.aux_1);
   add_series_.bind(2, std::int64_t{minutes});
   if (!add_series_.run()) return fail_with_database_error();
+  const bool is_new = is_inserted();
 
   const RunningStatement row(&get_series_);
   row->bind(1, device.aux_1);
@@ -150,21 +190,25 @@ bool SqliteWriter::add_series(const CDeviceProperties& device, std::uint32_t min
   if (row->step() != Statement::Step::ROW || !row->read(0, series.id)) {
     return fail_with_database_error();
   }
-  return is_series_id(series.id) || fail("the database has no room for another series");
+  if (!is_series_id(series.id)) return fail("the database has no room for another series");
+  if (is_new) {
+    series_.note_catalogue();
+    series_.create(series.id);
+  }
+  return true;
 }
 
 bool SqliteWriter::append(const CSeries& series, std::int64_t timestamp, double valid_ratio,
                           std::span<const double> slots) {
-  const std::vector<unsigned char> samples = pack_samples(slots);
-  append_.bind(1, get_row_id(series.id, timestamp));
-  append_.bind(2, valid_ratio);
-  append_.bind(3, samples.data(), samples.size());
-  if (append_.run()) return true;
-  if (sqlite3_extended_errcode(db_.get()) == SQLITE_CONSTRAINT_PRIMARYKEY) {
-    return fail("the series has a row with the timestamp " + std::to_string(timestamp) +
-                " already");
+  if (slots.size() > MAX_DEVICE_SLOTS) {
+    return fail("a row has more than the " + std::to_string(MAX_DEVICE_SLOTS) +
+                " slots that a device can have");
   }
-  return fail_with_database_error();
+  return series_.append(series.id, timestamp, valid_ratio, slots) || fail(series_.error());
+}
+
+bool SqliteWriter::purge(const CSeries& series, std::int64_t before) {
+  return series_.purge(series.id, before) || fail(series_.error());
 }
 
 }  // namespace toolkit::trend

@@ -10,6 +10,7 @@
 
 #include "libtrend/query/engine.h"
 #include "libtrend/sqlite/database.h"
+#include "libtrend/sqlite/series_writers.h"
 #include "libtrend/sqlite/statement.h"
 
 namespace toolkit::trend {
@@ -31,20 +32,28 @@ class SqliteWriter : public LogWriter {
                                 CSeries& series) override;
   [[nodiscard]] bool append(const CSeries& series, std::int64_t timestamp, double valid_ratio,
                             std::span<const double> slots) override;
+  [[nodiscard]] bool purge(const CSeries& series, std::int64_t before) override;
 
  private:
   explicit SqliteWriter(Database db) : db_(std::move(db)) {}
   [[nodiscard]] bool prepare();
+  bool adopt_changes();
+  bool is_inserted() const;
   bool find_free_slot(std::int64_t device_id, std::size_t& slot);
   bool fail(const std::string& reason);
   bool fail_with_database_error();
 
   Database db_;
+  SeriesWriters series_;
+  bool has_tables_ = false;  ///< whether `series_` has prepared its statements
+  /// What `PRAGMA data_version` said when `series_` was up to date; 0 for never.
+  std::int64_t data_version_ = 0;
   /// The slot for the next parameter by the id of the device, as far as this transaction knows it.
   std::map<std::int64_t, std::size_t> free_slots_;
   Statement begin_;
   Statement commit_;
   Statement rollback_;
+  Statement get_data_version_;
   Statement add_device_;
   Statement get_device_;
   Statement add_param_;
@@ -52,7 +61,6 @@ class SqliteWriter : public LogWriter {
   Statement get_slots_;
   Statement add_series_;
   Statement get_series_;
-  Statement append_;
 };
 
 }  // namespace toolkit::trend

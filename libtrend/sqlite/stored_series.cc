@@ -1,0 +1,285 @@
+#include "libtrend/sqlite/stored_series.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "libtrend/query/engine.h"
+#include "libtrend/sqlite/connection.h"
+
+namespace toolkit::trend {
+
+namespace {
+
+constexpr const char* HEAD_DAMAGED = "the head of a block is damaged";
+constexpr const char* BLOCK_MISSING = "a block is missing";
+constexpr const char* BLOCK_DAMAGED = "the columns of a block are damaged";
+constexpr const char* NO_SERIES = "the database has no such series";
+
+}  // namespace
+
+bool RecordTables::prepare(sqlite3* connection) {
+  std::int64_t page_size = 0;
+  if (!read_number(connection, "PRAGMA page_size", page_size)) return false;
+  db = connection;
+  segment_size = get_segment_size(page_size);
+  loose = LooseRows(connection);
+  blocks = BlockTable(connection);
+  states = SeriesStates(connection);
+  return loose && blocks && states;
+}
+
+bool RecordTables::is_in_transaction() const { return sqlite3_get_autocommit(db) == 0; }
+
+bool StoredSeries::fail(const char* reason) {
+  tables_.error = reason;
+  return false;
+}
+
+/// Notes that the series changes in this transaction.
+void StoredSeries::touch() {
+  if (!is_changed_) ++state_.changes;
+  is_changed_ = true;
+}
+
+bool StoredSeries::load() {
+  const SeriesStates::Result result = tables_.states.get(id(), state_, tables_.error);
+  return result == SeriesStates::Result::FOUND ||
+         (result == SeriesStates::Result::MISSING && fail(NO_SERIES));
+}
+
+bool StoredSeries::store() {
+  if (!is_changed_) return true;
+  is_changed_ = false;
+  return tables_.states.set(state_, tables_.error);
+}
+
+bool StoredSeries::find_block(std::int64_t last_time, BlockHead& head) {
+  const BlockTable::Result result = tables_.blocks.find(id(), last_time, head, tables_.error);
+  return result == BlockTable::Result::FOUND ||
+         (result == BlockTable::Result::MISSING && fail(BLOCK_MISSING));
+}
+
+bool StoredSeries::find_ends(TimeRange& times) {
+  const TimeRange all = {1, MAX_TIMESTAMP};
+  if (!find_loose(all, LooseRows::Order::OLDEST_FIRST, times.first) ||
+      !find_loose(all, LooseRows::Order::NEWEST_FIRST, times.last)) {
+    return false;
+  }
+  if (times.first == NO_ROW) times = {MAX_TIMESTAMP + 1, 0};
+  if (state_.first_block == 0) return true;
+  BlockHead first;
+  if (!find_block(state_.first_block, first)) return false;
+  times = {std::min(times.first, first.first_time), std::max(times.last, state_.last_block)};
+  return true;
+}
+
+const Region* StoredSeries::find_region(std::int64_t time) {
+  if (region_ && region_->times.contains(time)) return &*region_;
+  region_.reset();
+  times_.clear();
+  if (time > state_.last_block) {
+    region_ = {{state_.last_block + 1, MAX_TIMESTAMP}, false, {}};
+    return &*region_;
+  }
+  BlockHead head;
+  const BlockTable::Result result = tables_.blocks.find_from(id(), time, head, tables_.error);
+  if (result == BlockTable::Result::MISSING) tables_.error = BLOCK_MISSING;
+  if (result != BlockTable::Result::FOUND) return nullptr;
+  const bool is_span = head.first_time <= time;
+  const TimeRange gap = {head.previous + 1, head.first_time - 1};
+  if (!is_span && !gap.contains(time)) {
+    tables_.error = BLOCK_MISSING;
+    return nullptr;
+  }
+  region_ = {is_span ? TimeRange{head.first_time, head.last_time} : gap, is_span, std::move(head)};
+  return &*region_;
+}
+
+bool StoredSeries::find(std::int64_t time, bool& is_there) {
+  std::int64_t found = NO_ROW;
+  if (!find_loose({time, time}, LooseRows::Order::OLDEST_FIRST, found)) return false;
+  is_there = found != NO_ROW;
+  if (is_there) return true;
+  const Region* region = find_region(time);
+  if (region == nullptr) return false;
+  if (!region->is_span) return true;
+  if (times_.empty()) {
+    BlockLayout layout;
+    if (!decode_layout(*region->block, layout)) return fail(HEAD_DAMAGED);
+    times_ = std::move(layout.times);
+  }
+  is_there = std::binary_search(times_.begin(), times_.end(), time);
+  return true;
+}
+
+bool StoredSeries::find_loose(TimeRange range, LooseRows::Order order, std::int64_t& time) {
+  return tables_.loose.find(id(), range, order, time, tables_.error);
+}
+
+bool StoredSeries::count_loose(TimeRange range, std::size_t limit, LooseRows::Count& count) {
+  return tables_.loose.count(id(), range, limit, count, tables_.error);
+}
+
+bool StoredSeries::read_loose(TimeRange range, LooseRows::Order order, std::size_t limit,
+                              RowBuffer& rows) {
+  const auto take = [&](std::int64_t time, double valid_ratio, std::span<const double> slots) {
+    const std::size_t width = std::max(rows.slots(), trim(slots).size());
+    if (rows.size() >= std::max(limit, get_block_rows(width))) return false;
+    rows.add(time, valid_ratio, slots);
+    return true;
+  };
+  return tables_.loose.read(id(), range, order, state_.unchecked_until, take, tables_.error);
+}
+
+bool StoredSeries::insert_loose(std::int64_t time, double valid_ratio,
+                                std::span<const double> slots) {
+  touch();
+  if (time > state_.unchecked_until) ++state_.loose_rows;
+  return tables_.loose.insert(id(), time, valid_ratio, slots, tables_.error);
+}
+
+bool StoredSeries::remove_loose(TimeRange range) {
+  touch();
+  std::int64_t rows = 0;
+  const std::int64_t unchecked = state_.unchecked_until;
+  if (range.first <= unchecked) {
+    std::int64_t left = NO_ROW;
+    if (!tables_.loose.remove(id(), {range.first, std::min(range.last, unchecked)}, rows,
+                              tables_.error) ||
+        !find_loose({1, unchecked}, LooseRows::Order::OLDEST_FIRST, left)) {
+      return false;
+    }
+    if (left == NO_ROW) state_.unchecked_until = 0;
+    range.first = unchecked + 1;
+  }
+  if (!tables_.loose.remove(id(), range, rows, tables_.error)) return false;
+  state_.loose_rows -= rows;
+  return true;
+}
+
+bool StoredSeries::read_block(const BlockHead& head, RowBuffer& rows) {
+  BlockLayout layout;
+  if (!decode_layout(head, layout)) return fail(HEAD_DAMAGED);
+  std::vector<unsigned char> bytes;
+  if (!tables_.blocks.read_columns(head, 0, static_cast<std::size_t>(head.bytes), bytes,
+                                   tables_.error)) {
+    return false;
+  }
+  const std::size_t slots = layout.slots();
+  std::vector<double> column(layout.times.size());
+  std::vector<double> values(column.size() * slots);
+  for (std::size_t slot = 0; slot < slots; ++slot) {
+    const auto encoded = std::span<const unsigned char>(bytes).subspan(
+        layout.offsets[slot], layout.offsets[slot + 1] - layout.offsets[slot]);
+    if (!decode_block_column(head, slot, encoded, column)) return fail(BLOCK_DAMAGED);
+    for (std::size_t row = 0; row < column.size(); ++row) values[row * slots + slot] = column[row];
+  }
+  for (std::size_t row = 0; row < layout.times.size(); ++row) {
+    rows.add(layout.times[row], layout.valid_ratios[row],
+             std::span(values).subspan(row * slots, slots));
+  }
+  return true;
+}
+
+/// Inserts a block after the one whose last time is `previous`; sets `last_time` to its own.
+bool StoredSeries::insert_block(const BlockRows& rows, std::int64_t previous,
+                                std::int64_t& last_time) {
+  touch();
+  region_.reset();
+  BlockHead head;
+  head.series_id = id();
+  head.number = tables_.database.take_block_number();
+  head.previous = previous;
+  head.segment_size = tables_.segment_size;
+  head.change = state_.changes;
+  std::vector<unsigned char> columns;
+  encode_block(rows, head, columns);
+  ++state_.blocks;
+  state_.sealed_rows += head.rows;
+  last_time = head.last_time;
+  return tables_.blocks.insert(head, columns, tables_.error);
+}
+
+bool StoredSeries::remove_block(const BlockHead& head) {
+  touch();
+  region_.reset();
+  --state_.blocks;
+  state_.sealed_rows -= head.rows;
+  return tables_.blocks.remove(head, tables_.error);
+}
+
+bool StoredSeries::set_previous(BlockHead& head, std::int64_t previous) {
+  touch();
+  region_.reset();
+  head.previous = previous;
+  head.change = state_.changes;
+  return tables_.blocks.replace_head(head, tables_.error);
+}
+
+bool StoredSeries::seal(const BlockRows& rows, const Region& gap) {
+  const std::int64_t previous = gap.times.first - 1;
+  std::optional<BlockHead> next = gap.block;  // `gap` may be the region that is forgotten now
+  std::int64_t last_time = 0;
+  if (!insert_block(rows, previous, last_time)) return false;
+  if (previous == 0) state_.first_block = last_time;
+  if (next) return set_previous(*next, last_time);
+  state_.last_block = last_time;
+  return true;
+}
+
+bool StoredSeries::replace_block(const BlockHead& head, const RowBuffer& rows) {
+  const BlockHead old = head;  // `head` may be that of the region that is forgotten now
+  if (!remove_block(old)) return false;
+  const std::size_t most = get_block_rows(rows.slots());
+  const std::size_t parts = (rows.size() + most - 1) / most;
+  std::int64_t previous = old.previous;
+  for (std::size_t part = 0; part < parts; ++part) {
+    const std::size_t start = rows.size() * part / parts;
+    const std::size_t end = rows.size() * (part + 1) / parts;
+    const bool is_first = previous == 0;
+    if (!insert_block(rows.copy(start, end - start), previous, previous)) return false;
+    if (is_first) state_.first_block = previous;
+  }
+  return true;
+}
+
+/// Removes the rows before `time` from the block `head`, which has others after them.
+bool StoredSeries::purge_block(const BlockHead& head, std::int64_t time) {
+  RowBuffer rows;
+  if (!read_block(head, rows)) return false;
+  std::size_t place = 0;
+  while (rows.time(place) < time) ++place;
+  std::int64_t last_time = 0;
+  return remove_block(head) && insert_block(rows.copy(place, rows.size() - place), 0, last_time);
+}
+
+bool StoredSeries::purge(std::int64_t time) {
+  if (time <= 1) return true;
+  if (!remove_loose({1, std::min(time - 1, MAX_TIMESTAMP)})) return false;
+  while (state_.first_block != 0) {
+    BlockHead head;
+    if (!find_block(state_.first_block, head)) return false;
+    if (head.first_time >= time) {
+      return head.previous == 0 || set_previous(head, 0);
+    }
+    if (head.last_time >= time) return purge_block(head, time);
+    if (!remove_block(head)) return false;
+    if (state_.last_block == head.last_time) {
+      state_.first_block = 0;
+      state_.last_block = 0;
+      return true;
+    }
+    BlockHead next;
+    const BlockTable::Result result =
+        tables_.blocks.find_from(id(), head.last_time + 1, next, tables_.error);
+    if (result != BlockTable::Result::FOUND || next.previous != head.last_time) {
+      return result == BlockTable::Result::FAILED ? false : fail(BLOCK_MISSING);
+    }
+    state_.first_block = next.last_time;
+  }
+  return true;
+}
+
+}  // namespace toolkit::trend
