@@ -24,17 +24,18 @@ class __attribute__((visibility("default"))) CRecorder {
   CRecorder(CRecorder&&) noexcept;
   CRecorder& operator=(CRecorder&&) noexcept;
 
-  /// Opens the trend database at `path` for writing. Where there is no file or an empty one, the
-  /// first transaction creates the database; until it is committed others see an empty file. A new
-  /// database is in WAL mode, another keeps its journal mode. A database that was open before is
-  /// closed.
+  /// Opens the trend database at `path` for writing. Where there is no file, an empty trend
+  /// database appears there in one step; if `path` is a symbolic link to a place without a file, it
+  /// appears in that place. A file of no bytes is made an empty trend database. A new database is
+  /// in WAL mode, another keeps its journal mode. It stays, even if nothing is committed to it. A
+  /// database that was open before is closed.
   [[nodiscard]] int open(const std::string& path);
 
-  /// Closes the database; an open transaction is undone. Where nothing was committed to a new
-  /// database, its file is removed if `open` created it, and left empty if not.
+  /// Closes the database; an open transaction is undone.
   void close();
 
-  /// Starts a transaction, after waiting up to 40 seconds for another writer to end its own.
+  /// Starts a transaction, after waiting up to 40 seconds for another writer to end its own. Fails
+  /// if the file was moved or removed since `open`.
   [[nodiscard]] int begin();
   /// Makes everything since `begin` lasting, and visible to readers, at once.
   [[nodiscard]] int commit();

@@ -1,55 +1,23 @@
-// Opening a trend database: who may, what is refused, and what a new one holds.
+// Opening a trend database.
 #pragma once
 
-#include <memory>
 #include <string>
 
-#include "libtrend/log.h"
-
-struct sqlite3;
+#include "libtrend/sqlite/connection.h"
 
 namespace toolkit::trend {
 
-struct DatabaseDeleter {
-  void operator()(sqlite3* db) const;
-};
-
-/// An open SQLite connection.
-using Database = std::unique_ptr<sqlite3, DatabaseDeleter>;
-
-/// Opens the trend database at `path`. Returns null on failure, with the reason in `error`; no
-/// file was created or changed then.
+/// Opens the trend database at `path`. Returns null on failure, with the reason in `error`. A file
+/// that was there is not changed then.
+///
+/// After each query through a database that was opened for reading, `is_outdated` of reader_vfs.h
+/// must be asked.
 [[nodiscard]] Database open_database(const std::string& path, const OpenOptions& options,
                                      std::string& error);
 
-/// A database that is open for recording.
-struct RecordedDatabase {
-  Database db;              ///< null on failure
-  bool is_blank = false;    ///< whether it had no tables yet
-  bool is_created = false;  ///< whether there was no file before
-};
-
 /// Opens the trend database at `path` for recording, in the journal mode that it has. Where there
-/// is no file or an empty one, it is blank: the caller makes the tables. On failure the reason is
-/// in `error`, and no file was created or changed.
-[[nodiscard]] RecordedDatabase open_to_record(const std::string& path, std::string& error);
-
-/// Makes the tables of a trend database in the open transaction, unless another program has made
-/// them by now. False on failure, with the reason in `error`.
-[[nodiscard]] bool create_schema(sqlite3* db, std::string& error);
-
-/// Puts a journal mode in force, outside of transactions. False on failure, with the reason in
-/// `error`.
-[[nodiscard]] bool set_journal(sqlite3* db, bool traditional, std::string& error);
-
-/// Whether the file of the database was removed or renamed while it was open.
-[[nodiscard]] bool has_moved(sqlite3* db);
-
-/// Removes the file of a database that is still blank, unless another program is writing it.
-void remove_blank(sqlite3* db);
-
-/// Gives cached pages back once they take more than a small part of the memory, so that a walk
-/// through a long log, which comes back to no page, takes no more than one through a short log.
-void trim_cache(sqlite3* db);
+/// is no file, or one with nothing in it, an empty trend database in WAL mode is made. Returns null
+/// on failure, with the reason in `error`.
+[[nodiscard]] Database open_to_record(const std::string& path, std::string& error);
 
 }  // namespace toolkit::trend

@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "libtrend/sqlite/reader_vfs.h"
 #include "libtrend/sqlite/row_cursor.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/statistics.h"
@@ -15,16 +16,27 @@ namespace toolkit::trend {
 
 std::unique_ptr<SqliteReader> SqliteReader::open(const std::string& path,
                                                  const OpenOptions& options, std::string& error) {
-  Database db = open_database(path, options, error);
-  if (!db) return nullptr;
-  std::unique_ptr<SqliteReader> reader(new SqliteReader(std::move(db), options.cache_size == 0));
-  if (reader->prepare()) return reader;
+  std::unique_ptr<SqliteReader> reader(new SqliteReader(path, options));
+  if (reader->connect() || (reader->is_outdated() && reader->connect())) return reader;
   error = reader->error();
   return nullptr;
 }
 
-SqliteReader::SqliteReader(Database db, bool trims_cache)
-    : db_(std::move(db)), trims_cache_(trims_cache) {}
+SqliteReader::SqliteReader(const std::string& path, const OpenOptions& options)
+    : path_(path), options_(options) {}
+
+/// Opens the database, also in place of a connection that became outdated.
+bool SqliteReader::connect() {
+  Database db = open_database(path_, options_, error_);
+  if (!db) return false;
+  for (auto& statements : rows_) statements.clear();
+  // The old connection is closed last: its lock keeps the log of a writer who came from being
+  // deleted before the new connection uses it.
+  std::swap(db_, db);
+  return prepare();
+}
+
+bool SqliteReader::is_outdated() const { return db_ && trend::is_outdated(db_.get()); }
 
 /// Prepares all statements, which shows that the tables are there.
 bool SqliteReader::prepare() {
@@ -37,6 +49,7 @@ bool SqliteReader::prepare() {
       {&series_, "SELECT id, minutes FROM series WHERE device_id = ?1 ORDER BY minutes"},
       {&first_row_, RowCursor::FIRST_ROW},
       {&last_row_, RowCursor::LAST_ROW}};
+  for (const auto& [statement, sql] : texts) *statement = Statement();
   for (const auto& [statement, sql] : texts) {
     *statement = Statement(db_.get(), sql);
     if (!*statement) return fail_with_database_error();
@@ -50,15 +63,28 @@ bool SqliteReader::fail_with_database_error() {
   return false;
 }
 
-bool SqliteReader::run(const std::function<bool()>& query) {
-  // One transaction, so that a row recorded meanwhile is in all of the result or in none of it.
+/// Runs `query` in a transaction, so that a row recorded meanwhile is in all of the result or in
+/// none of it.
+bool SqliteReader::run_once(const std::function<bool()>& query) {
   if (!begin_.run()) return fail_with_database_error();
   cursors_ = 0;
   const bool is_answered = query();
   // A transaction that only read has nothing to lose, so how its end went does not matter.
   static_cast<void>(commit_.run());
-  if (trims_cache_) trim_cache(db_.get());
+  if (options_.cache_size == 0) trim_cache(db_.get());
   return is_answered;
+}
+
+bool SqliteReader::run(const std::function<bool()>& query) {
+  // A writer that comes is noticed once. More rounds take a program that changes the journal mode
+  // again and again.
+  for (int rounds = 5; rounds > 0; --rounds) {
+    const bool is_answered = run_once(query);
+    if (!is_outdated()) return is_answered;
+    if (!connect()) return false;
+  }
+  error_ = "its journal mode keeps changing";
+  return false;
 }
 
 /// Runs `statement` and calls `take_row`, which returns false on a damaged row, on each of its

@@ -31,14 +31,18 @@ class SqliteReader : public LogReader {
       const CSeries& series, const std::vector<CParamProperties>& params, bool ascending) override;
 
  private:
-  SqliteReader(Database db, bool trims_cache);
+  SqliteReader(const std::string& path, const OpenOptions& options);
+  [[nodiscard]] bool connect();
   [[nodiscard]] bool prepare();
+  [[nodiscard]] bool is_outdated() const;
+  bool run_once(const std::function<bool()>& query);
   template <typename TakeRow>
   bool for_each_row(Statement& statement, const TakeRow& take_row);
   bool fail_with_database_error();
 
+  std::string path_;
+  OpenOptions options_;
   Database db_;
-  bool trims_cache_;  ///< unless the user chose how large it may be
   Statement begin_;
   Statement commit_;
   Statement devices_;

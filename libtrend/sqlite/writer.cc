@@ -31,27 +31,16 @@ bool read_slots(const Statement& row, CParamProperties& param) {
 }  // namespace
 
 std::unique_ptr<SqliteWriter> SqliteWriter::open(const std::string& path, std::string& error) {
-  std::unique_ptr<SqliteWriter> writer(new SqliteWriter(path));
-  if (writer->connect()) return writer;
+  Database db = open_to_record(path, error);
+  if (!db) return nullptr;
+  std::unique_ptr<SqliteWriter> writer(new SqliteWriter(std::move(db)));
+  if (writer->prepare()) return writer;
   error = writer->error();
   return nullptr;
 }
 
 SqliteWriter::~SqliteWriter() {
-  if (file_.db && sqlite3_get_autocommit(file_.db.get()) == 0) rollback();
-  if (file_.is_blank && file_.is_created) remove_blank(file_.db.get());
-}
-
-bool SqliteWriter::connect() {
-  is_prepared_ = false;
-  for (Statement* statement : {&begin_, &commit_, &rollback_}) *statement = Statement();
-  file_ = open_to_record(path_, error_);
-  if (!file_.db) return false;
-  lacks_log_ = file_.is_blank;
-  begin_ = Statement(file_.db.get(), "BEGIN IMMEDIATE");
-  commit_ = Statement(file_.db.get(), "COMMIT");
-  rollback_ = Statement(file_.db.get(), "ROLLBACK");
-  return (begin_ && commit_ && rollback_) || fail_with_database_error();
+  if (sqlite3_get_autocommit(db_.get()) == 0) rollback();
 }
 
 bool SqliteWriter::fail(const std::string& reason) {
@@ -59,11 +48,14 @@ bool SqliteWriter::fail(const std::string& reason) {
   return false;
 }
 
-bool SqliteWriter::fail_with_database_error() { return fail(sqlite3_errmsg(file_.db.get())); }
+bool SqliteWriter::fail_with_database_error() { return fail(sqlite3_errmsg(db_.get())); }
 
-/// Prepares the statements that write, which takes the tables.
+/// Prepares all statements, which shows that the tables are there.
 bool SqliteWriter::prepare() {
   const std::pair<Statement*, const char*> texts[] = {
+      {&begin_, "BEGIN IMMEDIATE"},
+      {&commit_, "COMMIT"},
+      {&rollback_, "ROLLBACK"},
       {&add_device_, "INSERT OR IGNORE INTO device (path, description) VALUES (?1, ?2)"},
       {&get_device_, "SELECT id, description FROM device WHERE path = ?1"},
       {&add_param_,
@@ -75,37 +67,22 @@ bool SqliteWriter::prepare() {
       {&get_series_, "SELECT id FROM series WHERE device_id = ?1 AND minutes = ?2"},
       {&append_, "INSERT INTO snapshot (id, valid_ratio, samples) VALUES (?1, ?2, ?3)"}};
   for (const auto& [statement, sql] : texts) {
-    *statement = Statement(file_.db.get(), sql);
+    *statement = Statement(db_.get(), sql);
     if (!*statement) return fail_with_database_error();
   }
   return true;
 }
 
 bool SqliteWriter::begin() {
-  bool has_begun = begin_.run();
-  if (has_moved(file_.db.get())) {
-    // Another program gave up a database that it had just created.
-    if (!connect()) return false;
-    has_begun = begin_.run();
-    if (has_moved(file_.db.get())) return fail("the database keeps being removed");
-  }
   free_slots_.clear();
-  if (!has_begun) return fail_with_database_error();
-  if (file_.is_blank && !create_schema(file_.db.get(), error_)) return false;
-  if (!is_prepared_) is_prepared_ = prepare();
-  return is_prepared_;
+  // What is recorded into a file that has no name any more is lost.
+  int has_moved = 0;
+  sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
+  if (has_moved != 0) return fail("the file was moved or removed since it was opened");
+  return begin_.run() || fail_with_database_error();
 }
 
-bool SqliteWriter::commit() {
-  if (!commit_.run()) return fail_with_database_error();
-  file_.is_blank = false;
-  if (lacks_log_) {
-    // What is committed is committed; where a reader is in the way, the next commit tries again.
-    std::string ignored;
-    lacks_log_ = !set_journal(file_.db.get(), false, ignored);
-  }
-  return true;
-}
+bool SqliteWriter::commit() { return commit_.run() || fail_with_database_error(); }
 
 void SqliteWriter::rollback() {
   // SQLite has undone the transaction by itself after some errors; this then fails, harmlessly.
@@ -183,7 +160,7 @@ bool SqliteWriter::append(const CSeries& series, std::int64_t timestamp, double 
   append_.bind(2, valid_ratio);
   append_.bind(3, samples.data(), samples.size());
   if (append_.run()) return true;
-  if (sqlite3_extended_errcode(file_.db.get()) == SQLITE_CONSTRAINT_PRIMARYKEY) {
+  if (sqlite3_extended_errcode(db_.get()) == SQLITE_CONSTRAINT_PRIMARYKEY) {
     return fail("the series has a row with the timestamp " + std::to_string(timestamp) +
                 " already");
   }

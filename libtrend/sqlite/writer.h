@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "libtrend/query/engine.h"
 #include "libtrend/sqlite/database.h"
@@ -32,17 +33,13 @@ class SqliteWriter : public LogWriter {
                             std::span<const double> slots) override;
 
  private:
-  explicit SqliteWriter(const std::string& path) : path_(path) {}
-  [[nodiscard]] bool connect();
+  explicit SqliteWriter(Database db) : db_(std::move(db)) {}
   [[nodiscard]] bool prepare();
   bool find_free_slot(std::int64_t device_id, std::size_t& slot);
   bool fail(const std::string& reason);
   bool fail_with_database_error();
 
-  std::string path_;
-  RecordedDatabase file_;   ///< blank until the first transaction is committed
-  bool lacks_log_ = false;  ///< whether it is new, and not in WAL mode yet
-  bool is_prepared_ = false;
+  Database db_;
   /// The slot for the next parameter by the id of the device, as far as this transaction knows it.
   std::map<std::int64_t, std::size_t> free_slots_;
   Statement begin_;

@@ -214,6 +214,28 @@ TEST_F(Trendload, WaitsForAnotherWriter) {
   EXPECT_EQ(dump(), std::string(HEADER) + "2023-05-01,01:00,1\n2023-05-01,02:00,2\n");
 }
 
+TEST_F(Trendload, LetsManyFirstLoadsRunAtOnce) {
+  for (const bool is_there : {false, true}) {
+    std::filesystem::remove(db_);
+    if (is_there) write_file(db_, "");
+    std::vector<std::future<ProcessResult>> loads;
+    std::string expected = HEADER;
+    for (int day = 1; day <= 9; ++day) {
+      const std::string row = "2023-05-0" + std::to_string(day) + ",01:00,1\n";
+      expected += row;
+      loads.push_back(std::async(std::launch::async, [this, row] { return load(HEADER + row); }));
+    }
+    for (auto& running : loads) {
+      const ProcessResult result = running.get();
+      EXPECT_EQ(result.err, "");
+      EXPECT_EQ(result.exit_status, 0);
+    }
+    EXPECT_EQ(dump(), expected);
+    const std::filesystem::directory_iterator files(folder_.path());
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+  }
+}
+
 TEST_F(Trendload, IgnoresTheLocale) {
   const Environment german = {{"LC_ALL", "de_DE.UTF-8"}, {"LANG", "de_DE.UTF-8"}};
   const std::string csv = std::string(HEADER) + "2023-05-01,01:00,1.5\n";

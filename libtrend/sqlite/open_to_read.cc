@@ -1,0 +1,99 @@
+#include "libtrend/sqlite/open_to_read.h"
+
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include "libtrend/sqlite/file_header.h"
+#include "libtrend/sqlite/reader_vfs.h"
+
+namespace toolkit::trend {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+/// Whether a log or journal that holds anything stands beside the database, as when a writer is at
+/// work. Other readers than ours leave empty ones behind.
+bool has_journal(sqlite3* db) {
+  for (const char* file :
+       {sqlite3_filename_wal(file_name(db)), sqlite3_filename_journal(file_name(db))}) {
+    struct stat status = {};
+    if (stat(file, &status) == 0 ? status.st_size > 0 : errno != ENOENT) return true;
+  }
+  return false;
+}
+
+/// Whether the file is not a trend database, or only a part of one. SQLite takes a page cut short
+/// for a whole one.
+bool is_unsound(sqlite3* db) {
+  // What a writer is about to change is looked at twice.
+  for (int look = 0; look < 2; ++look) {
+    const bool is_written = has_journal(db);
+    const FileHeader header = FileHeader::read(db);
+    if (is_written ? header.has_whole_pages() : header.is_sound()) return false;
+  }
+  return true;
+}
+
+/// Takes the lock of a connection in exclusive locking mode, which then keeps it.
+bool lock(sqlite3* db, std::string& error) {
+  if (FileHeader::read(db).asks_for_write_ahead_log()) {
+    error = "a reader can't lock others out of a database in WAL mode";
+    return false;
+  }
+  if (execute(db, "BEGIN; SELECT 1 FROM sqlite_schema; COMMIT")) return true;
+  error = sqlite3_errmsg(db);
+  return false;
+}
+
+/// Whether a connection can be used as `options` ask. If not, the reason is in `error`.
+bool is_good(sqlite3* db, const OpenOptions& options, std::string& error) {
+  if (is_unsound(db)) {
+    error = "it is no whole trend database";
+    return false;
+  }
+  if (configure(db, options, error) && verify(db, error) &&
+      (!options.exclusive || lock(db, error))) {
+    return true;
+  }
+  if (const char* refusal = reader_vfs_refusal(db)) error = refusal;
+  return false;
+}
+
+/// How long it may help to try again to open a database for which the attempt ended with `db`.
+milliseconds patience(sqlite3* db, const OpenOptions& options) {
+  // A writer that starts, or changes the journal mode, is done in much less.
+  constexpr milliseconds MOMENT(500);
+  const milliseconds longest = std::chrono::seconds(options.busy_timeout);
+  if ((sqlite3_errcode(db) & 0xFF) == SQLITE_BUSY) return longest;
+  const bool may_help = is_outdated(db) || reader_vfs_refusal(db) != nullptr;
+  return may_help ? std::min(MOMENT, longest) : milliseconds(0);
+}
+
+}  // namespace
+
+Database open_to_read(const std::string& name, const OpenOptions& options, std::string& error) {
+  constexpr milliseconds PAUSE(10);
+  const char* vfs = reader_vfs();
+  if (vfs == nullptr) {
+    error = "SQLite can't be started";
+    return nullptr;
+  }
+  const auto start = std::chrono::steady_clock::now();
+  for (;;) {
+    Database db;
+    if (connect(name, SQLITE_OPEN_READONLY, vfs, db, error) && is_good(db.get(), options, error)) {
+      return db;
+    }
+    if (std::chrono::steady_clock::now() - start >= patience(db.get(), options)) return nullptr;
+    db.reset();
+    std::this_thread::sleep_for(PAUSE);
+  }
+}
+
+}  // namespace toolkit::trend
