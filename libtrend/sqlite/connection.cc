@@ -56,6 +56,13 @@ bool read_number(sqlite3* db, const char* sql, std::int64_t& number) {
   return statement && statement.step() == Statement::Step::ROW && statement.read(0, number);
 }
 
+bool is_known_version(std::int64_t version, std::string& error) {
+  if (version == ROWS_ONLY_VERSION || version == FORMAT_VERSION) return true;
+  error = "its format version is " + std::to_string(version) + ", not " +
+          std::to_string(ROWS_ONLY_VERSION) + " or " + std::to_string(FORMAT_VERSION);
+  return false;
+}
+
 bool verify(sqlite3* db, std::string& error) {
   std::int64_t application = 0;
   std::int64_t version = 0;
@@ -68,12 +75,7 @@ bool verify(sqlite3* db, std::string& error) {
     error = "it is no trend database";
     return false;
   }
-  if (version != FORMAT_VERSION) {
-    error = "its format version is " + std::to_string(version) + ", not " +
-            std::to_string(FORMAT_VERSION);
-    return false;
-  }
-  return true;
+  return is_known_version(version, error);
 }
 
 const char* file_name(sqlite3* db) { return sqlite3_db_filename(db, "main"); }

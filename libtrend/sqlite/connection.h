@@ -34,7 +34,10 @@ using Database = std::unique_ptr<sqlite3, DatabaseDeleter>;
 /// Reads the one number that `sql` yields; false on failure.
 [[nodiscard]] bool read_number(sqlite3* db, const char* sql, std::int64_t& number);
 
-/// Whether `db` holds a trend database of the format that this library knows; if not, the reason is
+/// Whether this library knows the version of the format; if not, the reason is in `error`.
+[[nodiscard]] bool is_known_version(std::int64_t version, std::string& error);
+
+/// Whether `db` holds a trend database of a version that this library knows; if not, the reason is
 /// in `error`.
 [[nodiscard]] bool verify(sqlite3* db, std::string& error);
 

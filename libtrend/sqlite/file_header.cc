@@ -55,8 +55,10 @@ bool FileHeader::asks_for_write_ahead_log() const { return bytes_[READ_VERSION] 
 
 bool FileHeader::is_sound() const {
   const bool knows_length = number(CHANGE_COUNTER) == number(PAGE_COUNT_VALID_FOR);
+  const std::int64_t version = number(USER_VERSION);
   return has_whole_pages() && (!knows_length || number(PAGE_COUNT) * page_size() <= file_size_) &&
-         number(USER_VERSION) == FORMAT_VERSION && number(APPLICATION) == APPLICATION_ID;
+         (version == ROWS_ONLY_VERSION || version == FORMAT_VERSION) &&
+         number(APPLICATION) == APPLICATION_ID;
 }
 
 std::int64_t FileHeader::page_size() const {

@@ -48,7 +48,8 @@ bool make_image(unsigned page_size, bool traditional_journal, Image& image, std:
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_MEMORY;
   if (!connect(":memory:", flags, nullptr, db, error)) return false;
   const std::string set_page_size = "PRAGMA page_size = " + std::to_string(page_size) + ";";
-  if (!execute(db.get(), set_page_size + "BEGIN;" + CREATE_SCHEMA + "COMMIT")) {
+  if (!execute(db.get(),
+               set_page_size + "BEGIN;" + CREATE_CATALOGUE + CREATE_ROWS_ONLY + "COMMIT")) {
     return fail_with_database_error(db.get(), error);
   }
   sqlite3_int64 size = 0;
@@ -177,7 +178,9 @@ bool fill_database(sqlite3* db, bool traditional_journal, unsigned busy_timeout,
                    std::string& error) {
   if (!set_journal(db, traditional_journal, busy_timeout, error)) return false;
   if (!execute(db, "BEGIN IMMEDIATE")) return fail_with_database_error(db, error);
-  if ((!has_no_tables(db) || execute(db, CREATE_SCHEMA)) && execute(db, "COMMIT")) return true;
+  if ((!has_no_tables(db) || execute(db, std::string(CREATE_CATALOGUE) + CREATE_ROWS_ONLY)) &&
+      execute(db, "COMMIT"))
+    return true;
   error = sqlite3_errmsg(db);
   static_cast<void>(execute(db, "ROLLBACK"));
   return false;

@@ -55,6 +55,10 @@ std::int64_t Statement::read_id(int index) const {
   return sqlite3_column_int64(statement_.get(), index);
 }
 
+bool Statement::is_null(int index) const {
+  return sqlite3_column_type(statement_.get(), index) == SQLITE_NULL;
+}
+
 // Looking a column up once as a value is cheaper than asking the statement for its type and its
 // content. Such a value must not be read while another thread uses the connection, and none does.
 

@@ -45,6 +45,8 @@ class Statement {
   /// Reads column `index`, counted from 0, of the current row, which is an integer as it is a
   /// rowid.
   [[nodiscard]] std::int64_t read_id(int index) const;
+  /// Whether column `index` of the current row is NULL.
+  [[nodiscard]] bool is_null(int index) const;
   /// Reads column `index` of the current row into `value`; false where the column is of another
   /// type. The database format has no column of several types, so that is damage.
   [[nodiscard]] bool read(int index, std::int64_t& value) const;
