@@ -1,6 +1,7 @@
 #include "libtrend/sqlite/block.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -15,17 +16,13 @@ namespace {
 
 constexpr std::size_t CHECKSUM_SIZE = sizeof(std::uint32_t);
 
-void append_number(std::int64_t number, std::vector<unsigned char>& bytes) {
-  append(static_cast<std::uint64_t>(number), bytes);
-}
-
 /// The checksum of a column depends on its place, so that no other can be taken for it.
 std::uint32_t get_column_checksum(const BlockHead& head, std::size_t slot,
                                   std::span<const unsigned char> encoded) {
-  std::vector<unsigned char> place;
-  append_number(head.series_id, place);
-  append_number(head.number, place);
-  append(static_cast<std::uint32_t>(slot), place);
+  std::array<unsigned char, 20> place;
+  store(static_cast<std::uint64_t>(head.series_id), place.data());
+  store(static_cast<std::uint64_t>(head.number), place.data() + 8);
+  store(static_cast<std::uint32_t>(slot), place.data() + 16);
   return get_checksum(encoded, get_checksum(place));
 }
 
@@ -62,11 +59,13 @@ std::size_t get_block_rows(std::size_t slots) {
 }
 
 std::uint32_t get_checksum(const BlockHead& head) {
-  std::vector<unsigned char> numbers;
+  std::array<unsigned char, 72> numbers;
+  unsigned char* place = numbers.data();
   for (const std::int64_t number :
        {head.series_id, head.last_time, head.number, head.first_time, head.previous, head.rows,
         head.bytes, head.segment_size, head.change}) {
-    append_number(number, numbers);
+    store(static_cast<std::uint64_t>(number), place);
+    place += sizeof number;
   }
   return get_checksum(head.content, get_checksum(numbers));
 }

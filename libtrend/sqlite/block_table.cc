@@ -37,7 +37,8 @@ BlockTable::BlockTable(sqlite3* db)
                  "SELECT rowid, number, first_time, previous, rows, bytes, segment_size, change, "
                  "content, checksum FROM block WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid "
                  "LIMIT 1"),
-      read_segment_(db, "SELECT data FROM segment WHERE rowid = ?1"),
+      read_segments_(
+          db, "SELECT rowid, data FROM segment WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid"),
       write_head_(db,
                   "INSERT OR REPLACE INTO block VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)"),
       write_segment_(db, "INSERT INTO segment VALUES (?1, ?2)"),
@@ -45,7 +46,7 @@ BlockTable::BlockTable(sqlite3* db)
       remove_segments_(db, "DELETE FROM segment WHERE rowid BETWEEN ?1 AND ?2") {}
 
 BlockTable::operator bool() const {
-  return find_ && find_from_ && read_segment_ && write_head_ && write_segment_ && remove_head_ &&
+  return find_ && find_from_ && read_segments_ && write_head_ && write_segment_ && remove_head_ &&
          remove_segments_;
 }
 
@@ -92,10 +93,13 @@ BlockTable::Result BlockTable::find_from(std::int64_t series_id, std::int64_t ti
 bool BlockTable::read_columns(const BlockHead& head, std::size_t start, std::size_t end,
                               std::vector<unsigned char>& bytes, std::string& error) {
   bytes.clear();
+  if (start >= end) return true;
   const auto size = static_cast<std::size_t>(head.segment_size);
+  const auto total = static_cast<std::size_t>(head.bytes);
+  const RunningStatement row(&read_segments_);
+  row->bind(1, get_segment_id(head, static_cast<std::int64_t>(start / size)));
+  row->bind(2, get_segment_id(head, static_cast<std::int64_t>((end - 1) / size)));
   for (std::size_t place = start / size; place * size < end; ++place) {
-    const RunningStatement row(&read_segment_);
-    row->bind(1, get_segment_id(head, static_cast<std::int64_t>(place)));
     const Statement::Step step = row->step();
     if (step == Statement::Step::ERROR) {
       error = row->error();
@@ -103,8 +107,9 @@ bool BlockTable::read_columns(const BlockHead& head, std::size_t start, std::siz
     }
     std::span<const unsigned char> data;
     const std::size_t first = place * size;
-    const std::size_t wanted = std::min(size, static_cast<std::size_t>(head.bytes) - first);
-    if (step == Statement::Step::DONE || !row->read(0, data) || data.size() != wanted) {
+    if (step == Statement::Step::DONE ||
+        row->read_id(0) != get_segment_id(head, static_cast<std::int64_t>(place)) ||
+        !row->read(1, data) || data.size() != std::min(size, total - first)) {
       error = COLUMNS_DAMAGED;
       return false;
     }

@@ -28,7 +28,8 @@ class BlockTable {
   [[nodiscard]] Result find_from(std::int64_t series_id, std::int64_t time, BlockHead& head,
                                  std::string& error);
 
-  /// Reads the bytes from `start` to `end` of the columns of a block. Returns false on failure.
+  /// Reads the bytes from `start` to `end`, at most `head.bytes`, of the columns of a block.
+  /// Returns false on failure.
   [[nodiscard]] bool read_columns(const BlockHead& head, std::size_t start, std::size_t end,
                                   std::vector<unsigned char>& bytes, std::string& error);
 
@@ -46,7 +47,7 @@ class BlockTable {
 
   Statement find_;
   Statement find_from_;
-  Statement read_segment_;
+  Statement read_segments_;
   Statement write_head_;
   Statement write_segment_;
   Statement remove_head_;

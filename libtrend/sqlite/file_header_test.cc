@@ -33,6 +33,11 @@ TEST_F(Header, OfATrendDatabaseIsSound) {
   EXPECT_TRUE(of_file(3 * 4096).asks_for_write_ahead_log());
 }
 
+TEST_F(Header, OfEachVersionIsSound) {
+  bytes[63] = 2;
+  EXPECT_TRUE(of_file(3 * 4096).is_sound());
+}
+
 TEST_F(Header, TellsALongerFileFromOneThatWasCutShort) {
   EXPECT_TRUE(of_file(4 * 4096).is_sound());
   EXPECT_FALSE(of_file(2 * 4096).is_sound());
@@ -65,7 +70,7 @@ TEST_F(Header, WithoutAPageSizeIsNotSound) {
 }
 
 TEST_F(Header, OfAnotherApplicationOrVersionIsNotSound) {
-  bytes[63] = 2;
+  bytes[63] = 3;
   EXPECT_FALSE(of_file(3 * 4096).is_sound());
   bytes[63] = 1;
   bytes[68] = 't';

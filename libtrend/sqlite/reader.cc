@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "libtrend/sqlite/reader_vfs.h"
-#include "libtrend/sqlite/row_cursor.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/statistics.h"
 
@@ -29,7 +28,14 @@ SqliteReader::SqliteReader(const std::string& path, const OpenOptions& options)
 bool SqliteReader::connect() {
   Database db = open_database(path_, options_, error_);
   if (!db) return false;
-  for (auto& statements : rows_) statements.clear();
+  // A walk comes back to few pages, so a small cache is as good as a large one.
+  if (options_.cache_size == 0 && !execute(db.get(), "PRAGMA cache_size = -512")) {
+    error_ = sqlite3_errmsg(db.get());
+    return false;
+  }
+  version_ = 0;
+  rows_.reset();
+  blocks_.reset();
   // The old connection is closed last: its lock keeps the log of a writer who came from being
   // deleted before the new connection uses it.
   std::swap(db_, db);
@@ -40,22 +46,43 @@ bool SqliteReader::is_outdated() const { return db_ && trend::is_outdated(db_.ge
 
 /// Prepares all statements, which shows that the tables are there.
 bool SqliteReader::prepare() {
+  // What a query reads of the catalogue is compared with a checksum of its tables. So an index,
+  // which could be damaged, is not used.
   const std::pair<Statement*, const char*> texts[] = {
       {&begin_, "BEGIN"},
       {&commit_, "COMMIT"},
+      {&data_version_, "PRAGMA data_version"},
+      {&user_version_, "PRAGMA user_version"},
       {&devices_, "SELECT id, path, description FROM device ORDER BY id"},
-      {&params_, "SELECT path, statistics, first_slot FROM parameter WHERE device_id = ?1"},
-      {&periods_, "SELECT DISTINCT minutes FROM series ORDER BY minutes"},
-      {&series_, "SELECT id, minutes FROM series WHERE device_id = ?1 ORDER BY minutes"},
-      {&first_row_, RowCursor::FIRST_ROW},
-      {&last_row_, RowCursor::LAST_ROW}};
+      {&params_,
+       "SELECT path, statistics, first_slot FROM parameter NOT INDEXED WHERE device_id = ?1 "
+       "ORDER BY path"},
+      {&periods_, "SELECT DISTINCT minutes FROM series NOT INDEXED ORDER BY minutes"},
+      {&series_,
+       "SELECT id, minutes FROM series NOT INDEXED WHERE device_id = ?1 ORDER BY minutes"}};
   for (const auto& [statement, sql] : texts) *statement = Statement();
   for (const auto& [statement, sql] : texts) {
     *statement = Statement(db_.get(), sql);
     if (!*statement) return fail_with_database_error();
   }
-  return static_cast<bool>(Statement(db_.get(), RowCursor::DESCENDING)) ||
-         fail_with_database_error();
+  return run_once([] { return true; });
+}
+
+/// Prepares the statements for rows of a version of the format.
+bool SqliteReader::prepare_version(std::int64_t version) {
+  version_ = 0;
+  rows_.reset();
+  blocks_.reset();
+  if (!is_known_version(version, error_)) return false;
+  if (version == ROWS_ONLY_VERSION) {
+    rows_ = std::make_unique<RowTable>(db_.get(), "snapshot", "NULL");
+    if (!*rows_) return fail_with_database_error();
+  } else {
+    blocks_ = std::make_unique<BlockReader>(db_.get(), error_);
+    if (!*blocks_) return fail_with_database_error();
+  }
+  version_ = version;
+  return true;
 }
 
 bool SqliteReader::fail_with_database_error() {
@@ -63,12 +90,34 @@ bool SqliteReader::fail_with_database_error() {
   return false;
 }
 
+/// Looks at the database at the start of a transaction: another program may have changed it, also
+/// to another version of the format. What is remembered of it holds until then.
+bool SqliteReader::start_query() {
+  std::int64_t data = 0;
+  if (!read_number(data_version_, data)) return false;
+  const bool has_changed = version_ == 0 || data != seen_data_;
+  if (has_changed) {
+    std::int64_t version = 0;
+    if (!read_number(user_version_, version)) return false;
+    if (version != version_ && !prepare_version(version)) return false;
+    has_known_series_ = false;
+    seen_data_ = data;
+  }
+  return !blocks_ || blocks_->start_query(has_changed);
+}
+
+/// Reads the one number that `statement` yields. Returns false on failure.
+bool SqliteReader::read_number(Statement& statement, std::int64_t& number) {
+  const RunningStatement row(&statement);
+  return (row->step() == Statement::Step::ROW && row->read(0, number)) ||
+         fail_with_database_error();
+}
+
 /// Runs `query` in a transaction, so that a row recorded meanwhile is in all of the result or in
 /// none of it.
 bool SqliteReader::run_once(const std::function<bool()>& query) {
   if (!begin_.run()) return fail_with_database_error();
-  cursors_ = 0;
-  const bool is_answered = query();
+  const bool is_answered = start_query() && query();
   // A transaction that only read has nothing to lose, so how its end went does not matter.
   static_cast<void>(commit_.run());
   if (options_.cache_size == 0) trim_cache(db_.get());
@@ -140,7 +189,20 @@ bool SqliteReader::get_periods(std::vector<CPeriodProperties>& periods) {
 }
 
 bool SqliteReader::get_series(const CDeviceProperties& device, std::vector<CSeries>& series) {
-  series_.bind(1, device.aux_1);
+  // A dump asks again and again for the series of one device.
+  if (!has_known_series_ || known_device_ != device.aux_1) {
+    has_known_series_ = false;
+    known_series_.clear();
+    if (!find_series(device.aux_1, known_series_)) return false;
+    known_device_ = device.aux_1;
+    has_known_series_ = true;
+  }
+  series.insert(series.end(), known_series_.begin(), known_series_.end());
+  return true;
+}
+
+bool SqliteReader::find_series(std::int64_t device_id, std::vector<CSeries>& series) {
+  series_.bind(1, device_id);
   return for_each_row(series_, [&](const Statement& row) {
     std::int64_t id = 0;
     std::int64_t minutes = 0;
@@ -157,19 +219,14 @@ bool SqliteReader::get_series(const CDeviceProperties& device, std::vector<CSeri
 std::unique_ptr<SeriesCursor> SqliteReader::make_cursor(const CSeries& series,
                                                         const std::vector<CParamProperties>& params,
                                                         bool ascending) {
-  auto& statements = rows_[ascending ? 1 : 0];
-  if (statements.size() == cursors_) {
-    const char* sql = ascending ? RowCursor::ASCENDING : RowCursor::DESCENDING;
-    auto statement = std::make_unique<Statement>(db_.get(), sql);
-    if (!*statement) {
-      fail_with_database_error();
-      return nullptr;
-    }
-    statements.push_back(std::move(statement));
+  if (blocks_) return blocks_->make_cursor(series, params, ascending);
+  BorrowedStatement walk = rows_->borrow_walk(ascending);
+  if (!walk) {
+    fail_with_database_error();
+    return nullptr;
   }
-  return std::make_unique<RowCursor>(
-      RowStatements{*statements[cursors_++], first_row_, last_row_, error_}, series, params,
-      ascending);
+  return std::make_unique<RowCursor>(*rows_, std::move(walk), series, params, ascending,
+                                     MAX_TIMESTAMP, error_);
 }
 
 }  // namespace toolkit::trend

@@ -1,13 +1,16 @@
 // Reading a trend database in a file.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "libtrend/log.h"
 #include "libtrend/query/engine.h"
+#include "libtrend/sqlite/block_reader.h"
 #include "libtrend/sqlite/database.h"
+#include "libtrend/sqlite/row_cursor.h"
 #include "libtrend/sqlite/statement.h"
 
 namespace toolkit::trend {
@@ -34,7 +37,11 @@ class SqliteReader : public LogReader {
   SqliteReader(const std::string& path, const OpenOptions& options);
   [[nodiscard]] bool connect();
   [[nodiscard]] bool prepare();
+  [[nodiscard]] bool prepare_version(std::int64_t version);
   [[nodiscard]] bool is_outdated() const;
+  bool start_query();
+  bool read_number(Statement& statement, std::int64_t& number);
+  bool find_series(std::int64_t device_id, std::vector<CSeries>& series);
   bool run_once(const std::function<bool()>& query);
   template <typename TakeRow>
   bool for_each_row(Statement& statement, const TakeRow& take_row);
@@ -45,15 +52,19 @@ class SqliteReader : public LogReader {
   Database db_;
   Statement begin_;
   Statement commit_;
+  Statement data_version_;
+  Statement user_version_;
   Statement devices_;
   Statement params_;
   Statement periods_;
   Statement series_;
-  Statement first_row_;
-  Statement last_row_;
-  /// One per cursor of a query, by `ascending`.
-  std::vector<std::unique_ptr<Statement>> rows_[2];
-  std::size_t cursors_ = 0;  ///< that the current query has
+  std::int64_t seen_data_ = 0;      ///< SQLite's number of the state of the database seen last
+  std::int64_t version_ = 0;        ///< of the format, for which one of these is there; 0 for none
+  std::unique_ptr<RowTable> rows_;  ///< version 1
+  std::unique_ptr<BlockReader> blocks_;  ///< version 2
+  bool has_known_series_ = false;        ///< whether the series of one device are remembered
+  std::int64_t known_device_ = 0;
+  std::vector<CSeries> known_series_;
 };
 
 }  // namespace toolkit::trend

@@ -1,24 +1,68 @@
 #include "libtrend/sqlite/row_cursor.h"
 
+#include <algorithm>
 #include <ctime>
 #include <span>
+#include <utility>
 
 #include "libtrend/sqlite/samples.h"
 #include "libtrend/sqlite/schema.h"
+#include "libtrend/sqlite/series_state.h"
 
 namespace toolkit::trend {
 
-RowCursor::RowCursor(const RowStatements& statements, const CSeries& series,
-                     const std::vector<CParamProperties>& params, bool ascending)
-    : rows_(&statements.ascending_or_descending),
-      statements_(statements),
+void StatementReturner::operator()(Statement* statement) const {
+  statement->reset();
+  unused->emplace_back(statement);
+}
+
+RowTable::RowTable(sqlite3* db, const std::string& name, const std::string& checksum) : db_(db) {
+  const std::string walk = "SELECT rowid, valid_ratio, samples, " + checksum + " FROM " + name;
+  walks_[0] = walk + " WHERE rowid <= ?1 ORDER BY rowid DESC";
+  walks_[1] = walk + " WHERE rowid >= ?1 ORDER BY rowid";
+  const std::string find = "SELECT rowid FROM " + name + " WHERE rowid BETWEEN ?1 AND ?2 ORDER BY ";
+  first_row_ = Statement(db, (find + "rowid LIMIT 1").c_str());
+  last_row_ = Statement(db, (find + "rowid DESC LIMIT 1").c_str());
+  // One walk shows that the columns are there, too; its end goes with the rest of the statement.
+  static_cast<void>(borrow_walk(false));
+}
+
+BorrowedStatement RowTable::borrow_walk(bool ascending) {
+  auto& unused = unused_[ascending ? 1 : 0];
+  std::unique_ptr<Statement> statement;
+  if (unused.empty()) {
+    statement = std::make_unique<Statement>(db_, walks_[ascending ? 1 : 0].c_str());
+    if (!*statement) return nullptr;
+  } else {
+    statement = std::move(unused.back());
+    unused.pop_back();
+  }
+  return {statement.release(), StatementReturner{&unused}};
+}
+
+bool read_row(const Statement& row, std::int64_t id, bool must_have_checksum, double& valid_ratio,
+              std::span<const unsigned char>& samples) {
+  std::int64_t checksum = 0;
+  if (!row.read(1, valid_ratio) || !row.read(2, samples)) return false;
+  if (!must_have_checksum && row.is_null(3)) return true;
+  return row.read(3, checksum) &&
+         checksum == std::int64_t{get_row_checksum(id, valid_ratio, samples)};
+}
+
+RowCursor::RowCursor(RowTable& table, BorrowedStatement walk, const CSeries& series,
+                     const std::vector<CParamProperties>& params, bool ascending,
+                     std::int64_t until, std::string& error)
+    : table_(table),
+      rows_(std::move(walk)),
       base_(get_row_id(series.id, 0)),
       params_(params),
-      ascending_(ascending) {}
+      ascending_(ascending),
+      until_(until),
+      error_(error) {}
 
 bool RowCursor::place(std::int64_t earliest, std::int64_t latest) {
   earliest_ = earliest;
-  latest_ = latest;
+  latest_ = std::min(latest, until_);
   rows_->reset();
   rows_->bind(1, base_ + (ascending_ ? earliest_ : latest_));
   return step();
@@ -37,20 +81,20 @@ bool RowCursor::advance() {
 bool RowCursor::decode(CSnapshot& row) {
   row.timestamp = static_cast<std::time_t>(timestamp_);
   std::span<const unsigned char> bytes;
-  return (rows_->read(1, row.valid_ratio) && rows_->read(2, bytes) &&
+  return (read_row(*rows_, base_ + timestamp_, false, row.valid_ratio, bytes) &&
           unpack_samples(bytes, params_, row.samples)) ||
          fail_as_damaged();
 }
 
 bool RowCursor::find_before(std::int64_t time, std::int64_t& timestamp) {
-  return find(statements_.last_row, 1, time - 1, timestamp);
+  return find(table_.last_row(), 1, std::min(time - 1, until_), timestamp);
 }
 
 bool RowCursor::step() {
   timestamp_ = NO_ROW;
   const Statement::Step step = rows_->step();
   if (step == Statement::Step::ERROR) {
-    statements_.error = rows_->error();
+    error_ = rows_->error();
     return false;
   }
   if (step == Statement::Step::DONE) return is_at_end();
@@ -73,7 +117,7 @@ bool RowCursor::find(Statement& statement, std::int64_t earliest, std::int64_t l
   const RunningStatement running(&statement);
   const Statement::Step step = statement.step();
   timestamp = step == Statement::Step::ROW ? statement.read_id(0) - base_ : NO_ROW;
-  if (step == Statement::Step::ERROR) statements_.error = statement.error();
+  if (step == Statement::Step::ERROR) error_ = statement.error();
   return step != Statement::Step::ERROR;
 }
 
@@ -82,13 +126,13 @@ bool RowCursor::find(Statement& statement, std::int64_t earliest, std::int64_t l
 bool RowCursor::is_at_end() {
   if (earliest_ > latest_) return true;
   std::int64_t left = NO_ROW;
-  Statement& farthest = ascending_ ? statements_.last_row : statements_.first_row;
+  Statement& farthest = ascending_ ? table_.last_row() : table_.first_row();
   if (!find(farthest, earliest_, latest_, left)) return false;
   return left == NO_ROW || fail_as_damaged();
 }
 
 bool RowCursor::fail_as_damaged() {
-  statements_.error = "the table of rows is damaged";
+  error_ = "the table of rows is damaged";
   return false;
 }
 

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -10,28 +12,54 @@
 
 namespace toolkit::trend {
 
-/// The statements that walk through rows, and where their failures are told.
-struct RowStatements {
-  Statement& ascending_or_descending;  ///< of the direction of the walk; nobody else uses it
-  Statement& first_row;                ///< of a range of ids
-  Statement& last_row;
-  std::string& error;
+/// Gives a statement back to those that nobody uses.
+struct StatementReturner {
+  std::vector<std::unique_ptr<Statement>>* unused = nullptr;
+  void operator()(Statement* statement) const;
+};
+using BorrowedStatement = std::unique_ptr<Statement, StatementReturner>;
+
+/// A table of rows that are stored one by one: `snapshot` of version 1 or `loose` of version 2. It
+/// keeps its statements prepared. Must not outlive the connection.
+class RowTable {
+ public:
+  RowTable() = default;
+  /// `checksum` is the SQL of a row's checksum, NULL where rows have none.
+  RowTable(sqlite3* db, const std::string& name, const std::string& checksum);
+  RowTable(const RowTable&) = delete;
+  RowTable& operator=(const RowTable&) = delete;
+  /// Whether the table is there.
+  explicit operator bool() const { return first_row_ && last_row_ && !unused_[0].empty(); }
+
+  /// Lends a statement that starts at the id of parameter 1 and yields id, share of valid data,
+  /// samples and checksum of each row. Returns null on failure.
+  [[nodiscard]] BorrowedStatement borrow_walk(bool ascending);
+  /// The statement that finds the id of the first row from parameter 1 to parameter 2.
+  [[nodiscard]] Statement& first_row() { return first_row_; }
+  [[nodiscard]] Statement& last_row() { return last_row_; }
+
+ private:
+  sqlite3* db_ = nullptr;
+  std::string walks_[2];  ///< their SQL, by `ascending`
+  std::vector<std::unique_ptr<Statement>> unused_[2];
+  Statement first_row_;
+  Statement last_row_;
 };
 
-/// A cursor over rows that are stored one by one.
+/// Reads share of valid data and samples from columns 1 and 2 of `row`, which is the one with `id`.
+/// Returns false where they are damaged, or where there is no checksum in column 3 but there must
+/// be one.
+[[nodiscard]] bool read_row(const Statement& row, std::int64_t id, bool must_have_checksum,
+                            double& valid_ratio, std::span<const unsigned char>& samples);
+
+/// A cursor over rows that are stored one by one, and may be without checksums.
 class RowCursor : public SeriesCursor {
  public:
-  static constexpr const char* ASCENDING =
-      "SELECT rowid, valid_ratio, samples FROM snapshot WHERE rowid >= ?1 ORDER BY rowid";
-  static constexpr const char* DESCENDING =
-      "SELECT rowid, valid_ratio, samples FROM snapshot WHERE rowid <= ?1 ORDER BY rowid DESC";
-  static constexpr const char* FIRST_ROW =
-      "SELECT rowid FROM snapshot WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid LIMIT 1";
-  static constexpr const char* LAST_ROW =
-      "SELECT rowid FROM snapshot WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid DESC LIMIT 1";
-
-  RowCursor(const RowStatements& statements, const CSeries& series,
-            const std::vector<CParamProperties>& params, bool ascending);
+  /// `walk` is a statement of `table` for the direction. The cursor visits rows up to the time
+  /// `until` alone. A failure leaves the reason in `error`.
+  RowCursor(RowTable& table, BorrowedStatement walk, const CSeries& series,
+            const std::vector<CParamProperties>& params, bool ascending, std::int64_t until,
+            std::string& error);
 
   [[nodiscard]] bool place(std::int64_t earliest, std::int64_t latest) override;
   [[nodiscard]] bool advance() override;
@@ -45,11 +73,13 @@ class RowCursor : public SeriesCursor {
   bool is_at_end();
   bool fail_as_damaged();
 
-  RunningStatement rows_;
-  RowStatements statements_;
+  RowTable& table_;
+  BorrowedStatement rows_;
   std::int64_t base_;  ///< what the ids of the series' rows have besides the timestamp
   const std::vector<CParamProperties>& params_;
   bool ascending_;
+  std::int64_t until_;
+  std::string& error_;
   std::int64_t earliest_ = 1;  ///< of the rows to come
   std::int64_t latest_ = 0;
 };

@@ -66,6 +66,17 @@ CREATE TABLE loose (
 ) STRICT;
 )";
 
+/// What version 1 has besides the catalogue.
+inline constexpr const char* CREATE_ROWS_ONLY = R"(
+CREATE TABLE snapshot (
+  id          INTEGER PRIMARY KEY CHECK (id & 0xFFFFFFFFFF > 0),
+  valid_ratio REAL NOT NULL,
+  samples     BLOB NOT NULL
+) STRICT;
+PRAGMA application_id = 0x54524E44;
+PRAGMA user_version = 1;
+)";
+
 inline constexpr const char* UPGRADE_ROWS = R"(
 ALTER TABLE snapshot RENAME TO loose;
 ALTER TABLE loose ADD COLUMN checksum INTEGER;
