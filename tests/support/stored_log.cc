@@ -103,7 +103,7 @@ class BlockWriter {
     }
     for (const std::vector<StoredRow>& rows : series.blocks) write_block(rows, state);
     std::string error;
-    demand(states_.set(state, error), error);
+    demand(states_.add(state, error), error);
   }
 
   [[nodiscard]] std::int64_t next_block() const { return next_block_; }
