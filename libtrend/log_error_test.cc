@@ -5,6 +5,7 @@
 #include "libtrend/log.h"
 #include "libtrend/recorder.h"
 #include "tests/support/process.h"
+#include "tests/support/version_1.h"
 
 namespace toolkit::trend {
 namespace {
@@ -68,6 +69,7 @@ TEST_F(LogError, TellsWhyAFileIsRefused) {
 
 TEST_F(LogError, TellsOfDamage) {
   record();
+  execute(TURN_INTO_VERSION_1);
   execute("UPDATE snapshot SET samples = zeroblob(9)");
   ASSERT_EQ(log_.open(path_, {}), 0);
   const CLog copy = log_;

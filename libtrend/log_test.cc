@@ -12,6 +12,7 @@
 
 #include "libtrend/recorder.h"
 #include "tests/support/process.h"
+#include "tests/support/version_1.h"
 
 namespace toolkit::trend {
 namespace {
@@ -42,6 +43,11 @@ class Log : public testing::Test {
     ASSERT_EQ(recorder.append(minutes, 7200, 0.5, std::vector<double>{1, 2, 3, nan, 5}), 0);
     ASSERT_EQ(recorder.append(minutes, 7500, 1, std::vector<double>{-1, -2, -3}), 0);
     ASSERT_EQ(recorder.commit(), 0) << recorder.error();
+  }
+
+  void record_version_1() {
+    record();
+    execute(TURN_INTO_VERSION_1);
   }
 
   int open_for_reading() { return log_.open(path_, {}); }
@@ -147,7 +153,7 @@ TEST_F(Log, GivesEveryStatisticAndNaNForWhatARowLacks) {
 }
 
 TEST_F(Log, ReadsSlotsBeyondAllRowsAsLacking) {
-  record();
+  record_version_1();
   execute("INSERT INTO parameter VALUES (10, 1, 'far', 31, 9223372036854775807)");
   execute("INSERT INTO parameter VALUES (11, 1, 'edge', 31, 4294967295)");
   ASSERT_EQ(open_for_reading(), 0);
@@ -264,7 +270,7 @@ TEST_F(Log, CreatesADatabaseOnlyForAWriter) {
   EXPECT_TRUE(devices.empty());
   log_.close();
   EXPECT_EQ(ask("PRAGMA application_id"), std::to_string(0x54524E44));
-  EXPECT_EQ(ask("PRAGMA user_version"), "1");
+  EXPECT_EQ(ask("PRAGMA user_version"), "2");
   EXPECT_EQ(ask("PRAGMA page_size"), "8192");
   EXPECT_EQ(ask("PRAGMA journal_mode"), "wal");
 }
@@ -303,9 +309,9 @@ TEST_F(Log, LocksWritersOutOfARollbackJournalAlsoForAReader) {
   ASSERT_EQ(log_.open(path_, {.busy_timeout = 0, .exclusive = true}), 0);
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(db, "DELETE FROM snapshot", nullptr, nullptr, nullptr), SQLITE_BUSY);
+  EXPECT_EQ(sqlite3_exec(db, "DELETE FROM loose", nullptr, nullptr, nullptr), SQLITE_BUSY);
   log_.close();
-  EXPECT_EQ(sqlite3_exec(db, "DELETE FROM snapshot", nullptr, nullptr, nullptr), SQLITE_OK);
+  EXPECT_EQ(sqlite3_exec(db, "DELETE FROM loose", nullptr, nullptr, nullptr), SQLITE_OK);
   sqlite3_close(db);
 }
 
@@ -317,9 +323,9 @@ TEST_F(Log, RefusesAnExclusiveReaderInWalMode) {
 
 TEST_F(Log, RefusesOtherApplicationsAndVersions) {
   record();
-  for (const char* change : {"PRAGMA application_id = 1", "PRAGMA user_version = 2",
+  for (const char* change : {"PRAGMA application_id = 1", "PRAGMA user_version = 3",
                              "PRAGMA user_version = 0", "PRAGMA user_version = -1"}) {
-    execute("PRAGMA application_id = 0x54524E44; PRAGMA user_version = 1");
+    execute("PRAGMA application_id = 0x54524E44; PRAGMA user_version = 2");
     ASSERT_EQ(open_for_reading(), 0);
     log_.close();
     execute(change);
@@ -330,7 +336,8 @@ TEST_F(Log, RefusesOtherApplicationsAndVersions) {
 }
 
 TEST_F(Log, RefusesADatabaseThatLacksATableOrHasAViewInItsPlace) {
-  for (const char* table : {"device", "parameter", "series", "snapshot"}) {
+  for (const char* table :
+       {"device", "parameter", "series", "loose", "series_state", "block", "segment", "database"}) {
     std::filesystem::remove(path_);
     record();
     execute("ALTER TABLE " + std::string(table) + " RENAME TO hidden");
@@ -341,7 +348,7 @@ TEST_F(Log, RefusesADatabaseThatLacksATableOrHasAViewInItsPlace) {
 }
 
 TEST_F(Log, LeavesOutIntervalsTooLongToName) {
-  record();
+  record_version_1();
   execute("INSERT INTO series VALUES (10, 1, 4294967295), (11, 1, 4294967296)");
   ASSERT_EQ(open_for_reading(), 0);
   std::vector<CPeriodProperties> periods;
@@ -385,7 +392,7 @@ TEST_F(Log, TakesNoMoreMemoryForALongLogThanForAChunk) {
 }
 
 TEST_F(Log, FailsOnDamagedRows) {
-  record();
+  record_version_1();
   const CDeviceParams device{.device = {.path = "", .aux_text = "", .aux_1 = 1}, .params = {}};
   const auto query = [&] {
     CDeviceData data;
@@ -400,9 +407,9 @@ TEST_F(Log, FailsOnDamagedRows) {
   EXPECT_EQ(query(), 0);
   // A table that another program made without checks on its types.
   execute(
-      "CREATE TABLE loose (id INTEGER PRIMARY KEY, valid_ratio, samples);"
-      "INSERT INTO loose SELECT * FROM snapshot; DROP TABLE snapshot;"
-      "ALTER TABLE loose RENAME TO snapshot");
+      "CREATE TABLE other (id INTEGER PRIMARY KEY, valid_ratio, samples);"
+      "INSERT INTO other SELECT * FROM snapshot; DROP TABLE snapshot;"
+      "ALTER TABLE other RENAME TO snapshot");
   EXPECT_EQ(query(), 0);
   for (const char* change : {"samples = 'text'", "samples = NULL", "samples = 1",
                              "valid_ratio = NULL", "valid_ratio = 'x'", "valid_ratio = x'00'"}) {
@@ -414,7 +421,7 @@ TEST_F(Log, FailsOnDamagedRows) {
 }
 
 TEST_F(Log, FailsOnADamagedCatalogue) {
-  record();
+  record_version_1();
   execute(
       "CREATE TABLE p (id, device_id, path, statistics, first_slot);"
       "INSERT INTO p SELECT * FROM parameter; DROP TABLE parameter; ALTER TABLE p RENAME TO "

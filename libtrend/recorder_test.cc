@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "libtrend/log.h"
+#include "tests/support/database_file.h"
 #include "tests/support/process.h"
+#include "tests/support/version_1.h"
 
 namespace toolkit::trend {
 namespace {
@@ -272,17 +274,16 @@ TEST_F(Recorder, RefusesASeriesWhoseIdHoldsNoTimes) {
   open();
   ASSERT_EQ(recorder_.commit(), 0);
   recorder_.close();
+  run_sql(path_, std::string(TURN_INTO_VERSION_1) + "UPDATE series SET id = 8388607");
+  ASSERT_EQ(recorder_.open(path_), 0);
+  ASSERT_EQ(recorder_.begin(), 0);
+  EXPECT_EQ(recorder_.add_series(device_, 5, series_), 0);
+  EXPECT_NE(recorder_.add_series(device_, 6, series_), 0);
+  EXPECT_EQ(recorder_.error(), "the database has no room for another series");
   for (const char* id : {"8388608", "-8388609", "-9223372036854775807"}) {
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
-    const std::string sql = "UPDATE series SET id = " + std::string(id);
-    ASSERT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(db);
-    ASSERT_EQ(recorder_.open(path_), 0);
-    ASSERT_EQ(recorder_.begin(), 0);
-    EXPECT_NE(recorder_.add_series(device_, 5, series_), 0) << id;
-    EXPECT_EQ(recorder_.error(), "the database has no room for another series");
-    recorder_.close();
+    run_sql(path_, "UPDATE series SET id = " + std::string(id));
+    EXPECT_NE(recorder_.begin(), 0) << id;
+    EXPECT_EQ(recorder_.error(), "the catalogue is damaged");
   }
 }
 

@@ -85,7 +85,7 @@ const BlockValues* BlockChain::values(const std::vector<std::uint32_t>& slots) {
 
 BlockCursor::BlockCursor(BlockChain& chain, const std::vector<CParamProperties>& params,
                          bool ascending)
-    : chain_(chain), params_(params), ascending_(ascending) {
+    : chain_(chain), sample_count_(params.size()), ascending_(ascending) {
   for (const CParamProperties& param : params) {
     // No block has slots that the number can't hold.
     constexpr std::uint64_t MAX_SLOT = std::numeric_limits<std::uint32_t>::max();
@@ -93,6 +93,7 @@ BlockCursor::BlockCursor(BlockChain& chain, const std::vector<CParamProperties>&
     for (const Statistic& statistic : STATISTICS) {
       if (!(param.*statistic.flag)) continue;
       slots_.push_back(static_cast<std::uint32_t>(std::min(slot++, MAX_SLOT)));
+      places_.push_back({static_cast<std::uint32_t>(&param - params.data()), statistic.member});
     }
   }
 }
@@ -193,15 +194,10 @@ bool BlockCursor::decode(CSnapshot& row) {
   constexpr double MISSING = std::numeric_limits<double>::quiet_NaN();
   row.timestamp = static_cast<std::time_t>(timestamp_);
   row.valid_ratio = layout_->valid_ratios[index_];
-  row.samples.assign(params_.size(), CSample{MISSING, MISSING, MISSING, MISSING, MISSING});
+  row.samples.assign(sample_count_, CSample{MISSING, MISSING, MISSING, MISSING, MISSING});
   const double* value = values_->row(index_);
-  CSample* sample = row.samples.data();
-  for (const CParamProperties& param : params_) {
-    for (const Statistic& statistic : STATISTICS) {
-      if (param.*statistic.flag) sample->*statistic.member = *value++;
-    }
-    ++sample;
-  }
+  CSample* samples = row.samples.data();
+  for (const Place& place : places_) samples[place.sample].*place.member = *value++;
   return true;
 }
 

@@ -77,6 +77,12 @@ class BlockCursor : public SeriesCursor {
   }
 
  private:
+  /// A value of a row.
+  struct Place {
+    std::uint32_t sample;
+    double CSample::*member;
+  };
+
   bool place_in_block(std::int64_t time);
   bool enter_block();
   bool leave_block();
@@ -87,8 +93,9 @@ class BlockCursor : public SeriesCursor {
   }
 
   BlockChain& chain_;
-  const std::vector<CParamProperties>& params_;
-  std::vector<std::uint32_t> slots_;  ///< of the values of `params_`
+  std::size_t sample_count_;          ///< of a row: one per parameter
+  std::vector<Place> places_;         ///< where the wanted values of a row go
+  std::vector<std::uint32_t> slots_;  ///< where they are stored
   bool ascending_;
   std::int64_t earliest_ = 1;
   std::int64_t latest_ = 0;

@@ -42,7 +42,7 @@ class NewDatabase : public testing::Test {
     EXPECT_TRUE(verify(db.get(), error_)) << error_;
     EXPECT_FALSE(is_blank(db.get()));
     EXPECT_EQ(ask(db, "PRAGMA integrity_check"), "ok");
-    EXPECT_EQ(ask(db, "SELECT count(*) FROM device, parameter, series, snapshot"), "0");
+    EXPECT_EQ(ask(db, "SELECT count(*) FROM device, parameter, series, loose, block"), "0");
     EXPECT_TRUE(FileHeader::read(db.get()).is_sound());
   }
 

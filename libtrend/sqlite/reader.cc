@@ -28,6 +28,11 @@ SqliteReader::SqliteReader(const std::string& path, const OpenOptions& options)
 bool SqliteReader::connect() {
   Database db = open_database(path_, options_, error_);
   if (!db) return false;
+  // A walk comes back to few pages, so a small cache is as good as a large one.
+  if (options_.cache_size == 0 && !execute(db.get(), "PRAGMA cache_size = -512")) {
+    error_ = sqlite3_errmsg(db.get());
+    return false;
+  }
   version_ = 0;
   rows_.reset();
   blocks_.reset();
@@ -86,21 +91,26 @@ bool SqliteReader::fail_with_database_error() {
 }
 
 /// Looks at the database at the start of a transaction: another program may have changed it, also
-/// to another version of the format.
+/// to another version of the format. What is remembered of it holds until then.
 bool SqliteReader::start_query() {
   std::int64_t data = 0;
-  std::int64_t version = 0;
-  for (const auto& [statement, number] :
-       {std::pair(&data_version_, &data), std::pair(&user_version_, &version)}) {
-    const RunningStatement row(statement);
-    if (row->step() != Statement::Step::ROW || !row->read(0, *number)) {
-      return fail_with_database_error();
-    }
-  }
+  if (!read_number(data_version_, data)) return false;
   const bool has_changed = version_ == 0 || data != seen_data_;
-  seen_data_ = data;
-  if (version != version_ && !prepare_version(version)) return false;
+  if (has_changed) {
+    std::int64_t version = 0;
+    if (!read_number(user_version_, version)) return false;
+    if (version != version_ && !prepare_version(version)) return false;
+    has_known_series_ = false;
+    seen_data_ = data;
+  }
   return !blocks_ || blocks_->start_query(has_changed);
+}
+
+/// Reads the one number that `statement` yields. Returns false on failure.
+bool SqliteReader::read_number(Statement& statement, std::int64_t& number) {
+  const RunningStatement row(&statement);
+  return (row->step() == Statement::Step::ROW && row->read(0, number)) ||
+         fail_with_database_error();
 }
 
 /// Runs `query` in a transaction, so that a row recorded meanwhile is in all of the result or in
@@ -179,7 +189,20 @@ bool SqliteReader::get_periods(std::vector<CPeriodProperties>& periods) {
 }
 
 bool SqliteReader::get_series(const CDeviceProperties& device, std::vector<CSeries>& series) {
-  series_.bind(1, device.aux_1);
+  // A dump asks again and again for the series of one device.
+  if (!has_known_series_ || known_device_ != device.aux_1) {
+    has_known_series_ = false;
+    known_series_.clear();
+    if (!find_series(device.aux_1, known_series_)) return false;
+    known_device_ = device.aux_1;
+    has_known_series_ = true;
+  }
+  series.insert(series.end(), known_series_.begin(), known_series_.end());
+  return true;
+}
+
+bool SqliteReader::find_series(std::int64_t device_id, std::vector<CSeries>& series) {
+  series_.bind(1, device_id);
   return for_each_row(series_, [&](const Statement& row) {
     std::int64_t id = 0;
     std::int64_t minutes = 0;

@@ -40,6 +40,8 @@ class SqliteReader : public LogReader {
   [[nodiscard]] bool prepare_version(std::int64_t version);
   [[nodiscard]] bool is_outdated() const;
   bool start_query();
+  bool read_number(Statement& statement, std::int64_t& number);
+  bool find_series(std::int64_t device_id, std::vector<CSeries>& series);
   bool run_once(const std::function<bool()>& query);
   template <typename TakeRow>
   bool for_each_row(Statement& statement, const TakeRow& take_row);
@@ -60,6 +62,9 @@ class SqliteReader : public LogReader {
   std::int64_t version_ = 0;        ///< of the format, for which one of these is there; 0 for none
   std::unique_ptr<RowTable> rows_;  ///< version 1
   std::unique_ptr<BlockReader> blocks_;  ///< version 2
+  bool has_known_series_ = false;        ///< whether the series of one device are remembered
+  std::int64_t known_device_ = 0;
+  std::vector<CSeries> known_series_;
 };
 
 }  // namespace toolkit::trend

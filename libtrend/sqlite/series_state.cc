@@ -61,7 +61,11 @@ SeriesStates::SeriesStates(sqlite3* db)
     : get_(db,
            "SELECT series_id, loose_rows, unchecked_until, first_block, last_block, blocks, "
            "sealed_rows, changes, checksum FROM series_state WHERE series_id = ?1"),
-      set_(db, "INSERT OR REPLACE INTO series_state VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)") {}
+      add_(db, "INSERT INTO series_state VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)"),
+      set_(db,
+           "UPDATE series_state SET loose_rows = ?2, unchecked_until = ?3, first_block = ?4, "
+           "last_block = ?5, blocks = ?6, sealed_rows = ?7, changes = ?8, checksum = ?9 "
+           "WHERE series_id = ?1") {}
 
 SeriesStates::Result SeriesStates::get(std::int64_t series_id, SeriesState& state,
                                        std::string& error) {
@@ -80,16 +84,24 @@ SeriesStates::Result SeriesStates::get(std::int64_t series_id, SeriesState& stat
   return Result::FAILED;
 }
 
+bool SeriesStates::add(const SeriesState& state, std::string& error) {
+  return write(add_, state, error);
+}
+
 bool SeriesStates::set(const SeriesState& state, std::string& error) {
+  return write(set_, state, error);
+}
+
+bool SeriesStates::write(Statement& statement, const SeriesState& state, std::string& error) {
   int index = 0;
   for (const std::int64_t number :
        {state.series_id, state.loose_rows, state.unchecked_until, state.first_block,
         state.last_block, state.blocks, state.sealed_rows, state.changes,
         std::int64_t{get_checksum(state)}}) {
-    set_.bind(++index, number);
+    statement.bind(++index, number);
   }
-  if (set_.run()) return true;
-  error = set_.error();
+  if (statement.run()) return true;
+  error = statement.error();
   return false;
 }
 

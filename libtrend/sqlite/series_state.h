@@ -32,16 +32,22 @@ class SeriesStates {
 
   SeriesStates() = default;
   explicit SeriesStates(sqlite3* db);
-  explicit operator bool() const { return get_ && set_; }
+  explicit operator bool() const { return get_ && add_ && set_; }
 
   /// Reads the state of a series. FAILED where it is damaged or can't be read; the reason is then
   /// in `error`.
   [[nodiscard]] Result get(std::int64_t series_id, SeriesState& state, std::string& error);
-  /// Writes a state. Returns false on failure, with the reason in `error`.
+  /// Writes the state of a new series. Returns false on failure, with the reason in `error`.
+  [[nodiscard]] bool add(const SeriesState& state, std::string& error);
+  /// Writes the state of a series that has one. Returns false on failure, with the reason in
+  /// `error`.
   [[nodiscard]] bool set(const SeriesState& state, std::string& error);
 
  private:
+  static bool write(Statement& statement, const SeriesState& state, std::string& error);
+
   Statement get_;
+  Statement add_;
   Statement set_;
 };
 

@@ -29,7 +29,7 @@ class SeriesWriter {
       : tables_(tables), stored_(tables, id), crowded_(crowded) {}
 
   /// Makes the state of a new series.
-  void create() { stored_.create(); }
+  [[nodiscard]] bool create() { return stored_.create(); }
   /// Reads the state of a series that is there.
   [[nodiscard]] bool load();
 

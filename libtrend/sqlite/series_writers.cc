@@ -51,10 +51,9 @@ SeriesWriter* SeriesWriters::use(std::int64_t id) {
   return &entry.writer;
 }
 
-void SeriesWriters::create(std::int64_t id) {
-  const auto found = series_.emplace(id, Entry{SeriesWriter(tables_, crowded_, id), true}).first;
-  found->second.writer.create();
-  used_.push_back(&found->second);
+bool SeriesWriters::create(std::int64_t id) {
+  const auto found = series_.emplace(id, Entry{SeriesWriter(tables_, crowded_, id)}).first;
+  return found->second.writer.create();
 }
 
 bool SeriesWriters::append(std::int64_t id, std::int64_t time, double valid_ratio,

@@ -30,7 +30,7 @@ class SeriesWriters {
   [[nodiscard]] bool finish();
 
   /// Makes the state of a new series.
-  void create(std::int64_t id);
+  [[nodiscard]] bool create(std::int64_t id);
   /// See the functions of the same names of `LogWriter`.
   [[nodiscard]] bool append(std::int64_t id, std::int64_t time, double valid_ratio,
                             std::span<const double> slots);

@@ -47,7 +47,7 @@ class StoredSeries {
   StoredSeries(RecordTables& tables, std::int64_t id) : tables_(tables) { state_.series_id = id; }
 
   /// Makes the state of a new series.
-  void create() { touch(); }
+  [[nodiscard]] bool create() { return tables_.states.add(state_, tables_.error); }
   /// Reads the state of a series that is there.
   [[nodiscard]] bool load();
   /// Writes the state if the series has changed.

@@ -44,7 +44,7 @@ bool create_states(sqlite3* db, std::string& error) {
     }
     if (!loose.find(id, {1, MAX_TIMESTAMP}, LooseRows::Order::NEWEST_FIRST, state.unchecked_until,
                     error) ||
-        !states.set(state, error)) {
+        !states.add(state, error)) {
       return false;
     }
   }

@@ -191,11 +191,9 @@ bool SqliteWriter::add_series(const CDeviceProperties& device, std::uint32_t min
     return fail_with_database_error();
   }
   if (!is_series_id(series.id)) return fail("the database has no room for another series");
-  if (is_new) {
-    series_.note_catalogue();
-    series_.create(series.id);
-  }
-  return true;
+  if (!is_new) return true;
+  series_.note_catalogue();
+  return series_.create(series.id) || fail(series_.error());
 }
 
 bool SqliteWriter::append(const CSeries& series, std::int64_t timestamp, double valid_ratio,

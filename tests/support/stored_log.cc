@@ -103,7 +103,7 @@ class BlockWriter {
     }
     for (const std::vector<StoredRow>& rows : series.blocks) write_block(rows, state);
     std::string error;
-    demand(states_.set(state, error), error);
+    demand(states_.add(state, error), error);
   }
 
   [[nodiscard]] std::int64_t next_block() const { return next_block_; }
@@ -175,4 +175,16 @@ void write_rows_only(const std::filesystem::path& path, const std::vector<Stored
     }
   }
   target.execute("COMMIT");
+}
+
+void copy_database(const std::filesystem::path& from, const std::filesystem::path& to) {
+  std::string error;
+  Database source;
+  Database target;
+  demand(connect(from.string(), SQLITE_OPEN_READONLY, nullptr, source, error), error);
+  demand(connect(to.string(), SQLITE_OPEN_READWRITE, nullptr, target, error), error);
+  sqlite3_backup* backup = sqlite3_backup_init(target.get(), "main", source.get(), "main");
+  demand(backup != nullptr, sqlite3_errmsg(target.get()));
+  sqlite3_backup_step(backup, -1);
+  demand(sqlite3_backup_finish(backup) == SQLITE_OK, sqlite3_errmsg(target.get()));
 }

@@ -42,3 +42,6 @@ void write_blocks(const std::filesystem::path& path, const std::vector<StoredDev
 
 /// Writes the same rows as a database of version 1.
 void write_rows_only(const std::filesystem::path& path, const std::vector<StoredDevice>& devices);
+
+/// Replaces the content of the database `to`, which others may have open, by that of `from`.
+void copy_database(const std::filesystem::path& from, const std::filesystem::path& to);

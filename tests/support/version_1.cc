@@ -40,7 +40,7 @@ PRAGMA user_version = 1;
 
 }  // namespace
 
-void make_version_1(const std::string& path, const std::map<std::int64_t, StoredSeriesRows>& rows) {
+void make_version_1(const std::string& path, const std::map<std::int64_t, RecordedSeries>& rows) {
   std::string sql = std::string("PRAGMA journal_mode = wal; BEGIN;") + TABLES;
   for (const auto& [id, series] : rows) {
     sql += "INSERT INTO series VALUES (" + std::to_string(id) + ", 1, " + std::to_string(id) + ");";

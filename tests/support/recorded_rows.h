@@ -8,20 +8,20 @@
 #include <vector>
 
 /// A row as it was appended, without the missing values at its end.
-struct StoredRow {
+struct RecordedRow {
   double valid_ratio = 0;
   std::vector<double> values;
 
   /// Whether both have the same bits, where a NaN is like any other.
-  [[nodiscard]] bool operator==(const StoredRow& other) const;
+  [[nodiscard]] bool operator==(const RecordedRow& other) const;
 };
 
 /// The rows of a series by their times.
-using StoredSeriesRows = std::map<std::int64_t, StoredRow>;
+using RecordedSeries = std::map<std::int64_t, RecordedRow>;
 
 /// What a database holds.
-struct StoredRows {
-  std::map<std::int64_t, StoredSeriesRows> series;  ///< by id; every series of the catalogue
+struct RecordedDatabase {
+  std::map<std::int64_t, RecordedSeries> series;  ///< by id; every series of the catalogue
   std::int64_t blocks = 0;
   std::int64_t sealed_rows = 0;
   std::int64_t loose_rows = 0;
@@ -30,4 +30,4 @@ struct StoredRows {
 };
 
 /// Reads the database at `path`. Throws std::runtime_error where it breaks a rule of the format.
-[[nodiscard]] StoredRows read_stored_rows(const std::string& path);
+[[nodiscard]] RecordedDatabase read_recorded_rows(const std::string& path);

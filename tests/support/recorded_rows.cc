@@ -1,4 +1,4 @@
-#include "tests/support/stored_rows.h"
+#include "tests/support/recorded_rows.h"
 
 #include <sqlite3.h>
 
@@ -83,17 +83,17 @@ class Database {
 };
 
 void add_row(std::int64_t time, double valid_ratio, std::vector<double> values,
-             StoredSeriesRows& rows) {
+             RecordedSeries& rows) {
   while (!values.empty() && std::isnan(values.back())) values.pop_back();
   expect(time > 0 && time < TIMES, "a row has a time that is none");
-  expect(rows.emplace(time, StoredRow{valid_ratio, std::move(values)}).second,
+  expect(rows.emplace(time, RecordedRow{valid_ratio, std::move(values)}).second,
          "two rows of a series have one time: " + std::to_string(time));
 }
 
 /// Reads the loose rows of a series. Returns how many there are with a time after
 /// `unchecked_until`.
 std::int64_t read_loose(const Database& db, std::int64_t id, std::int64_t unchecked_until,
-                        StoredRows& stored) {
+                        RecordedDatabase& stored) {
   std::int64_t counted = 0;
   bool has_old = false;
   const std::string range =
@@ -142,7 +142,7 @@ Bytes read_columns(const Database& db, const BlockHead& head, std::set<std::int6
   return bytes;
 }
 
-void read_block(const BlockHead& head, const Bytes& bytes, StoredSeriesRows& rows) {
+void read_block(const BlockHead& head, const Bytes& bytes, RecordedSeries& rows) {
   BlockLayout layout;
   expect(decode_layout(head, layout), "the content of a head is damaged");
   std::vector<std::vector<double>> values(layout.times.size());
@@ -161,7 +161,7 @@ void read_block(const BlockHead& head, const Bytes& bytes, StoredSeriesRows& row
 
 /// Reads the blocks of a series, and checks that they are a chain as `state` says.
 void read_blocks(const Database& db, const SeriesState& state, std::int64_t next_block,
-                 std::set<std::int64_t>& segments, StoredRows& stored) {
+                 std::set<std::int64_t>& segments, RecordedDatabase& stored) {
   const std::int64_t id = state.series_id;
   std::int64_t first = 0;
   std::int64_t previous = 0;
@@ -201,7 +201,7 @@ void read_blocks(const Database& db, const SeriesState& state, std::int64_t next
 
 }  // namespace
 
-bool StoredRow::operator==(const StoredRow& other) const {
+bool RecordedRow::operator==(const RecordedRow& other) const {
   const auto is_same = [](double a, double b) {
     return (std::isnan(a) && std::isnan(b)) ||
            std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
@@ -211,9 +211,9 @@ bool StoredRow::operator==(const StoredRow& other) const {
                     is_same);
 }
 
-StoredRows read_stored_rows(const std::string& path) {
+RecordedDatabase read_recorded_rows(const std::string& path) {
   const Database db(path);
-  StoredRows stored;
+  RecordedDatabase stored;
   expect(db.number("PRAGMA application_id") == 0x54524E44, "it has another application's id");
   expect(db.number("PRAGMA user_version") == 2, "it has another version");
   db.for_each("PRAGMA integrity_check",

@@ -1,0 +1,260 @@
+// Damage in a database with blocks: every query gives the right result or fails.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <sstream>
+
+#include "libtrend/log.h"
+#include "libtrend/statistics.h"
+#include "tests/support/process.h"
+#include "tests/support/stored_log.h"
+
+namespace toolkit::trend {
+namespace {
+
+std::vector<StoredRow> make_rows(int first, int last) {
+  std::vector<StoredRow> rows;
+  for (int i = first; i <= last; ++i) {
+    const double value = i % 7 == 3 ? std::nan("") : i / 3.0;
+    rows.push_back({300 * i, i % 5 == 0 ? 0.5 : 1, {i * 1.0, value, i / 10.0}});
+  }
+  return rows;
+}
+
+/// Two series of a device, with blocks, loose rows in every place, and rows without a checksum.
+StoredDevice make_device() {
+  StoredDevice device{"d", {{.path = "a"}, {.path = "b"}}, {}};
+  set_statistics(device.params[0], 3);
+  set_statistics(device.params[1], 4);
+  device.params[1].aux_1 = 2;
+  StoredSeries fine{.minutes = 5, .blocks = {}, .loose = make_rows(1, 2)};
+  for (const int block : {3, 11, 19, 27}) fine.blocks.push_back(make_rows(block, block + 7));
+  const StoredRow late = fine.blocks[1][4];
+  fine.blocks[1].erase(fine.blocks[1].begin() + 4);
+  fine.loose.push_back(late);
+  for (const StoredRow& row : make_rows(35, 42)) fine.loose.push_back(row);
+  StoredSeries coarse{.minutes = 60, .blocks = {}, .loose = {}};
+  coarse.blocks.push_back({{3600, 1, {1, 2, 3}}, {7200, 1, {4, 5, 6}}, {72000, 1, {7, 8, 9}}});
+  device.series = {fine, coarse};
+  return device;
+}
+
+/// What queries give: texts of the catalogue and of rows by the name of the query. A query that
+/// failed is missing.
+using Results = std::map<std::string, std::string>;
+
+std::string print(const CDeviceData& data) {
+  std::string text;
+  for (const CSnapshot& row : data.snapshots) {
+    char line[64];
+    std::snprintf(line, sizeof line, "%u %lld %a", row.interval_minutes,
+                  static_cast<long long>(row.timestamp), row.valid_ratio);
+    text += line;
+    for (const CSample& sample : row.samples) {
+      for (const Statistic& statistic : STATISTICS) {
+        const double value = sample.*statistic.member;
+        std::snprintf(line, sizeof line, " %a", value);
+        text += std::isnan(value) ? " -" : line;
+      }
+    }
+    text += '\n';
+  }
+  return text;
+}
+
+struct RowsQuery {
+  const char* name;
+  std::pair<long, long> range;
+  unsigned count;
+  unsigned offset;
+  bool ascending;
+};
+
+constexpr RowsQuery QUERIES[] = {
+    {"newest first", {-1, -1}, 0, 0, false},
+    {"oldest first", {-1, -1}, 0, 0, true},
+    {"from the middle back", {-1, 300 * 20}, 5, 0, false},
+    {"from the middle on", {300 * 15, -1}, 6, 0, true},
+    {"between blocks", {300 * 18 + 1, 300 * 19}, 0, 0, true},
+    {"after an offset", {-1, -1}, 4, 20, false},
+};
+
+Results query_all(const std::string& path) {
+  Results results;
+  CLog log;
+  if (log.open(path, OpenOptions{}) != 0) return results;
+  std::vector<CDeviceProperties> devices;
+  if (log.get_devices(devices) == 0) {
+    for (const CDeviceProperties& device : devices) {
+      results["devices"] += device.path + '/' + std::to_string(device.aux_1) + device.aux_text;
+    }
+  }
+  std::vector<CPeriodProperties> periods;
+  if (log.get_periods(periods) == 0) {
+    for (const auto& period : periods) {
+      results["periods"] += std::to_string(period.interval) + ' ';
+    }
+  }
+  CDeviceParams device{{.path = "d", .aux_text = "", .aux_1 = 1}, {}};
+  if (log.get_params(device.device, device.params) == 0) {
+    for (const CParamProperties& param : device.params) {
+      results["params"] += param.path + std::to_string(get_statistics(param)) + '/' +
+                           std::to_string(param.aux_1) + ' ';
+    }
+  }
+  // The rows of what the caller knows from before.
+  device = {device.device, make_device().params};
+  periods = {{.interval = 5}, {.interval = 60}};
+  for (const RowsQuery& query : QUERIES) {
+    CDeviceData data;
+    if (log.get_trend_data(data, device, periods, query.range, query.count, query.offset,
+                           query.ascending, true) == 0) {
+      results[query.name] = print(data);
+    } else {
+      EXPECT_NE(log.error(), "");
+    }
+  }
+  return results;
+}
+
+/// A database, and what its queries give.
+class BlockDamage : public testing::Test {
+ protected:
+  BlockDamage() {
+    write_blocks(path_, {make_device()}, {.page_size = 512, .segment_size = 60});
+    right_ = query_all(path_);
+  }
+
+  /// Compares what queries give now. Returns whether every one of them still succeeds.
+  bool compare(const std::string& what) {
+    const Results results = query_all(path_);
+    for (const auto& [name, text] : results) {
+      EXPECT_EQ(text, right_.at(name)) << what << ", " << name;
+    }
+    return results.size() == right_.size();
+  }
+
+  void restore() {
+    std::filesystem::copy_file(original_, path_, std::filesystem::copy_options::overwrite_existing);
+  }
+  void keep_original() { std::filesystem::copy_file(path_, original_); }
+
+  /// Runs `sql` and returns the first column of the rows that it yields.
+  std::vector<std::string> run_sql(const std::string& sql) {
+    sqlite3* db = nullptr;
+    EXPECT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+    std::vector<std::string> found;
+    const auto take = [](void* target, int, char** values, char**) {
+      static_cast<std::vector<std::string>*>(target)->emplace_back(values[0]);
+      return 0;
+    };
+    EXPECT_EQ(sqlite3_exec(db, sql.c_str(), take, &found, nullptr), SQLITE_OK)
+        << sql << ": " << sqlite3_errmsg(db);
+    sqlite3_close(db);
+    return found;
+  }
+
+  TemporaryFolder folder_;
+  std::string path_ = folder_.file("trend.db");
+  std::string original_ = folder_.file("original.db");
+  Results right_;
+};
+
+TEST_F(BlockDamage, StartsFromADatabaseThatIsWhole) {
+  EXPECT_EQ(right_.size(), 3 + std::size(QUERIES));
+  EXPECT_NE(right_.at("newest first"), "");
+  EXPECT_TRUE(compare("unchanged"));
+}
+
+TEST_F(BlockDamage, IsFoundWhereAnyByteOfTheFileChanged) {
+  std::ifstream file(path_, std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(file)), {});
+  std::fstream target(path_, std::ios::binary | std::ios::in | std::ios::out);
+  const auto put = [&](std::size_t i, char value) {
+    target.seekp(static_cast<std::streamoff>(i));
+    target.put(value).flush();
+  };
+  // Under an emulator or a sanitizer a part of the bytes has to do.
+  const std::size_t step = random_rounds(4) < 4 ? 16 : 1;
+  int found = 0;
+  for (std::size_t i = 0; i < bytes.size(); i += step) {
+    const char old = bytes[i];
+    for (const int value : {old ^ 1, old ^ 0x80, 0, 0xFF}) {
+      if (static_cast<char>(value) == old) continue;
+      put(i, static_cast<char>(value));
+      if (!compare("byte " + std::to_string(i) + " is " + std::to_string(value))) ++found;
+    }
+    put(i, old);
+  }
+  EXPECT_GT(found, 0);
+  EXPECT_TRUE(compare("all bytes are back"));
+}
+
+TEST_F(BlockDamage, IsFoundWhereAnyRowIsMissing) {
+  keep_original();
+  for (const char* table :
+       {"device", "parameter", "series", "series_state", "database", "loose", "block", "segment"}) {
+    for (const auto& row : run_sql(std::string("SELECT rowid FROM ") + table)) {
+      run_sql(std::string("DELETE FROM ") + table + " WHERE rowid = " + row);
+      EXPECT_FALSE(compare(std::string(table) + ' ' + row + " is missing"));
+      restore();
+    }
+  }
+}
+
+/// The columns of the tables of rows, but for the id.
+const std::map<std::string, std::string> COLUMNS = {
+    {"series_state",
+     "loose_rows, unchecked_until, first_block, last_block, blocks, sealed_rows, changes, "
+     "checksum"},
+    {"loose", "valid_ratio, samples, checksum"},
+    {"block", "number, first_time, previous, rows, bytes, segment_size, change, content, checksum"},
+    {"segment", "data"}};
+
+TEST_F(BlockDamage, IsFoundWhereTwoRowsAreSwapped) {
+  keep_original();
+  for (const auto& [table, columns] : COLUMNS) {
+    const auto rows = run_sql("SELECT rowid FROM " + table + " ORDER BY rowid");
+    for (std::size_t i = 1; i < rows.size(); ++i) {
+      const std::string& a = rows[i - 1];
+      const std::string& b = rows[i];
+      const auto fetch = [&](const std::string& to, const std::string& from) {
+        return "UPDATE " + table + " SET (" + columns + ") = (SELECT " + columns +
+               " FROM copy WHERE id = " + from + ") WHERE rowid = " + to + ";";
+      };
+      run_sql("CREATE TEMP TABLE copy AS SELECT rowid AS id, " + columns + " FROM " + table + ";" +
+              fetch(a, b) + fetch(b, a));
+      EXPECT_FALSE(compare(table + ' ' + a + " and the next are swapped"));
+      restore();
+    }
+  }
+}
+
+TEST_F(BlockDamage, IsFoundWhereARowIsInTwoPlaces) {
+  keep_original();
+  for (const auto& [table, columns] : COLUMNS) {
+    const std::string id = table == "series_state" ? "series_id" : "id";
+    const auto rows = run_sql("SELECT rowid FROM " + table + " ORDER BY rowid");
+    for (const auto& row : rows) {
+      for (const char* change : {"+ 1", "- 1", "+ 150", "+ 0x10000000000"}) {
+        run_sql("INSERT OR REPLACE INTO " + table + " (" + id + ", " + columns + ") SELECT " + id +
+                change + ", " + columns + " FROM " + table + " WHERE rowid = " + row);
+        compare(table + ' ' + row + " is repeated at " + change);
+        restore();
+      }
+    }
+  }
+}
+
+TEST_F(BlockDamage, IsFoundWhereTheWholeDatabaseHasNoBlocks) {
+  run_sql("DELETE FROM block");
+  EXPECT_FALSE(compare("no blocks"));
+}
+
+}  // namespace
+}  // namespace toolkit::trend
