@@ -1,4 +1,4 @@
-// That a log says why a call failed.
+// Tests that a log says why a call failed.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -43,7 +43,7 @@ class LogError : public testing::Test {
   CLog log_;
 };
 
-TEST_F(LogError, IsThatNoDatabaseIsOpen) {
+TEST_F(LogError, SaysThatNoDatabaseIsOpen) {
   EXPECT_EQ(log_.error(), NOT_OPEN);
   EXPECT_EQ(query(), -1);
   EXPECT_EQ(log_.error(), NOT_OPEN);
@@ -56,7 +56,7 @@ TEST_F(LogError, IsThatNoDatabaseIsOpen) {
   EXPECT_EQ(copy.error(), NOT_OPEN);
 }
 
-TEST_F(LogError, TellsWhyAFileIsRefused) {
+TEST_F(LogError, SaysWhyAFileIsRefused) {
   EXPECT_EQ(log_.open(path_, {}), -1);
   EXPECT_EQ(log_.error(), "No such file or directory");
   record();
@@ -66,7 +66,7 @@ TEST_F(LogError, TellsWhyAFileIsRefused) {
   EXPECT_NE(log_.error(), NOT_OPEN);
 }
 
-TEST_F(LogError, TellsOfDamage) {
+TEST_F(LogError, ReportsDamage) {
   record();
   execute("UPDATE snapshot SET samples = zeroblob(9)");
   ASSERT_EQ(log_.open(path_, {}), 0);

@@ -65,7 +65,7 @@ bool verify(sqlite3* db, std::string& error) {
     return false;
   }
   if (application != APPLICATION_ID) {
-    error = "it is no trend database";
+    error = "it is not a trend database";
     return false;
   }
   if (version != FORMAT_VERSION) {

@@ -120,7 +120,7 @@ TEST(ReadOnlyFile, IsNamedAsWhatALoadCannotWrite) {
   const ProcessResult result =
       run_process(load, "Date,Time,a:Value\n2020-01-01,00:00,1\n", {}, drop_privileges);
   EXPECT_EQ(result.exit_status, 1);
-  EXPECT_EQ(result.err, "trendload: " + db + ": it can't be written\n");
+  EXPECT_EQ(result.err, "trendload: " + db + ": it is not writable\n");
   EXPECT_EQ(list_folder(folder.path()), files);
 }
 
