@@ -356,7 +356,7 @@ TEST_F(GetLeaves, SendsOneRequestForAllPaths) {
   EXPECT_EQ(request, "*3\r\n$4\r\nMGET\r\n$1\r\na\r\n$3\r\nb/c\r\n");
 }
 
-TEST_F(GetLeaves, SucceedsOnNoPathsWithoutARequest) {
+TEST_F(GetLeaves, SendsNoRequestForNoPaths) {
   std::string request = "none yet";
   Leaves leaves;
   {

@@ -107,7 +107,7 @@ TEST_F(Log, ReturnsTheCatalogue) {
   EXPECT_TRUE(params.empty());
 }
 
-TEST_F(Log, ReturnsNothingWithoutIntervals) {
+TEST_F(Log, SucceedsWithoutIntervals) {
   CRecorder recorder;
   ASSERT_EQ(recorder.open(path_), 0);
   ASSERT_EQ(recorder.begin(), 0);
