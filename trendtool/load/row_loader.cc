@@ -42,7 +42,7 @@ std::string RowLoader::find_slots() {
   for (const ValueColumn& column : layout_.columns) {
     const CParamProperties& param = params_[column.param];
     if (!(param.*toolkit::trend::STATISTICS[column.statistic].flag)) {
-      return "parameter " + quote(param.path) + " is recorded without " +
+      return "parameter " + quote(param.path) + " exists in the database without " +
              COLUMN_SUFFIXES[column.statistic];
     }
     slots_.push_back(toolkit::trend::get_slot(param, column.statistic));
@@ -61,7 +61,7 @@ std::string RowLoader::load(std::string_view line) {
   const std::vector<std::string_view> fields = split_fields(line);
   const std::size_t wanted = layout_.fixed_fields() + layout_.columns.size();
   if (fields.size() != wanted) {
-    return std::to_string(fields.size()) + " fields where the header has " + std::to_string(wanted);
+    return std::to_string(fields.size()) + " fields, but the header has " + std::to_string(wanted);
   }
   std::time_t time = 0;
   if (std::string wrong = clock_.convert(join_time(fields), time); !wrong.empty()) return wrong;
