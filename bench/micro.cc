@@ -12,13 +12,14 @@
 #include "libtrend/recorder.h"
 #include "output/row.h"
 #include "text/calendar.h"
+#include "text/number.h"
 #include "text/time_text.h"
 
 namespace {
 
 namespace tt = toolkit::trend;
 
-/// Values of one kind, to be printed one after another.
+/// 1,000 values of one kind: 0 with one decimal place, 1 with all digits, 2 large counts.
 std::vector<double> values(int kind) {
   std::vector<double> values;
   for (int i = 0; i < 1000; ++i) {
@@ -30,30 +31,56 @@ std::vector<double> values(int kind) {
   return values;
 }
 
-void print_values(benchmark::State& state) {
-  DumpContext context;
-  context.out = std::fopen("/dev/null", "w");
+void format_numbers(benchmark::State& state) {
   const std::vector<double> numbers = values(static_cast<int>(state.range(0)));
-  for (auto _ : state) {
-    for (const double number : numbers) print_value(context, number);
-  }
-  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(numbers.size()));
-}
-BENCHMARK(print_values)->ArgName("tenths_full_counts")->Arg(0)->Arg(1)->Arg(2);
-
-void print_with_library(benchmark::State& state) {
-  std::FILE* out = std::fopen("/dev/null", "w");
-  const std::vector<double> numbers = values(static_cast<int>(state.range(0)));
+  std::array<char, MAX_VALUE_TEXT> text;
   for (auto _ : state) {
     for (const double number : numbers) {
-      const int digits = number == 0 ? 0 : static_cast<int>(std::log10(std::fabs(number))) + 1;
-      std::fprintf(out, "%.*G", digits > 6 ? digits : 6, number);
+      benchmark::DoNotOptimize(format_value(number, text.data()));
+      benchmark::ClobberMemory();
     }
   }
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(numbers.size()));
-  std::fclose(out);
 }
-BENCHMARK(print_with_library)->ArgName("tenths_full_counts")->Arg(0)->Arg(1)->Arg(2);
+BENCHMARK(format_numbers)->ArgName("tenths_full_counts")->Arg(0)->Arg(1)->Arg(2);
+
+void format_numbers_with_library(benchmark::State& state) {
+  const std::vector<double> numbers = values(static_cast<int>(state.range(0)));
+  std::array<char, MAX_VALUE_TEXT + 1> text;
+  for (auto _ : state) {
+    for (const double number : numbers) {
+      const int digits = number == 0 ? 0 : static_cast<int>(std::log10(std::fabs(number))) + 1;
+      std::snprintf(text.data(), text.size(), "%.*G", digits > 6 ? digits : 6, number);
+      benchmark::ClobberMemory();
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(numbers.size()));
+}
+BENCHMARK(format_numbers_with_library)->ArgName("tenths_full_counts")->Arg(0)->Arg(1)->Arg(2);
+
+/// Prints rows of minimum, maximum and average of so many parameters, five minutes apart.
+void print_rows(benchmark::State& state) {
+  DumpContext context;
+  context.out = std::fopen("/dev/null", "w");
+  DumpOptions options;
+  options.output_date_format = "%F";
+  options.output_time_format = "%R";
+  const auto params = static_cast<std::size_t>(state.range(0));
+  const std::vector<double> numbers = values(1);
+  tt::CSnapshot row;
+  row.timestamp = 1'300'000'000;
+  for (std::size_t i = 0; i < params; ++i) {
+    context.device_params.params.push_back({.has_min = true, .has_max = true, .has_avg = true});
+    row.samples.push_back(
+        {.min = numbers[3 * i], .max = numbers[3 * i + 1], .avg = numbers[3 * i + 2]});
+  }
+  for (auto _ : state) {
+    row.timestamp += 300;
+    print_row(context, options, row);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(print_rows)->ArgName("params")->Arg(1)->Arg(20);
 
 void format_date_and_time(benchmark::State& state) {
   const std::string date = "%F";
@@ -70,7 +97,7 @@ void format_date_and_time(benchmark::State& state) {
 }
 BENCHMARK(format_date_and_time);
 
-void format_with_library(benchmark::State& state) {
+void format_date_and_time_with_library(benchmark::State& state) {
   std::array<char, 128> text;
   std::time_t time = 1'300'000'000;
   for (auto _ : state) {
@@ -81,7 +108,7 @@ void format_with_library(benchmark::State& state) {
     benchmark::DoNotOptimize(std::strftime(text.data(), text.size(), "%R", &fields));
   }
 }
-BENCHMARK(format_with_library);
+BENCHMARK(format_date_and_time_with_library);
 
 /// Queries for chunks of so many rows of 20 parameters.
 void query(benchmark::State& state) {

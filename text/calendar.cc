@@ -18,8 +18,13 @@ std::tm ask_library(std::time_t time, bool use_utc) {
   return fields;
 }
 
-bool has_same_offset(const std::tm& a, const std::tm& b) {
-  return a.tm_gmtoff == b.tm_gmtoff && a.tm_isdst == b.tm_isdst && a.tm_zone == b.tm_zone;
+/// Whether `fields` show this time of day, on the date and with the offset from UTC that `day`
+/// shows.
+bool is_on_day(const std::tm& fields, const std::tm& day, int hour, int minute, int second) {
+  return fields.tm_hour == hour && fields.tm_min == minute && fields.tm_sec == second &&
+         fields.tm_yday == day.tm_yday && fields.tm_year == day.tm_year &&
+         fields.tm_gmtoff == day.tm_gmtoff && fields.tm_isdst == day.tm_isdst &&
+         fields.tm_zone == day.tm_zone;
 }
 
 }  // namespace
@@ -31,18 +36,20 @@ Calendar::Calendar() {
 
 std::tm Calendar::fields_at(std::time_t time, bool use_utc) {
   const bool is_kept =
-      day_ != Day::NONE && use_utc == use_utc_ && time >= begin_ && time - begin_ < DAY_LENGTH;
-  if (is_kept && day_ == Day::BEGIN) {
-    // The second time on this day, so that more may follow. A day that has the same offset at both
-    // its ends has it throughout: no zone of the time zone database changes twice within three
-    // days. One that is spelled out with its rules might.
-    const bool is_even = (use_utc || !has_spelled_out_zone_) &&
-                         has_same_offset(fields_, ask_library(begin_, use_utc)) &&
-                         has_same_offset(fields_, ask_library(begin_ + DAY_LENGTH - 1, use_utc));
+      day_ != Day::NONE && use_utc == use_utc_ && time >= start_ && time - start_ < DAY_LENGTH;
+  if (is_kept && day_ == Day::STARTED) {
+    // The second time on this day, so more may follow. Its first second has to show 00:00:00 and
+    // its 86,400th 23:59:59, with the same offset. Then there is no leap second before its end, and
+    // no change of the offset: no zone of the time zone database changes it twice in one day. A
+    // zone that is given by its rules might.
+    const bool is_even =
+        (use_utc || !has_spelled_out_zone_) &&
+        is_on_day(ask_library(start_, use_utc), fields_, 0, 0, 0) &&
+        is_on_day(ask_library(start_ + DAY_LENGTH - 1, use_utc), fields_, 23, 59, 59);
     day_ = is_even ? Day::EVEN : Day::NONE;
   }
   if (is_kept && day_ == Day::EVEN) {
-    const auto seconds = static_cast<int>(time - begin_);
+    const auto seconds = static_cast<int>(time - start_);
     std::tm fields = fields_;
     fields.tm_hour = seconds / 3600;
     fields.tm_min = seconds / 60 % 60;
@@ -51,9 +58,9 @@ std::tm Calendar::fields_at(std::time_t time, bool use_utc) {
   }
   const std::tm fields = ask_library(time, use_utc);
   constexpr std::time_t LATEST = std::numeric_limits<std::time_t>::max() - DAY_LENGTH;
-  day_ = time >= DAY_LENGTH && time <= LATEST ? Day::BEGIN : Day::NONE;
+  day_ = time >= DAY_LENGTH && time <= LATEST ? Day::STARTED : Day::NONE;
   const int time_of_day = 3600 * fields.tm_hour + 60 * fields.tm_min + fields.tm_sec;
-  begin_ = day_ == Day::NONE ? 0 : time - time_of_day;
+  start_ = day_ == Day::NONE ? 0 : time - time_of_day;
   fields_ = fields;
   use_utc_ = use_utc;
   return fields;

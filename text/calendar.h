@@ -3,26 +3,27 @@
 
 #include <ctime>
 
-/// Breaks times down into calendar fields. The process's time zone must stay the same for as long
-/// as a calendar is in use.
+/// Converts times to calendar fields. The time zone of the process must not change while a calendar
+/// is in use.
 ///
-/// Rows that follow one another often lie on the same day. A calendar keeps the day of the last
-/// ones, so that the time of day is all that is left to work out.
+/// Rows that follow one another are often on the same day. A calendar keeps the date of the last
+/// row, so that only the time of day is to be calculated.
 class Calendar {
  public:
   Calendar();
 
-  /// The fields of `time`, in seconds since the epoch, as gmtime_r gives them for `use_utc`, and
-  /// otherwise localtime_r.
+  /// Returns the fields of `time`, which is in seconds since the epoch: those of gmtime_r with
+  /// `use_utc`, and those of localtime_r without.
   [[nodiscard]] std::tm fields_at(std::time_t time, bool use_utc);
 
  private:
-  /// How much is known of the day that is kept.
-  enum class Day { NONE, BEGIN, EVEN };
+  /// What is known of the day that is kept: no day is, one time on it was asked for, or the day is
+  /// known to have 86,400 seconds and one offset from UTC.
+  enum class Day { NONE, STARTED, EVEN };
 
   bool has_spelled_out_zone_;
-  std::time_t begin_ = 0;  ///< when the day began
+  std::time_t start_ = 0;  ///< the first second of the day
   std::tm fields_ = {};    ///< of a time on the day
-  bool use_utc_ = false;   ///< what they were asked for
-  Day day_ = Day::NONE;    ///< EVEN where all of it has the same offset from UTC
+  bool use_utc_ = false;   ///< whether these are fields in UTC
+  Day day_ = Day::NONE;    ///< of the day that starts at `start_`
 };

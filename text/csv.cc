@@ -22,15 +22,17 @@ bool prints_as(double value, std::string_view text) {
   return std::string_view(printed.data(), static_cast<std::size_t>(end - printed.data())) == text;
 }
 
-/// A number that prints as `text`, where the nearest one, `value`, does not; else `value`.
+/// Returns a number that prints as `text`. `value` is the number nearest to `text`, but does not
+/// always print as it. If no number is found that does, returns `value`.
 double find_printed(double value, std::string_view text) {
   if (prints_as(value, text)) return value;
-  // Just below a power of ten from a million on, a value prints as that power in exponent form,
-  // which the power itself does not. Half a unit less is such a value.
+  // Just below a power of ten, from a million on, a value prints as that power in exponent form.
+  // The power itself does not print in this form, but the power less a half does.
   const double below = value - std::copysign(0.5, value);
   if (prints_as(below, text)) return below;
-  // A few steps further from zero the number of digits may be another: about 1E+14, where the
-  // logarithm rounds up before the number does, and among the coarse numbers next to zero.
+  // A number a few steps further from zero may have another number of digits. This is so near
+  // 1E+14, where the logarithm is rounded up before the number is, and for the numbers closest to
+  // zero, which have few digits.
   constexpr int STEPS = 4;
   double further = value;
   for (int i = 0; i < STEPS; ++i) {

@@ -7,8 +7,9 @@
 #include <string>
 #include <string_view>
 
-/// The lines of an open file, which is borrowed. They come without their ends, "\n" or "\r\n", and
-/// stay valid until the next call.
+/// Reads the lines of an open file, which must stay open for as long as the reader is used and is
+/// not closed by it. Lines come without the "\n" or "\r\n" at their end. A line is valid until the
+/// next call.
 class LineReader {
  public:
   explicit LineReader(std::FILE* file) : file_(file) {}
@@ -16,15 +17,16 @@ class LineReader {
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
 
-  /// Gives the next line; false at the end of the file and on failure.
+  /// Sets `line` to the next line. Returns false at the end of the file and on failure.
   [[nodiscard]] bool next(std::string_view& line);
 
-  /// Gives the line behind those looked at before, and keeps it for `next`; false likewise.
+  /// Sets `line` to the first line that was not read yet, and keeps it for `next`. Returns false at
+  /// the end of the file and on failure.
   [[nodiscard]] bool look_ahead(std::string_view& line);
 
-  /// Whether it was a failure that ended the lines.
+  /// Returns whether reading failed. To be called after `next` or `look_ahead` returned false.
   [[nodiscard]] bool has_failed() const { return std::feof(file_) == 0; }
-  /// The number of the line that `next` gave last, counted from 1.
+  /// Returns the number of the line that `next` returned last. The first line has the number 1.
   [[nodiscard]] std::size_t number() const { return number_; }
 
  private:

@@ -32,7 +32,7 @@ TEST(FormatValue, WritesInfinityInCapitals) {
   EXPECT_EQ(formatted(-INFINITE), "-INF");
 }
 
-TEST(FormatValue, WritesNoMoreThanANameForWhatIsNotANumber) {
+TEST(FormatValue, WritesNanInCapitals) {
   EXPECT_EQ(formatted(std::bit_cast<double>(std::uint64_t{0x7FF8000000000000})), "NAN");
   EXPECT_EQ(formatted(std::bit_cast<double>(std::uint64_t{0xFFF8000000000000})), "-NAN");
 }
@@ -107,9 +107,11 @@ TEST(FormatValue, EqualsPrintfForWholeNumbers) { expect_reference_for(Samples::W
 TEST(FormatValue, EqualsPrintfForHalves) { expect_reference_for(Samples::HALF); }
 TEST(FormatValue, EqualsPrintfForBinaryFractions) { expect_reference_for(Samples::DYADIC); }
 TEST(FormatValue, EqualsPrintfNextToTies) { expect_reference_for(Samples::SIX_DIGIT_TIE); }
-TEST(FormatValue, EqualsPrintfAroundRandomSwitches) { expect_reference_for(Samples::NEAR_SWITCH); }
+TEST(FormatValue, EqualsPrintfAroundRandomChangesOfPrecision) {
+  expect_reference_for(Samples::NEAR_SWITCH);
+}
 TEST(FormatValue, EqualsPrintfWhereItRoundsUp) { expect_reference_for(Samples::NEAR_ROUNDING_UP); }
-TEST(FormatValue, EqualsPrintfAroundTheSeams) { expect_reference_for(Samples::NEAR_SEAM); }
+TEST(FormatValue, EqualsPrintfNearPowersOfTen) { expect_reference_for(Samples::NEAR_SEAM); }
 TEST(FormatValue, EqualsPrintfForSubnormals) { expect_reference_for(Samples::SUBNORMAL); }
 
 TEST(FormatValue, EqualsPrintfWithin64DoublesOfEveryPowerOfTen) {
@@ -122,7 +124,7 @@ TEST(FormatValue, EqualsPrintfWithin64DoublesOfEveryPowerOfTen) {
   }
 }
 
-TEST(FormatValue, EqualsPrintfOnBothSidesOfEverySwitchOfPrecision) {
+TEST(FormatValue, EqualsPrintfAroundEveryChangeOfPrecision) {
   for (int exponent = 5; exponent <= 308; ++exponent) {
     const double first = switch_of_precision(exponent);
     ASSERT_EQ(static_cast<int>(std::log10(first)), exponent);

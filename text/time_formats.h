@@ -1,10 +1,10 @@
-// The formats of dates and times where the user does not choose others.
+// The formats of dates and times that are used if the user gives no others.
 #pragma once
 
 #include <string>
 
-/// For strptime: a date and a time of day, separated by a blank, as the two formats below print
-/// them.
+/// For strptime: a date and a time of day as the two formats below print them, separated by a
+/// blank.
 extern const std::string DEFAULT_INPUT_TIME_FORMAT;
 /// For strftime.
 extern const std::string DEFAULT_OUTPUT_DATE_FORMAT;

@@ -5,7 +5,7 @@
 
 namespace {
 
-/// The numbers from 0 to 99 in two digits each.
+/// The numbers from 0 to 99, each with two digits.
 constexpr auto TWO_DIGITS = [] {
   std::array<char, 200> digits{};
   for (std::size_t i = 0; i < 100; ++i) {
@@ -39,7 +39,8 @@ char* write_hour_and_minute(const std::tm& fields, char* text) {
   return write_two_digits(fields.tm_min, text + 1);
 }
 
-/// Writes one field of the time as strftime does, with digits alone. Returns null for any other.
+/// Writes what strftime writes for "%" and `conversion`, if that consists of numbers. Returns the
+/// end of the text, or null for any other conversion.
 char* write_field(char conversion, const std::tm& fields, char* text) {
   switch (conversion) {
     case 'F':
@@ -67,11 +68,13 @@ char* write_field(char conversion, const std::tm& fields, char* text) {
   }
 }
 
-/// Does what strftime does for formats of digits in short. Returns null where that is to be asked.
+/// Does what strftime does, but only for short formats whose conversions are all numbers. Returns
+/// the end of the text, or null for another format or a year that has not four digits.
 char* write_digits(const std::string& format, const std::tm& fields, char* text) {
-  // No conversion is shorter than a fifth of what it makes, so such a format always fits.
+  // A conversion has two characters, and its text has at most ten. So the text of a short format
+  // always fits.
   if (format.size() > MAX_TIME_TEXT / 6) return nullptr;
-  // How years of other lengths print depends on the conversion.
+  // Other years do not look the same in all conversions.
   if (fields.tm_year < 1000 - 1900 || fields.tm_year > 9999 - 1900) return nullptr;
   for (std::size_t i = 0; i < format.size(); ++i) {
     if (format[i] != '%') {

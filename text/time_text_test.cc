@@ -61,7 +61,7 @@ TEST(FormatTime, WritesYearsOfOtherLengthsLikeStrftime) {
   }
 }
 
-TEST(FormatTime, GivesNoTextWhereItWouldNotFit) {
+TEST(FormatTime, WritesNothingIfTheTextDoesNotFit) {
   const std::tm fields = utc(1000000000);
   for (std::size_t length = 0; length < 140; ++length) {
     const std::string text(length, 'x');

@@ -5,16 +5,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "cli/validate.h"
 
 namespace {
 
-/// What an option does with the value behind it; false, after a message, where that is bad.
+/// Stores the value that follows an option. Returns false, after a message, if the value is bad.
 using StoreValue = bool (*)(DumpOptions& options, const char* value);
 using SetFlag = void (*)(DumpOptions& options);
 
-/// One option; it has either a value or none.
+/// One option. `store_value` is null for an option without a value, `set_flag` for one with a
+/// value.
 struct Option {
   const char* name;
   StoreValue store_value;
@@ -32,25 +34,35 @@ bool append_param(DumpOptions& options, const char* value) {
   return true;
 }
 
-// Deliberate, for all numbers: leading digits count and what follows them is ignored, and text that
-// is no number is 0.
+// Deliberate, for all numbers: only the digits at the start count, what follows them is ignored,
+// and text that is not a number counts as 0.
 
-/// Reads a number from `value`; prints `message` with it and returns false where it is below
+/// The number at the start of `value`, or the nearest one that a long can hold.
+long to_long(const char* value) {
+  constexpr int DECIMAL = 10;
+  return std::strtol(value, nullptr, DECIMAL);
+}
+
+/// Reads a number from `value`. Returns false, after `message` with the number, where it is below
 /// `minimum`.
 bool read_long(const char* value, long minimum, const char* message, long& number) {
-  number = std::atol(value);
+  number = to_long(value);
   if (number >= minimum) return true;
   std::fprintf(stderr, message, number);
   return false;
 }
 
-/// The same for the sizes, which are ints.
+/// The same for the sizes, which are ints and at least 1. Deliberate: where a long is wider than an
+/// int, only its low 32 bits count.
 bool read_int(const char* value, const char* message, int& number) {
-  number = std::atoi(value);
+  number = static_cast<int>(to_long(value));
   if (number >= 1) return true;
   std::fprintf(stderr, message, number);
   return false;
 }
+
+// Deliberate: 0 is allowed for "-i", where it stands for the smallest interval, and for "-c", where
+// it stands for no chunks, but not for "-m" and "-o".
 
 bool append_interval(DumpOptions& options, const char* value) {
   long minutes = 0;
@@ -68,9 +80,11 @@ bool store_offset(DumpOptions& options, const char* value) {
 }
 
 bool store_chunk_size(DumpOptions& options, const char* value) {
+  constexpr unsigned long LARGEST = std::numeric_limits<std::uint32_t>::max();
   long size = 0;
   if (!read_long(value, 0, "Error: invalid chunk size: %ld\n", size)) return false;
-  options.chunk_size = static_cast<std::uint32_t>(size);
+  const unsigned long rows = std::min(static_cast<unsigned long>(size), LARGEST);
+  options.chunk_size = static_cast<std::uint32_t>(rows);
   return true;
 }
 
@@ -78,7 +92,7 @@ bool store_page_size(DumpOptions& options, const char* value) {
   return read_int(value, "Error: invalid page size: %d\n", options.page_size);
 }
 
-/// Deliberate: what does not fit into 32 bits is shifted out.
+/// Deliberate: the bits that do not fit into 32 are lost.
 std::int32_t to_bytes(int kilobytes) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(kilobytes) << 10);
 }

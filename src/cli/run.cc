@@ -28,6 +28,8 @@ int open_log(DumpContext& context, const DumpOptions& options) {
 }  // namespace
 
 int run_dump(DumpContext& context, const DumpOptions& options) {
+  // Deliberate: a run that fails does not close the log and the output. The context does that at
+  // its end.
   if (open_output(context, options) != 0) return 1;
   if (open_log(context, options) != 0) return 1;
   if (select_catalogue(context, options) != 0) return 1;
@@ -35,7 +37,7 @@ int run_dump(DumpContext& context, const DumpOptions& options) {
     std::fputs("The specified device has no trendable parameters [yet].\n", stderr);
   } else {
     if (print_header_row(context, options) != 0) return 1;
-    // Deliberate: the end of the data counts as a failure here, after all rows were written.
+    // Deliberate: reaching the end of the data counts as a failure, although all rows were written.
     if (dump_rows(context, options) != 0) return 1;
   }
   context.log.close();

@@ -1,5 +1,5 @@
-// The order of the stages, with stages put in place of the real ones. That also shows the run
-// where the selection succeeds and leaves no parameter.
+// The order of the stages of a run. The stages here replace the real ones, so that each can fail,
+// and so that a selection can succeed without any parameter.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -73,11 +73,11 @@ class RunStages : public testing::Test {
   std::string file_;
 };
 
-TEST_F(RunStages, FollowEachOther) {
+TEST_F(RunStages, RunInOrder) {
   expect_run(0, "", "header\ndata\n", {"open", "selection", "header", "data", "close", "release"});
 }
 
-TEST_F(RunStages, EndWithSuccessWhereNoParameterIsSelected) {
+TEST_F(RunStages, EndWithZeroIfNoParameterIsSelected) {
   stages.has_param = false;
   expect_run(0, "The specified device has no trendable parameters [yet].\n", "",
              {"open", "selection", "close", "release"});
@@ -91,7 +91,7 @@ TEST_F(RunStages, EndAtAFailedSelection) {
   }
 }
 
-TEST_F(RunStages, EndAtAFailedSelectionThatFoundNothing) {
+TEST_F(RunStages, EndAtAFailedSelectionWithoutParameters) {
   stages.selection_result = 1;
   stages.has_param = false;
   expect_run(1, "", "", {"open", "selection", "release"});
@@ -102,7 +102,7 @@ TEST_F(RunStages, EndAtAFailedHeader) {
   expect_run(1, "", "header\n", {"open", "selection", "header", "release"});
 }
 
-TEST_F(RunStages, EndWithOneForEveryOtherResultOfTheData) {
+TEST_F(RunStages, EndWithOneIfTheDataReturnsAnythingElse) {
   for (const int result : {1, -1, 5, 256}) {
     stages.data_result = result;
     trend_log_script().calls.clear();

@@ -54,7 +54,8 @@ class Run : public testing::Test {
     return capture([&] { return run(Names{"-x", "db", "-d", "dev", "-f", file_} + arguments); });
   }
 
-  /// Checks that a dump to the file fails with `err` and leaves `output`, and which calls it made.
+  /// Checks that a dump to the file fails with `err` on standard error, with `output` in the file,
+  /// and after these calls of the trend library.
   void expect_failure(const std::string& err, const std::string& output, const Names& calls,
                       const Names& arguments = {}) {
     write_file(file_, "old content");
@@ -72,12 +73,12 @@ class Run : public testing::Test {
   std::string file_;
 };
 
-TEST_F(Run, EndsWithOneWhereTheDataRunsOutAndDoesNotCloseTheLog) {
+TEST_F(Run, EndsWithOneAtTheEndOfTheData) {
   expect_failure("", std::string(HEADER) + ROWS,
                  CATALOGUE_CALLS + Names{"get_trend_data", "release"});
 }
 
-TEST_F(Run, EndsWithZeroWhereTheLimitIsReachedAndClosesTheLog) {
+TEST_F(Run, EndsWithZeroAtTheLimit) {
   const ProcessResult result = dump({"-m", "2"});
   EXPECT_EQ(result.exit_status, 0);
   EXPECT_EQ(result.out + result.err, "");
@@ -87,7 +88,7 @@ TEST_F(Run, EndsWithZeroWhereTheLimitIsReachedAndClosesTheLog) {
   EXPECT_EQ(trend_log_script().calls, CATALOGUE_CALLS + queries_and_end);
 }
 
-TEST_F(Run, EndsWithOneWhereFewerRowsThanTheLimitExist) {
+TEST_F(Run, EndsWithOneIfFewerRowsThanTheLimitExist) {
   expect_failure("", std::string(HEADER) + ROWS,
                  CATALOGUE_CALLS + Names{"get_trend_data", "get_trend_data", "release"},
                  {"-m", "4"});
@@ -118,7 +119,7 @@ TEST_F(Run, ClosesTheLogBeforeTheOutput) {
   trend_log_script().on_close = nullptr;
 }
 
-TEST_F(Run, LeavesLogAndOutputToTheEndOfTheContextOnFailure) {
+TEST_F(Run, ClosesNothingAfterAFailure) {
   DumpOptions options;
   options.db_path = "db";
   options.device = "dev";
@@ -138,7 +139,7 @@ TEST_F(Run, LeavesLogAndOutputToTheEndOfTheContextOnFailure) {
   trend_log_script().on_release = nullptr;
 }
 
-TEST_F(Run, OpensTheLogWithFixedSwitchesWhateverTheOptions) {
+TEST_F(Run, OpensTheLogInTheSameWayWithAllOptions) {
   dump();
   dump({"-J", "-a", "-r", "-n"});
   const OpenCall call = {"db", true, false, 40, false, 0, 0, 0, false};
@@ -152,13 +153,13 @@ TEST_F(Run, OpensTheLogWithTheSizesInBytes) {
   EXPECT_EQ(trend_log_script().opens, std::vector<OpenCall>{call});
 }
 
-TEST_F(Run, PassesOverflownSizesOnAsUnsignedNumbers) {
+TEST_F(Run, PassesSizesThatOverflowAsUnsignedNumbers) {
   dump({"-sc", "2097152", "-sl", "2147483647"});
   const OpenCall call = {"db", true, false, 40, false, 0, 2147483648U, 4294966272U, false};
   EXPECT_EQ(trend_log_script().opens, std::vector<OpenCall>{call});
 }
 
-TEST_F(Run, ReportsAnOutputFileThatCannotBeOpenedBeforeOpeningTheLog) {
+TEST_F(Run, OpensTheOutputBeforeTheLog) {
   const std::string path = folder_.file("no/such/folder.csv");
   const ProcessResult result = capture([&] { return run({"-x", "db", "-d", "dev", "-f", path}); });
   EXPECT_EQ(result.exit_status, 1);
@@ -167,14 +168,14 @@ TEST_F(Run, ReportsAnOutputFileThatCannotBeOpenedBeforeOpeningTheLog) {
   EXPECT_EQ(trend_log_script().calls, Names());
 }
 
-TEST_F(Run, ReportsALogThatCannotBeOpenedAfterEmptyingTheFile) {
+TEST_F(Run, EmptiesTheFileBeforeTheLogFailsToOpen) {
   for (const int status : {-1, 1, 14}) {
     trend_log_script().open_statuses = {{1, status}};
     expect_failure("Error opening trend db: 'db'\n", "", {"open"});
   }
 }
 
-TEST_F(Run, StopsAtEveryFailedCatalogueCallWithTheFileEmptied) {
+TEST_F(Run, StopsAtEveryFailedCatalogueCall) {
   trend_log_script().devices_statuses = {{1, -1}};
   expect_failure("Error: can't fetch device list\n", "", {"open", "get_devices", "release"});
   trend_log_script().devices_statuses.clear();
@@ -186,7 +187,7 @@ TEST_F(Run, StopsAtEveryFailedCatalogueCallWithTheFileEmptied) {
   expect_failure("Error: can't fetch period list\n", "", CATALOGUE_CALLS + Names{"release"});
 }
 
-TEST_F(Run, StopsAtNamesThatAreNotTrendedWithTheFileEmptied) {
+TEST_F(Run, StopsAtNamesThatAreNotTrended) {
   expect_failure("Error: device 'fan' is not trended\n", "", {"open", "get_devices", "release"},
                  {"-d", "fan"});
   expect_failure("Error: parameter 'z' on device 'dev'  is not trended\n", "",
@@ -198,13 +199,13 @@ TEST_F(Run, StopsAtNamesThatAreNotTrendedWithTheFileEmptied) {
                  {"open", "get_devices", "get_params", "release"});
 }
 
-TEST_F(Run, KeepsTheHeaderWhereTheFirstQueryFails) {
+TEST_F(Run, KeepsTheHeaderIfTheFirstQueryFails) {
   trend_log_script().query_statuses = {{1, -1}};
   expect_failure("Error: couldn't fetch chunk\n", HEADER,
                  CATALOGUE_CALLS + Names{"get_trend_data", "release"});
 }
 
-TEST_F(Run, KeepsTheRowsOfEarlierChunksWhereALaterQueryFails) {
+TEST_F(Run, KeepsTheRowsBeforeAFailedQuery) {
   trend_log_script().query_statuses = {{2, -1}};
   expect_failure("Error: couldn't fetch chunk\n",
                  std::string(HEADER) + "1970-01-01,00:03,3,30\n1970-01-01,00:02,2,20\n",
@@ -212,12 +213,12 @@ TEST_F(Run, KeepsTheRowsOfEarlierChunksWhereALaterQueryFails) {
                  {"-c", "2"});
 }
 
-TEST_F(Run, EndsWithOneForAPositiveResultOfTheRetrieval) {
+TEST_F(Run, EndsWithOneIfTheDataReturnsAPositiveNumber) {
   trend_log_script().query_statuses = {{1, 5}};
   expect_failure("", HEADER, CATALOGUE_CALLS + Names{"get_trend_data", "release"}, {"-m", "2"});
 }
 
-TEST_F(Run, DumpsOnWithPathsWhereDisplayNamesCannotBeHad) {
+TEST_F(Run, UsesPathsIfDisplayNamesCannotBeRead) {
   cds_script().is_reachable = false;
   expect_failure("Error: can't connect to CDS\n", std::string(HEADER) + ROWS,
                  CATALOGUE_CALLS + Names{"get_trend_data", "release"}, {"-n"});
@@ -229,7 +230,7 @@ TEST_F(Run, UsesDisplayNames) {
                  CATALOGUE_CALLS + Names{"get_trend_data", "release"}, {"-n"});
 }
 
-TEST_F(Run, LeavesTheCdsAloneWithoutAHeader) {
+TEST_F(Run, DoesNotAskTheCdsWithoutAHeader) {
   expect_failure("", ROWS, CATALOGUE_CALLS + Names{"get_trend_data", "release"}, {"-n", "-nh"});
   EXPECT_EQ(cds_script().calls, Names());
 }
@@ -264,7 +265,7 @@ TEST_F(Run, WritesPercentages) {
 TEST_F(Run, WritesToStandardOutputAndClosesIt) {
   const ProcessResult result = run_in_child([] {
     const int status = run({"-x", "db", "-d", "dev", "-m", "3"});
-    // Closed by now, so this goes nowhere.
+    // Standard output is closed by now, so nothing can be written to it.
     return write(1, "x", 1) < 0 ? status : 99;
   });
   EXPECT_EQ(result.exit_status, 0);
@@ -272,14 +273,14 @@ TEST_F(Run, WritesToStandardOutputAndClosesIt) {
   EXPECT_EQ(result.err, "");
 }
 
-TEST_F(Run, WritesToStandardOutputWhereTheDataRunsOut) {
+TEST_F(Run, WritesToStandardOutputUpToTheEndOfTheData) {
   const ProcessResult result = run_in_child([] { return run({"-x", "db", "-d", "dev"}); });
   EXPECT_EQ(result.exit_status, 1);
   EXPECT_EQ(result.out, std::string(HEADER) + ROWS);
   EXPECT_EQ(result.err, "");
 }
 
-TEST_F(Run, PrintsTheUsageTextForARejectedLine) {
+TEST_F(Run, PrintsTheUsageTextForABadCommandLine) {
   ProcessResult result = capture([] { return run({}); });
   EXPECT_EQ(result.exit_status, 1);
   EXPECT_EQ(result.err, "Error: must supply a database name\n");
@@ -302,7 +303,7 @@ TEST_F(Run, PrintsTheUsageTextForARejectedLine) {
   EXPECT_EQ(trend_log_script().calls, Names());
 }
 
-TEST_F(Run, LeavesTheOutputFileAloneForARejectedLine) {
+TEST_F(Run, DoesNotOpenTheOutputForABadCommandLine) {
   write_file(file_, "old content");
   EXPECT_EQ(dump({"-s", "never"}).exit_status, 1);
   EXPECT_EQ(read_file(file_), "old content");
@@ -319,13 +320,13 @@ TEST_F(Run, PrintsTheVersionAndRunsNothing) {
   EXPECT_EQ(trend_log_script().calls, Names());
 }
 
-TEST_F(Run, PrintsTheUsageTextForABadOptionBeforeTheVersion) {
+TEST_F(Run, PrintsTheUsageTextIfABadOptionComesBeforeV) {
   const ProcessResult result = capture([] { return run({"word", "-v"}); });
   EXPECT_EQ(result.exit_status, 1);
   EXPECT_EQ(result.out, expected_usage("bin/trendcsv", "512"));
 }
 
-TEST(DumpContextTest, BeginsEmpty) {
+TEST(DumpContextTest, StartsEmpty) {
   const DumpContext context;
   EXPECT_EQ(context.range_start, 0);
   EXPECT_EQ(context.range_end, 0);

@@ -6,7 +6,7 @@
 #include "text/time_formats.h"
 
 void print_usage(const DumpOptions& options, const char* program) {
-  // Deliberate: no "-r", and no closing bracket behind "<heap_limit".
+  // Deliberate: "-r" is missing here, and so is the closing bracket of "<heap_limit".
   std::printf(
       "Usage: %s -x <db> -d <device> [-p <param> [-p <param> [...]]] [-i <interval> [-i "
       "<interval> [...]]] [-s <start_time>] [-e <end_time>] [-m <max_size>] [-o <offset>] "
@@ -38,7 +38,8 @@ void print_usage(const DumpOptions& options, const char* program) {
       "\t    (see '-t' for format).");
   std::puts("\t-m: Dump at most <max_size> records from the trend log.");
   std::puts("\t-o: Skip <offset> records in the return set.");
-  // Deliberate: the size in force here, while the formats below are always the defaults.
+  // Deliberate: this shows the size that was read from the command line, if there was one. The
+  // formats below are always the defaults.
   std::printf("\t-c: Fetch & display trend entries in chunks of <size> (default = %zu).\n",
               std::size_t{options.chunk_size});
   std::puts("\t-f: Write results to <file>.  By default, results are output to stdout.");

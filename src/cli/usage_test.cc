@@ -20,11 +20,11 @@ TEST(PrintUsage, PrintsTheWholeTextByteForByte) {
   EXPECT_EQ(printed_usage({}, "trendcsv"), expected_usage("trendcsv", "512"));
 }
 
-TEST(PrintUsage, NamesTheProgramAsItWasInvoked) {
+TEST(PrintUsage, NamesTheProgramAsTyped) {
   EXPECT_EQ(printed_usage({}, "../bin/100%s"), expected_usage("../bin/100%s", "512"));
 }
 
-TEST(PrintUsage, ShowsTheChunkSizeInForce) {
+TEST(PrintUsage, ShowsTheChunkSizeThatWasTyped) {
   DumpOptions options;
   options.chunk_size = 100;
   EXPECT_EQ(printed_usage(options, "t"), expected_usage("t", "100"));
@@ -34,7 +34,7 @@ TEST(PrintUsage, ShowsTheChunkSizeInForce) {
   EXPECT_EQ(printed_usage(options, "t"), expected_usage("t", "4294967295"));
 }
 
-TEST(PrintUsage, ShowsTheDefaultFormatsWhateverFormatsAreInForce) {
+TEST(PrintUsage, AlwaysShowsTheDefaultFormats) {
   DumpOptions options;
   options.input_time_format = "%s";
   options.output_date_format = "%x";
@@ -42,7 +42,7 @@ TEST(PrintUsage, ShowsTheDefaultFormatsWhateverFormatsAreInForce) {
   EXPECT_EQ(printed_usage(options, "trendcsv"), expected_usage("trendcsv", "512"));
 }
 
-TEST(PrintUsage, LeavesReverseOutOfTheSynopsisButExplainsIt) {
+TEST(PrintUsage, ExplainsReverseButNotInTheFirstLine) {
   const std::string text = printed_usage({}, "trendcsv");
   const std::string synopsis = text.substr(0, text.find('\n'));
   EXPECT_EQ(synopsis.find("-r"), std::string::npos);

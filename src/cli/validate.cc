@@ -10,7 +10,8 @@
 namespace {
 
 /// Moves the distinct values of a sorted list to its front with `move_forward(to, from)`.
-/// Deliberate: the list keeps its length, and what the moves leave in its tail is selected too.
+/// Deliberate: the list keeps its length, and duplicates stay at its end. So a name given twice is
+/// dumped twice.
 template <typename T, typename MoveForward>
 void collect_distinct(std::vector<T>& list, const MoveForward& move_forward) {
   std::size_t last = 0;
@@ -19,8 +20,8 @@ void collect_distinct(std::vector<T>& list, const MoveForward& move_forward) {
   }
 }
 
-/// Converts `text`, given for the `which` ("start" or "end") time. Returns 0, also for no text, or
-/// -1 after a message.
+/// Converts `text` to `time`, in seconds since the epoch. `which` is "start" or "end", for the
+/// messages. If `text` is empty, `time` stays as it is. Returns 0, or -1 after a message.
 int convert_time(const char* which, const std::string& text, const DumpOptions& options,
                  long& time) {
   if (text.empty()) return 0;
@@ -31,7 +32,8 @@ int convert_time(const char* which, const std::string& text, const DumpOptions& 
     return -1;
   }
   time = to_epoch(fields, options.use_utc);
-  // Deliberate: the second before the epoch is refused as well.
+  // Deliberate: -1 means that the conversion failed. It is also the time one second before the
+  // epoch, which is refused for that reason.
   if (time == -1) {
     std::fprintf(stderr, "Error: can't convert %s time\n", which);
     return -1;

@@ -3,7 +3,7 @@
 
 #include "trendlog/dump_options.h"
 
-/// Checks the required options, puts the lists of parameters and intervals in order, fills in
-/// default formats and converts the start and end time. Returns 0, or -1 after a message on
-/// standard error.
+/// Checks that the required options are there, sorts the lists of parameters and intervals, sets
+/// the default formats, and converts the start and the end time. Changes `options` accordingly.
+/// Returns 0, or -1 after a message on standard error; what was changed before stays changed.
 [[nodiscard]] int validate_options(DumpOptions& options);

@@ -55,7 +55,7 @@ Numbers validated(const Numbers& intervals) {
   return options.intervals;
 }
 
-/// The start time that `text` under `format` stands for.
+/// The start time that `text` is converted to with `format`.
 long start_time(const std::string& text, const std::string& format = "", bool use_utc = false) {
   DumpOptions options = make_options();
   options.start_text = text;
@@ -84,7 +84,7 @@ TEST(ValidateOptions, SortsParametersByTheirBytes) {
             (Names{"B", "a", "a/z", "b", "\xC3\xA4"}));
 }
 
-TEST(ValidateOptions, KeepsTheSurplusCopiesOfParameters) {
+TEST(ValidateOptions, KeepsDuplicateParametersAtTheEnd) {
   EXPECT_EQ(validated(Names{"b", "a", "b"}), (Names{"a", "b", "b"}));
   EXPECT_EQ(validated(Names{"a", "a", "b"}), (Names{"a", "b", "a"}));
   EXPECT_EQ(validated(Names{"a", "a", "a"}), (Names{"a", "a", "a"}));
@@ -98,7 +98,7 @@ TEST(ValidateOptions, SortsIntervalsByNumber) {
   EXPECT_EQ(validated(Numbers{1440, 60, 5}), (Numbers{5, 60, 1440}));
 }
 
-TEST(ValidateOptions, KeepsWhatCompactionLeavesBehindTheIntervals) {
+TEST(ValidateOptions, KeepsDuplicateIntervalsAtTheEnd) {
   EXPECT_EQ(validated(Numbers{300, 3600, 300}), (Numbers{300, 3600, 3600}));
   EXPECT_EQ(validated(Numbers{5, 5, 5, 60}), (Numbers{5, 60, 5, 60}));
   EXPECT_EQ(validated(Numbers{5, 60, 60}), (Numbers{5, 60, 60}));
@@ -131,12 +131,12 @@ TEST(ValidateOptions, ConvertsTimesInTheLocalZone) {
   EXPECT_EQ(start_time("2024-01-01 05:30"), NEW_YEAR);
 }
 
-TEST(ValidateOptions, ConvertsTimesInUtcWhereAsked) {
+TEST(ValidateOptions, ConvertsTimesInUtc) {
   const TimeZone zone(TimeZone::INDIA);
   EXPECT_EQ(start_time("2024-01-01 00:00", "", true), NEW_YEAR);
 }
 
-TEST(ValidateOptions, FindsOutWhetherDaylightSavingApplies) {
+TEST(ValidateOptions, FindsOutIfDaylightSavingApplies) {
   const TimeZone zone(TimeZone::CENTRAL_EUROPE);
   EXPECT_EQ(start_time("2024-01-01 01:00"), NEW_YEAR);
   EXPECT_EQ(start_time("2024-03-31 01:59"), SPRING - 60);
@@ -145,18 +145,18 @@ TEST(ValidateOptions, FindsOutWhetherDaylightSavingApplies) {
   EXPECT_EQ(start_time("2024-10-27 03:00"), AUTUMN + HOUR);
 }
 
-TEST(ValidateOptions, LetsTheFormatSayWhetherDaylightSavingApplies) {
+TEST(ValidateOptions, LetsTheFormatSayIfDaylightSavingApplies) {
   const TimeZone zone(TimeZone::CENTRAL_EUROPE);
   // The same local time, before and after the clocks go back.
   EXPECT_EQ(start_time(std::to_string(AUTUMN - 60), "%s"), AUTUMN - 60);
   EXPECT_EQ(start_time(std::to_string(AUTUMN + HOUR - 60), "%s"), AUTUMN + HOUR - 60);
 }
 
-TEST(ValidateOptions, TakesTimesWithSecondsUnderAFormatThatHasThem) {
+TEST(ValidateOptions, AcceptsSecondsIfTheFormatHasThem) {
   EXPECT_EQ(start_time("01.01.2024 00:00:07", "%d.%m.%Y %T", true), NEW_YEAR + 7);
 }
 
-TEST(ValidateOptions, TakesTimesBeforeTheEpoch) {
+TEST(ValidateOptions, AcceptsTimesBeforeTheEpoch) {
   EXPECT_EQ(start_time("1969-12-31 00:00", "", true), -86400);
 }
 
@@ -169,7 +169,7 @@ TEST(ValidateOptions, ConvertsTheEndAlone) {
   EXPECT_EQ(options.end_time, NEW_YEAR);
 }
 
-TEST(ValidateOptions, TakesAStartBehindTheEnd) {
+TEST(ValidateOptions, AcceptsAStartAfterTheEnd) {
   DumpOptions options = make_options();
   options.use_utc = true;
   options.start_text = "2024-01-01 01:00";
@@ -196,7 +196,7 @@ TEST(ValidateOptions, RefusesTimesThatDoNotMatchTheFormat) {
   }
 }
 
-TEST(ValidateOptions, NamesTheFormatInForceWhereATimeDoesNotMatch) {
+TEST(ValidateOptions, NamesTheFormatThatATimeDoesNotMatch) {
   DumpOptions options = make_options();
   options.input_time_format = "%d.%m.%Y";
   options.start_text = "2024-01-01 00:00";
@@ -227,7 +227,7 @@ TEST(ValidateOptions, RefusesTimesThatTheCLibraryCannotHold) {
   }
 }
 
-TEST(ValidateOptions, KeepsTheWorkDoneBeforeABadTime) {
+TEST(ValidateOptions, KeepsChangesMadeBeforeABadTime) {
   DumpOptions options = make_options();
   options.use_utc = true;
   options.params = {"b", "a"};

@@ -12,11 +12,12 @@ using toolkit::CElement;
 
 constexpr const char* LEAF_NAME = "/DisplayName";
 
-/// Display texts by the paths of their leaves.
+/// The paths of leaves in the CDS, each with the display text that it holds.
 using LeafTable = std::map<std::string, std::string>;
 
-/// The levels of a parameter's path, each as the path from the device down to it: "a" and "a/b"
-/// for "a/b". Empty components are levels, but a '/' at the end opens none.
+/// The levels of a parameter's path, each as the path from the device to that level: for "a/b" they
+/// are "a" and "a/b". Empty components are levels too: "a//b" has three. But a '/' at the end does
+/// not start one more level.
 std::vector<std::string> split_levels(const std::string& path) {
   std::vector<std::string> levels;
   for (std::size_t position = 0; position < path.size();) {
@@ -28,8 +29,9 @@ std::vector<std::string> split_levels(const std::string& path) {
   return levels;
 }
 
-/// Fills in the display text of every leaf of `leaves`, whose paths begin with `folder`. Returns 0,
-/// or 1 after a message.
+/// Sets the display text of every leaf of `leaves`, whose paths start with `folder`. For a leaf
+/// that the CDS does not have, or that is not a text, it is the path of the leaf's level. Returns
+/// 0, or 1 after a message.
 int fetch_leaves(const std::string& folder, LeafTable& leaves) {
   std::vector<std::string> paths;
   paths.reserve(leaves.size());
@@ -75,7 +77,7 @@ int fetch_display_names(DumpContext& context, std::vector<std::string>& names) {
     }
   }
   if (fetch_leaves(folder, leaves) != 0) return 1;
-  // Deliberate: a comma in a display text stays, although the output quotes nothing.
+  // Deliberate: a comma in a display text stays, although no field of the output is quoted.
   for (const std::vector<std::string>& levels : leaf_paths) {
     std::string& name = names.emplace_back();
     for (const std::string& leaf : levels) {

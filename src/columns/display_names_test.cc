@@ -62,7 +62,7 @@ TEST_F(FetchDisplayNames, AsksForOneLeafPerLevel) {
             (std::vector<Names>{{"D/x/DisplayName", "D/x/y/DisplayName", "D/x/y/z/DisplayName"}}));
 }
 
-TEST_F(FetchDisplayNames, AsksForEverythingInOneSortedRequestWithoutDuplicates) {
+TEST_F(FetchDisplayNames, AsksOnceInOrderWithoutDuplicates) {
   EXPECT_EQ(fetch({"b/y", "a", "b/x", "B", "b/y"}),
             (Names{"b / b/y", "a", "b / b/x", "B", "b / b/y"}));
   EXPECT_EQ(cds_script().requests,
@@ -71,7 +71,7 @@ TEST_F(FetchDisplayNames, AsksForEverythingInOneSortedRequestWithoutDuplicates) 
 }
 
 TEST_F(FetchDisplayNames, SortsTheRequestByBytes) {
-  // A blank sorts before '/', and bytes above 127 behind all others.
+  // A blank comes before '/', and bytes above 127 come after all others.
   fetch({"a/b", "a c", "\xC3\xA4", "z"});
   EXPECT_EQ(cds_script().requests,
             (std::vector<Names>{{"D/a c/DisplayName", "D/a/DisplayName", "D/a/b/DisplayName",
@@ -96,7 +96,7 @@ TEST_F(FetchDisplayNames, FallsBackToThePathOfALevelThatHasNoName) {
   EXPECT_EQ(fetch({"a/b"}), (Names{"a / a/b"}));
 }
 
-TEST_F(FetchDisplayNames, FallsBackWhereALeafIsNotFoundOrNoText) {
+TEST_F(FetchDisplayNames, FallsBackIfALeafIsMissingOrNotAText) {
   cds_script().leaves["D/a/DisplayName"] = {0, 6, "status 0"};
   cds_script().leaves["D/b/DisplayName"] = {2, 6, "status 2"};
   cds_script().leaves["D/c/DisplayName"] = {1, 5, "type 5"};
@@ -119,23 +119,23 @@ TEST_F(FetchDisplayNames, KeepsCommas) {
   EXPECT_EQ(fetch({"a"}), (Names{"Flow, hot, \"main\""}));
 }
 
-TEST_F(FetchDisplayNames, NamesAnEmptyPathNothing) {
+TEST_F(FetchDisplayNames, ReturnsAnEmptyNameForAnEmptyPath) {
   EXPECT_EQ(fetch({""}), (Names{""}));
   EXPECT_EQ(cds_script().requests, (std::vector<Names>{{}}));
 }
 
-TEST_F(FetchDisplayNames, OpensNoLevelForATrailingSlash) {
+TEST_F(FetchDisplayNames, CountsNoLevelForASlashAtTheEnd) {
   EXPECT_EQ(fetch({"a/b/"}), (Names{"a / a/b"}));
   EXPECT_EQ(cds_script().requests, (std::vector<Names>{{"D/a/DisplayName", "D/a/b/DisplayName"}}));
 }
 
-TEST_F(FetchDisplayNames, OpensALevelForAnEmptyComponent) {
+TEST_F(FetchDisplayNames, CountsALevelForAnEmptyComponent) {
   EXPECT_EQ(fetch({"a//b"}), (Names{"a / a/ / a//b"}));
   EXPECT_EQ(cds_script().requests,
             (std::vector<Names>{{"D/a//DisplayName", "D/a//b/DisplayName", "D/a/DisplayName"}}));
 }
 
-TEST_F(FetchDisplayNames, OpensALevelForALeadingSlash) {
+TEST_F(FetchDisplayNames, CountsALevelForASlashAtTheStart) {
   cds_script().name_node("D//a", "Named");
   EXPECT_EQ(fetch({"/a"}), (Names{"Named"}));
   EXPECT_EQ(cds_script().requests, (std::vector<Names>{{"D//DisplayName", "D//a/DisplayName"}}));
@@ -147,7 +147,7 @@ TEST_F(FetchDisplayNames, LooksUnderTheWholePathOfTheDevice) {
   EXPECT_EQ(fetch({"a", "b"}), (Names{"A", "b"}));
 }
 
-TEST_F(FetchDisplayNames, ReportsAnUnreachableCdsAndMakesNoRequest) {
+TEST_F(FetchDisplayNames, ReportsAnUnreachableCds) {
   cds_script().is_reachable = false;
   select({"a"});
   Names names = {"left from before"};
@@ -159,7 +159,7 @@ TEST_F(FetchDisplayNames, ReportsAnUnreachableCdsAndMakesNoRequest) {
   EXPECT_EQ(cds_script().calls, (Names{"pcd_init"}));
 }
 
-TEST_F(FetchDisplayNames, ReportsAFailedRequestAndCloses) {
+TEST_F(FetchDisplayNames, ReportsAFailedRequest) {
   for (const int status : {-1, 1}) {
     cds_script() = {};
     cds_script().request_status = status;
@@ -174,7 +174,7 @@ TEST_F(FetchDisplayNames, ReportsAFailedRequestAndCloses) {
   }
 }
 
-TEST_F(FetchDisplayNames, ClosesWhereMemoryRunsOut) {
+TEST_F(FetchDisplayNames, ClosesTheConnectionIfMemoryRunsOut) {
   cds_script().is_out_of_memory = true;
   select({"a"});
   Names names;
@@ -182,7 +182,7 @@ TEST_F(FetchDisplayNames, ClosesWhereMemoryRunsOut) {
   EXPECT_EQ(cds_script().calls, ONE_LOOKUP);
 }
 
-TEST(CdsClient, ConnectsOnlyWhereAskedAndOnlyOnce) {
+TEST(CdsClient, ConnectsOnlyOnceAndOnlyIfAsked) {
   cds_script() = {};
   {
     const toolkit::CCds idle(0);
@@ -199,7 +199,7 @@ TEST(CdsClient, ConnectsOnlyWhereAskedAndOnlyOnce) {
   EXPECT_EQ(cds_script().calls, (Names{"pcd_init", "pcd_close"}));
 }
 
-TEST(CdsClient, TellsWhereItCannotConnect) {
+TEST(CdsClient, TellsIfItCannotConnect) {
   cds_script() = {};
   cds_script().is_reachable = false;
   toolkit::CCds client(0);

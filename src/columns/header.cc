@@ -15,7 +15,7 @@ using toolkit::trend::STATISTICS;
 
 namespace {
 
-/// What follows a display name in the name of a column, in the order of `STATISTICS`.
+/// What is added to a display name in the name of a column, in the order of `STATISTICS`.
 constexpr std::array DISPLAY_SUFFIXES = {" (min)", " (max)", " (avg)", " (actual)", " (sum)"};
 static_assert(DISPLAY_SUFFIXES.size() == STATISTICS.size());
 static_assert(COLUMN_SUFFIXES.size() == STATISTICS.size());
@@ -47,7 +47,7 @@ int print_header_row(DumpContext& context, const DumpOptions& options) {
   if (!options.print_header) return 0;
   std::vector<std::string> columns;
   if (build_column_names(context, options.display_names, columns) != 0) return 1;
-  // Deliberate: nothing is quoted, so a comma in a name makes one more field.
+  // Deliberate: nothing is quoted, so a comma in a name starts one more field.
   std::fputs("Date,Time", context.out);
   if (options.percent_valid) std::fputs(",Percent Valid", context.out);
   for (const std::string& column : columns) {

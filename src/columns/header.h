@@ -7,13 +7,13 @@
 #include "trendlog/dump_context.h"
 #include "trendlog/dump_options.h"
 
-/// Writes the header row, unless it is not wanted. Returns 0, or 1 where the names of the columns
-/// can't be built.
+/// Writes the header row to `context.out`, unless `options` say that there is to be none. Returns
+/// 0, or 1 if the names of the columns can't be built. Write errors are ignored.
 [[nodiscard]] int print_header_row(DumpContext& context, const DumpOptions& options);
 
-/// Names the data columns: parameter by parameter in the order of the selection, one column per
-/// statistic that the parameter carries, in the order minimum, maximum, average, actual value, sum.
-/// The names are made of display names where these are wanted and can be had, and otherwise of
-/// paths. Returns 0.
+/// Sets `columns` to the names of the data columns: for each selected parameter in turn one column
+/// per statistic that it carries, in the order minimum, maximum, average, actual value, sum. With
+/// `use_display_names` the names are made from display names. Without it, or if the display names
+/// can't be read, they are made from paths. Returns 0.
 [[nodiscard]] int build_column_names(DumpContext& context, bool use_display_names,
                                      std::vector<std::string>& columns);

@@ -27,7 +27,7 @@ class PrintHeaderRow : public testing::Test {
     context_.device_params.params.push_back(make_param(path, flags));
   }
 
-  /// The row that comes out, with `err` on standard error.
+  /// Returns the header row, and checks that `err` is what standard error shows.
   std::string header(const std::string& err = "") {
     const ProcessResult result = capture([&] { return print_header_row(context_, options_); });
     EXPECT_EQ(result.exit_status, 0);
@@ -105,12 +105,14 @@ TEST_F(PrintHeaderRow, SuffixesBothOfTwoStatisticsOfADisplayName) {
   EXPECT_EQ(header(), "Date,Time,P (actual),P (sum)\n");
 }
 
-TEST_F(PrintHeaderRow, GivesAParameterWithoutStatisticsNoColumn) {
+TEST_F(PrintHeaderRow, WritesNoColumnForAParameterWithoutStatistics) {
   select("none", "");
   EXPECT_EQ(header(), "Date,Time\n");
+  options_.percent_valid = true;
+  EXPECT_EQ(header(), "Date,Time\nDate,Time,Percent Valid\n");
 }
 
-TEST_F(PrintHeaderRow, GivesAParameterWithoutStatisticsNoColumnByDisplayNameEither) {
+TEST_F(PrintHeaderRow, WritesNoNamedColumnForAParameterWithoutStatistics) {
   cds_script().name_node("D/b", "B");
   options_.display_names = true;
   options_.percent_valid = true;
@@ -150,7 +152,7 @@ TEST_F(PrintHeaderRow, WritesPathsWithCommasAndPercentSignsAsTheyAre) {
   EXPECT_EQ(header(), "Date,Time,a,b%s%n:.ValueIntAvg\n");
 }
 
-TEST_F(PrintHeaderRow, WritesNothingAndAsksNobodyWhereNoneIsWanted) {
+TEST_F(PrintHeaderRow, WritesNothingIfThereIsToBeNoHeader) {
   options_.print_header = false;
   options_.display_names = true;
   options_.percent_valid = true;
@@ -159,7 +161,7 @@ TEST_F(PrintHeaderRow, WritesNothingAndAsksNobodyWhereNoneIsWanted) {
   EXPECT_EQ(cds_script().calls, Names());
 }
 
-TEST_F(PrintHeaderRow, FallsBackToPathsWhereTheCdsIsUnreachable) {
+TEST_F(PrintHeaderRow, FallsBackToPathsIfTheCdsIsUnreachable) {
   cds_script().is_reachable = false;
   options_.display_names = true;
   select("a/b", "nv");
@@ -168,7 +170,7 @@ TEST_F(PrintHeaderRow, FallsBackToPathsWhereTheCdsIsUnreachable) {
   EXPECT_EQ(cds_script().calls, (Names{"pcd_init"}));
 }
 
-TEST_F(PrintHeaderRow, FallsBackToPathsWhereTheRequestFails) {
+TEST_F(PrintHeaderRow, FallsBackToPathsIfTheRequestFails) {
   cds_script().request_status = -1;
   options_.display_names = true;
   select("a", "a");
@@ -176,7 +178,7 @@ TEST_F(PrintHeaderRow, FallsBackToPathsWhereTheRequestFails) {
   EXPECT_EQ(cds_script().calls, (Names{"pcd_init", "get_leaves", "pcd_close"}));
 }
 
-TEST_F(PrintHeaderRow, LetsAFailedAllocationThroughBeforeAnythingIsWritten) {
+TEST_F(PrintHeaderRow, WritesNothingIfMemoryRunsOut) {
   cds_script().is_out_of_memory = true;
   options_.display_names = true;
   select("a", "a");

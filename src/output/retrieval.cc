@@ -12,16 +12,16 @@ using toolkit::trend::CSnapshot;
 
 namespace {
 
-/// A number of rows as queries take it. Where a long is wider, the largest count stands for all
-/// above it, which no log holds.
+/// A number of rows as the type that queries take. A larger number becomes the largest one of that
+/// type: no log holds so many rows.
 unsigned to_count(unsigned long rows) {
   return static_cast<unsigned>(std::min<unsigned long>(rows, std::numeric_limits<unsigned>::max()));
 }
 
-/// Makes `range` start behind `time`.
+/// Makes `range` start after `time`.
 void start_after(TimeRange& range, std::time_t time) {
   if (time == std::numeric_limits<long>::max()) {
-    range = {time, 0};  // No time is left; a range that ends before it starts is empty.
+    range = {time, 0};  // There is no later time. A range that ends before it starts is empty.
   } else {
     range.first = time + 1;
   }
@@ -50,6 +50,9 @@ int dump_rows(DumpContext& context, const DumpOptions& options) {
   while (status == 0 && (limit == 0 || fetched < limit)) {
     unsigned long count = options.chunk_size;
     if (limit != 0 && (count == 0 || limit - fetched < count)) count = limit - fetched;
+    // Deliberate: with "-c 0" and without "-m" the count is 0, which asks for all rows. If there
+    // are none, as many rows come as were asked for. So the status is 0, and the same query is made
+    // again without end.
     status = fetch_chunk(context, options, range, to_count(count));
     fetched += count;
   }
@@ -57,12 +60,14 @@ int dump_rows(DumpContext& context, const DumpOptions& options) {
 }
 
 int bound_range(DumpContext& context, const DumpOptions& options, TimeRange& range) {
+  // Deliberate: with "-c 0" the one query skips and counts by itself. It does so in the order in
+  // which rows are printed, so with "-r" other rows are printed than in chunks.
   if (options.chunk_size == 0) return 0;
   if (context.skip != 0) {
     CDeviceData first;
     const int status = query(context, range, 1, context.skip, options.ascending, first);
     if (status < 0) return status;
-    // Deliberate: the skip then stays, and the first chunk passes the end with it.
+    // Deliberate: the skip stays, so the first chunk skips all rows and is empty.
     if (first.snapshots.empty()) return 0;
     (options.ascending ? range.first : range.second) = first.snapshots.front().timestamp;
     context.skip = 0;

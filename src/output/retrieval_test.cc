@@ -31,7 +31,7 @@ class DumpRows : public testing::Test {
     context_.range_end = -1;
   }
 
-  /// Makes the log hold rows with these timestamps; the value of each is its number from 1.
+  /// Sets the rows of the log: one for each of these timestamps, with the values 1, 2 and so on.
   void fill(const std::vector<std::time_t>& timestamps) {
     double number = 0;
     for (const std::time_t timestamp : timestamps) {
@@ -39,7 +39,7 @@ class DumpRows : public testing::Test {
     }
   }
 
-  /// Makes the log hold rows at the times 1, 2, up to `count`.
+  /// Sets the rows of the log: one for each of the times from 1 to `count`.
   void fill(int count) {
     std::vector<std::time_t> timestamps;
     for (int i = 1; i <= count; ++i) timestamps.push_back(i);
@@ -72,7 +72,7 @@ TEST_F(DumpRows, AsksThreeTimesFor1024Rows) {
                                 {{-1, 0}, 512, 0, NEWEST_FIRST, true}}));
 }
 
-TEST_F(DumpRows, AsksForTheSelectionWithAFreshResultEveryTime) {
+TEST_F(DumpRows, QueriesTheSelectionWithAnEmptyResult) {
   fill(20);
   options_.chunk_size = 3;
   options_.max_records = 10;
@@ -86,7 +86,7 @@ TEST_F(DumpRows, AsksForTheSelectionWithAFreshResultEveryTime) {
   }
 }
 
-TEST_F(DumpRows, CutsTheRangeWithOneProbeForALimit) {
+TEST_F(DumpRows, FindsTheBoundForALimitWithOneQuery) {
   fill(600);
   options_.max_records = 512;
   EXPECT_EQ(dump(), 0);
@@ -94,7 +94,7 @@ TEST_F(DumpRows, CutsTheRangeWithOneProbeForALimit) {
                                 {{89, -1}, 512, 0, NEWEST_FIRST, true}}));
 }
 
-TEST_F(DumpRows, CutsNothingWhereFewerRowsThanTheLimitExist) {
+TEST_F(DumpRows, ChangesNoBoundIfFewerRowsThanTheLimitExist) {
   fill(40);
   options_.max_records = 100;
   EXPECT_EQ(dump(), 1);
@@ -102,7 +102,7 @@ TEST_F(DumpRows, CutsNothingWhereFewerRowsThanTheLimitExist) {
                                 {{-1, -1}, 100, 0, NEWEST_FIRST, true}}));
 }
 
-TEST_F(DumpRows, ProbesForTheSkipAndThenForTheLimitFromTheNarrowedEdge) {
+TEST_F(DumpRows, LooksForTheLimitFromTheEndOfTheSkip) {
   fill(9);
   options_.max_records = 3;
   options_.ascending = true;
@@ -114,7 +114,7 @@ TEST_F(DumpRows, ProbesForTheSkipAndThenForTheLimitFromTheNarrowedEdge) {
   EXPECT_EQ(output(), "3,,3\n4,,4\n5,,5\n");
 }
 
-TEST_F(DumpRows, ProbesInTheOrderOfTheLimitWhenPrintingInReverse) {
+TEST_F(DumpRows, LooksForTheLimitInItsOwnOrderInReverse) {
   fill(9);
   options_.max_records = 3;
   options_.reverse = true;
@@ -128,7 +128,7 @@ TEST_F(DumpRows, ProbesInTheOrderOfTheLimitWhenPrintingInReverse) {
   EXPECT_EQ(output(), "5,,5\n6,,6\n7,,7\n");
 }
 
-TEST_F(DumpRows, PrintsTheRowsOfTheRangeWithBothItsEnds) {
+TEST_F(DumpRows, PrintsTheRowsAtBothEndsOfTheRange) {
   fill(9);
   context_.range_start = 4;
   context_.range_end = 6;
@@ -146,20 +146,20 @@ TEST_F(DumpRows, PrintsNothingOfARangeThatEndsBeforeItStarts) {
   EXPECT_EQ(output(), "");
 }
 
-TEST_F(DumpRows, PrintsNoRowWhereTheSkipPassesTheEnd) {
+TEST_F(DumpRows, PrintsNoRowIfTheSkipPassesTheEnd) {
   fill(4);
   options_.chunk_size = 2;
   options_.max_records = 1;
   context_.skip = 5;
   EXPECT_EQ(dump(), 1);
-  // The skip stays, and no limit is looked for.
+  // The skip is not changed, and there is no query for the limit.
   EXPECT_EQ(queries(),
             (Queries{{{-1, -1}, 1, 5, NEWEST_FIRST, true}, {{-1, -1}, 1, 5, NEWEST_FIRST, true}}));
   EXPECT_EQ(output(), "");
   EXPECT_EQ(context_.skip, 0U);
 }
 
-TEST_F(DumpRows, PrintsAllRowsThatShareTheTimeOfTheFirstRowWanted) {
+TEST_F(DumpRows, PrintsAllRowsAtTheTimeOfTheFirstRow) {
   fill({10, 20, 20, 30});
   options_.ascending = true;
   context_.skip = 2;
@@ -167,7 +167,7 @@ TEST_F(DumpRows, PrintsAllRowsThatShareTheTimeOfTheFirstRowWanted) {
   EXPECT_EQ(output(), "20,,2\n20,,3\n30,,4\n");
 }
 
-TEST_F(DumpRows, PrintsNoRowThatSharesTheTimeOfTheRowBehindTheLimit) {
+TEST_F(DumpRows, PrintsNoRowAtTheTimeOfTheRowAfterTheLimit) {
   fill({10, 20, 20, 30});
   options_.ascending = true;
   options_.max_records = 2;
@@ -175,14 +175,14 @@ TEST_F(DumpRows, PrintsNoRowThatSharesTheTimeOfTheRowBehindTheLimit) {
   EXPECT_EQ(output(), "10,,1\n");
 }
 
-TEST_F(DumpRows, PrintsNoRowThatSharesTheTimeOfTheRowBehindTheLimitNewestFirst) {
+TEST_F(DumpRows, PrintsNoRowAtTheTimeOfTheRowAfterTheLimitNewestFirst) {
   fill({10, 20, 20, 30});
   options_.max_records = 2;
   EXPECT_EQ(dump(), 1);
   EXPECT_EQ(output(), "30,,4\n");
 }
 
-TEST_F(DumpRows, PrintsNothingWhereSkipAndLimitMeetInOneTime) {
+TEST_F(DumpRows, PrintsNothingIfSkipAndLimitHaveTheSameTime) {
   fill({10, 10, 20});
   options_.ascending = true;
   options_.max_records = 1;
@@ -191,7 +191,7 @@ TEST_F(DumpRows, PrintsNothingWhereSkipAndLimitMeetInOneTime) {
   EXPECT_EQ(output(), "");
 }
 
-TEST_F(DumpRows, LosesRowsThatShareTheTimeOfTheLastRowOfAChunk) {
+TEST_F(DumpRows, LosesRowsAtTheTimeOfTheLastRowOfAChunk) {
   fill({10, 10, 20, 20, 30});
   options_.ascending = true;
   options_.chunk_size = 1;
@@ -199,7 +199,7 @@ TEST_F(DumpRows, LosesRowsThatShareTheTimeOfTheLastRowOfAChunk) {
   EXPECT_EQ(output(), "10,,1\n20,,3\n30,,5\n");
 }
 
-TEST_F(DumpRows, LosesRowsThatShareTheTimeOfTheLastRowOfAChunkNewestFirst) {
+TEST_F(DumpRows, LosesRowsAtTheTimeOfTheLastRowOfAChunkNewestFirst) {
   fill({10, 10, 20, 20, 30});
   options_.chunk_size = 2;
   EXPECT_EQ(dump(), 1);
@@ -223,7 +223,7 @@ TEST_F(DumpRows, AsksOnceForTheLimitWithoutChunks) {
   EXPECT_EQ(queries(), (Queries{{{-1, -1}, 9, 0, NEWEST_FIRST, true}}));
 }
 
-TEST_F(DumpRows, FallsShortOfTheLimitWithoutChunks) {
+TEST_F(DumpRows, EndsWithOneBelowTheLimitWithoutChunks) {
   fill(9);
   options_.chunk_size = 0;
   options_.max_records = 10;
@@ -241,7 +241,7 @@ TEST_F(DumpRows, CountsInPrintedOrderWithoutChunks) {
   EXPECT_EQ(output(), "2,,2\n3,,3\n");
 }
 
-TEST_F(DumpRows, AsksForAnEmptyRangeWithoutEndWhereNothingLimitsTheQuery) {
+TEST_F(DumpRows, RepeatsAnEmptyQueryWithoutEndWithoutChunksAndLimit) {
   options_.chunk_size = 0;
   context_.skip = 4;
   trend_log_script().query_statuses = {{5, -1}};
@@ -250,18 +250,18 @@ TEST_F(DumpRows, AsksForAnEmptyRangeWithoutEndWhereNothingLimitsTheQuery) {
   EXPECT_EQ(queries(), (Queries{{{-1, -1}, 0, 4, NEWEST_FIRST, true}, again, again, again, again}));
 }
 
-TEST_F(DumpRows, WalksOnToRowsThatTheSkipPassedWhereNothingLimitsTheQuery) {
+TEST_F(DumpRows, PrintsAllRowsAfterASkipBeyondTheEndWithoutChunks) {
   fill(3);
   options_.chunk_size = 0;
   context_.skip = 3;
   EXPECT_EQ(dump(), 1);
-  // No row is as many as the unlimited query asked for, and the skip is used up by then.
+  // The first query finds as many rows as it asked for: none. The second one skips no more rows.
   EXPECT_EQ(queries(),
             (Queries{{{-1, -1}, 0, 3, NEWEST_FIRST, true}, {{-1, -1}, 0, 0, NEWEST_FIRST, true}}));
   EXPECT_EQ(output(), "3,,3\n2,,2\n1,,1\n");
 }
 
-TEST_F(DumpRows, EndsBehindTheLargestTime) {
+TEST_F(DumpRows, EndsAfterTheLargestTime) {
   fill({10, MAX_TIME - 1, MAX_TIME});
   options_.output_date_format = "row";
   options_.ascending = true;
@@ -270,12 +270,12 @@ TEST_F(DumpRows, EndsBehindTheLargestTime) {
   EXPECT_EQ(output(), "row,,1\nrow,,2\nrow,,3\n");
   ASSERT_EQ(queries().size(), 4U);
   EXPECT_EQ(queries()[2].range, (TimeRange{MAX_TIME, -1}));
-  // Nothing lies in the last range, whatever the log holds.
+  // The last range ends before it starts, so it is empty.
   EXPECT_GT(queries()[3].range.first, queries()[3].range.second);
   EXPECT_NE(queries()[3].range.second, -1);
 }
 
-TEST_F(DumpRows, EndsBehindTheLargestTimeInReverse) {
+TEST_F(DumpRows, EndsAfterTheLargestTimeInReverse) {
   fill({MAX_TIME - 1, MAX_TIME});
   options_.output_date_format = "row";
   options_.reverse = true;
@@ -285,14 +285,14 @@ TEST_F(DumpRows, EndsBehindTheLargestTimeInReverse) {
   EXPECT_EQ(output(), "row,,1\nrow,,2\n");
 }
 
-TEST_F(DumpRows, PrintsNothingWhereTheRowBehindTheLimitHasTheLargestTime) {
+TEST_F(DumpRows, PrintsNothingIfTheRowAfterTheLimitHasTheLargestTime) {
   fill({10, MAX_TIME, MAX_TIME});
   options_.max_records = 1;
   EXPECT_EQ(dump(), 1);
   EXPECT_EQ(output(), "");
 }
 
-TEST_F(DumpRows, StopsShortOfTheLargestTimeWhereItIsBehindTheLimit) {
+TEST_F(DumpRows, StopsBeforeTheLargestTimeAtTheLimit) {
   fill({MAX_TIME - 1, MAX_TIME});
   options_.output_date_format = "row";
   options_.ascending = true;
@@ -301,7 +301,7 @@ TEST_F(DumpRows, StopsShortOfTheLargestTimeWhereItIsBehindTheLimit) {
   EXPECT_EQ(output(), "row,,1\n");
 }
 
-TEST_F(DumpRows, CapsCountsThatAQueryCannotHold) {
+TEST_F(DumpRows, TakesTheLargestCountIfOneDoesNotFit) {
   if constexpr (sizeof(long) > 4) {
     constexpr unsigned MOST = std::numeric_limits<unsigned>::max();
     fill(3);
@@ -329,7 +329,7 @@ TEST_F(DumpRows, CapsCountsThatAQueryCannotHold) {
   }
 }
 
-TEST_F(DumpRows, StopsAtAFailedSkipProbe) {
+TEST_F(DumpRows, StopsAtAFailedQueryForTheSkip) {
   fill(9);
   options_.max_records = 3;
   context_.skip = 2;
@@ -339,7 +339,7 @@ TEST_F(DumpRows, StopsAtAFailedSkipProbe) {
   EXPECT_EQ(output(), "");
 }
 
-TEST_F(DumpRows, StopsAtAFailedLimitProbe) {
+TEST_F(DumpRows, StopsAtAFailedQueryForTheLimit) {
   fill(9);
   options_.max_records = 3;
   context_.skip = 2;
@@ -358,7 +358,7 @@ TEST_F(DumpRows, KeepsTheRowsPrintedBeforeAFailedChunk) {
   EXPECT_EQ(output(), "9,,9\n8,,8\n7,,7\n6,,6\n");
 }
 
-TEST_F(DumpRows, TakesAPositiveStatusOfTheSkipProbeForSuccess) {
+TEST_F(DumpRows, ContinuesAfterAPositiveStatusForTheSkip) {
   fill(9);
   context_.skip = 7;
   trend_log_script().query_statuses = {{1, 5}};
@@ -366,7 +366,7 @@ TEST_F(DumpRows, TakesAPositiveStatusOfTheSkipProbeForSuccess) {
   EXPECT_EQ(output(), "2,,2\n1,,1\n");
 }
 
-TEST_F(DumpRows, EndsWithAPositiveStatusOfTheLimitProbe) {
+TEST_F(DumpRows, EndsWithAPositiveStatusForTheLimit) {
   fill(9);
   options_.max_records = 3;
   trend_log_script().query_statuses = {{1, 5}};
@@ -375,7 +375,7 @@ TEST_F(DumpRows, EndsWithAPositiveStatusOfTheLimitProbe) {
   EXPECT_EQ(output(), "");
 }
 
-TEST_F(DumpRows, DropsAPositiveStatusOfALimitProbeThatFoundNothing) {
+TEST_F(DumpRows, IgnoresAPositiveStatusForALimitBeyondTheEnd) {
   fill(3);
   options_.max_records = 3;
   trend_log_script().query_statuses = {{1, 5}};
@@ -383,7 +383,7 @@ TEST_F(DumpRows, DropsAPositiveStatusOfALimitProbeThatFoundNothing) {
   EXPECT_EQ(output(), "3,,3\n2,,2\n1,,1\n");
 }
 
-TEST_F(DumpRows, TakesAPositiveStatusOfAChunkForSuccess) {
+TEST_F(DumpRows, ContinuesAfterAPositiveStatusForAChunk) {
   fill(3);
   options_.chunk_size = 1;
   trend_log_script().query_statuses = {{1, 5}, {2, 1}, {3, 2}, {4, 9}};
@@ -403,7 +403,7 @@ TEST_F(DumpRows, FlushesEveryChunk) {
   EXPECT_EQ(range, (TimeRange{-1, 1}));
 }
 
-TEST_F(DumpRows, LeavesTheRangeWhereAChunkIsEmpty) {
+TEST_F(DumpRows, KeepsTheRangeIfAChunkIsEmpty) {
   TimeRange range = {20, 30};
   EXPECT_EQ(fetch_chunk(context_, options_, range, 2), 1);
   EXPECT_EQ(range, (TimeRange{20, 30}));

@@ -1,5 +1,5 @@
-// The walk under all combinations of its options, against two models: one that follows the rules
-// query by query, and one that knows only which rows should come.
+// Compares the retrieval under all combinations of its options with two models. One follows the
+// rules query by query. The other knows only which rows are to be printed.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -38,7 +38,7 @@ std::ostream& operator<<(std::ostream& stream, const Case& c) {
   return stream;
 }
 
-/// What a walk asked, printed and returned.
+/// What a retrieval asked for, printed and returned.
 struct Walk {
   std::vector<Query> queries;
   Times rows;
@@ -65,7 +65,7 @@ Times rows_of(const Times& log, const TimeRange& range, bool ascending) {
   return rows;
 }
 
-/// Follows the rules of the walk, one query at a time.
+/// Follows the rules of the retrieval, one query at a time.
 class Model {
  public:
   explicit Model(const Case& c) : case_(c), range_(c.range), skip_(c.skip) {}
@@ -77,7 +77,7 @@ class Model {
   }
 
  private:
-  /// One query; false where it fails.
+  /// Makes one query. Returns false if it fails.
   bool ask(long count, long offset, bool ascending) {
     walk_.queries.push_back(
         {range_, static_cast<unsigned>(count), static_cast<unsigned>(offset), ascending, true});
@@ -131,14 +131,13 @@ class Model {
   Walk walk_;
 };
 
-/// The rows that should come, where no query fails.
+/// The rows that are to be printed if no query fails.
 Times wanted_rows(const Case& c) {
   const bool oldest_first = c.ascending != c.reverse;
   const bool is_counted_ascending = c.chunk == 0 ? oldest_first : c.ascending;
   Times rows = rows_of(c.log, c.range, is_counted_ascending);
   const std::size_t skipped = std::min(rows.size(), static_cast<std::size_t>(c.skip));
-  // Without chunks and a limit the query that passes over everything is followed by one that does
-  // not.
+  // Without chunks and a limit, a query that skips all rows is followed by one that skips none.
   const bool starts_over = c.chunk == 0 && c.limit == 0 && skipped == rows.size();
   if (!starts_over) rows.erase(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(skipped));
   if (c.limit != 0 && rows.size() > static_cast<std::size_t>(c.limit)) {
@@ -175,7 +174,7 @@ Walk actual_walk(const Case& c) {
   return walk;
 }
 
-/// Whether no query of the walk would ever end it.
+/// Whether the retrieval would never end.
 bool is_endless(const Case& c) {
   return c.chunk == 0 && c.limit == 0 && rows_of(c.log, c.range, true).empty();
 }
@@ -184,8 +183,8 @@ class RetrievalWalk : public testing::Test {
  protected:
   RetrievalWalk() : zone_(TimeZone::UTC) {}
 
-  /// Checks one case against both models. Returns false after a failure, so that not all the
-  /// others fail as well.
+  /// Compares one case with both models. Returns false after a failure, so that the test can stop
+  /// instead of reporting the same failure for other cases.
   static bool check(Case c) {
     constexpr int ENOUGH = 4;
     const bool is_cut_off = is_endless(c);
@@ -218,7 +217,7 @@ class RetrievalWalk : public testing::Test {
     return true;
   }
 
-  // Failed queries print messages, one test of which is enough.
+  // Failed queries print messages. They are tested below.
   void SetUp() override { testing::internal::CaptureStderr(); }
   void TearDown() override { messages_ = testing::internal::GetCapturedStderr(); }
 
@@ -239,7 +238,7 @@ Times numbers_up_to(long last) {
   return numbers;
 }
 
-TEST_F(RetrievalWalk, FollowsBothModelsForEveryLimitAndSkipOfSmallLogs) {
+TEST_F(RetrievalWalk, AgreesWithBothModelsOnSmallLogs) {
   for (const std::uint32_t chunk : {0U, 1U, 2U, 3U, 4U}) {
     for (const long size : {0L, 1L, 2L, 3L, 4L, 5L, 7L, 8L, 9L, 12L}) {
       Case base;
@@ -251,7 +250,7 @@ TEST_F(RetrievalWalk, FollowsBothModelsForEveryLimitAndSkipOfSmallLogs) {
   }
 }
 
-TEST_F(RetrievalWalk, FollowsBothModelsInTimeRanges) {
+TEST_F(RetrievalWalk, AgreesWithBothModelsInTimeRanges) {
   for (const TimeRange& range : std::vector<TimeRange>{{1060, -1},
                                                        {-1, 1420},
                                                        {1120, 1360},
@@ -273,7 +272,7 @@ TEST_F(RetrievalWalk, FollowsBothModelsInTimeRanges) {
   }
 }
 
-TEST_F(RetrievalWalk, FollowsBothModelsAroundTheBoundariesOfDefaultChunks) {
+TEST_F(RetrievalWalk, AgreesWithBothModelsAroundTheDefaultChunkSize) {
   for (const long size : {0L, 1L, 511L, 512L, 513L, 1023L, 1024L, 1025L}) {
     Case base;
     base.log = make_log(size);
@@ -281,14 +280,14 @@ TEST_F(RetrievalWalk, FollowsBothModelsAroundTheBoundariesOfDefaultChunks) {
   }
 }
 
-TEST_F(RetrievalWalk, FollowsBothModelsWhereOneChunkHoldsEverything) {
+TEST_F(RetrievalWalk, AgreesWithBothModelsOnOneLargeChunk) {
   Case base;
   base.log = make_log(20);
   base.chunk = 2147483647;
   ASSERT_TRUE(check_all(base, {0, 1, 19, 20, 21}, {0, 1, 19, 20, 21}));
 }
 
-TEST_F(RetrievalWalk, FollowsTheRulesWhereRowsShareTheirTimes) {
+TEST_F(RetrievalWalk, AgreesWithTheRulesIfRowsHaveTheSameTime) {
   const std::vector<Times> logs = {
       {10, 10}, {10, 10, 10, 10}, {10, 20, 20, 30}, {10, 10, 20, 20, 30, 30, 40}};
   for (const Times& log : logs) {
@@ -305,7 +304,7 @@ TEST_F(RetrievalWalk, FollowsTheRulesWhereRowsShareTheirTimes) {
   }
 }
 
-TEST_F(RetrievalWalk, FollowsTheRulesWhicheverQueryEndsWithWhicheverStatus) {
+TEST_F(RetrievalWalk, AgreesWithTheRulesForEveryStatusOfEveryQuery) {
   for (const std::uint32_t chunk : {0U, 2U, 512U}) {
     for (const long limit : {0L, 3L, 4L, 20L}) {
       for (const long skip : {0L, 2L, 20L}) {

@@ -21,8 +21,9 @@ using toolkit::trend::STATISTICS;
 
 namespace {
 
-/// The begin of a row's interval. Deliberate: lengths and times are 32-bit numbers that wrap, so
-/// that every platform gives the same; only times beyond these stay as they are.
+/// The start of a row's interval. Deliberate: the length in seconds and the result are 32-bit
+/// numbers that wrap, so that all platforms print the same. Only the result for a row whose
+/// timestamp needs more than 32 bits does not wrap.
 std::time_t begin_of(const CSnapshot& snapshot) {
   const auto length = static_cast<std::int32_t>(60U * snapshot.interval_minutes);
   const std::int64_t begin = std::int64_t{snapshot.timestamp} - length;
@@ -30,7 +31,7 @@ std::time_t begin_of(const CSnapshot& snapshot) {
   return is_wide ? static_cast<std::time_t>(begin) : static_cast<std::int32_t>(begin);
 }
 
-/// Collects the text of a row, so that it takes few writes to the stream.
+/// Collects the text of a row, so that the row is written to the stream with few calls.
 class RowText {
  public:
   explicit RowText(std::FILE* out) : out_(out) {}
@@ -44,13 +45,14 @@ class RowText {
     constexpr std::size_t MAX_PERCENT_TEXT = 320;
     end_ += std::snprintf(end_, MAX_PERCENT_TEXT, "%.2f", percent);
   }
-  /// Adds the field of a value, with the separator before it.
+  /// Adds a separator and the value. A NaN is an empty field.
   void add_field(double value) {
     if (end_ > text_.data() + text_.size() - MAX_FIELD_TEXT) write();
     add(',');
     if (has_value(value)) end_ = format_value(value, end_);
   }
-  /// Writes what was collected to the stream. Returns the last character, or EOF on failure.
+  /// Writes the collected text to the stream and starts again with an empty one. Returns the last
+  /// character written, or EOF on failure.
   int write() {
     const auto size = static_cast<std::size_t>(end_ - text_.data());
     const char last = end_[-1];
@@ -77,6 +79,8 @@ void add_sample(RowText& text, const CParamProperties& param, const CSample& sam
 int print_row(DumpContext& context, const DumpOptions& options, const CSnapshot& snapshot) {
   const std::time_t time = options.interval_begin ? begin_of(snapshot) : snapshot.timestamp;
   const std::tm fields = context.calendar.fields_at(time, options.use_utc);
+  // Deliberate: for "%s" strftime takes the fields for local standard time. With "-u" they are
+  // those of UTC, so the seconds printed are off by the difference between the two.
   RowText text(context.out);
   text.add_time(options.output_date_format, fields);
   text.add(',');

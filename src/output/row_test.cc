@@ -95,7 +95,7 @@ TEST_F(PrintRow, LeavesTheFieldOfAMissingValueEmpty) {
   EXPECT_EQ(row_of_samples({{1, 5, 3, 2, -NO_VALUE}}), "2024-01-01,00:00,1,5,3,2,\n");
 }
 
-TEST_F(PrintRow, KeepsAllSeparatorsWhereEveryValueIsMissing) {
+TEST_F(PrintRow, KeepsAllSeparatorsIfEveryValueIsMissing) {
   select("nxvas");
   select("a");
   EXPECT_EQ(row_of_samples({{NO_VALUE, NO_VALUE, NO_VALUE, NO_VALUE, NO_VALUE},
@@ -142,6 +142,15 @@ TEST_F(PrintRow, PutsThePercentageBetweenTimeAndValues) {
   EXPECT_EQ(row(snapshot), "2024-01-01,00:00,50.00,21.5\n");
 }
 
+TEST_F(PrintRow, EndsWithThePercentageIfThereIsNoColumn) {
+  options_.percent_valid = true;
+  select("");
+  select("");
+  toolkit::trend::CSnapshot snapshot = make_snapshot(NEW_YEAR, {{1, 2, 3, 4, 5}, {1, 2, 3, 4, 5}});
+  snapshot.valid_ratio = 0.25;
+  EXPECT_EQ(row(snapshot), "2024-01-01,00:00,25.00\n");
+}
+
 TEST_F(PrintRow, WritesThePercentageWithTwoDecimals) {
   options_.percent_valid = true;
   EXPECT_EQ(row_of_ratio(1), "2024-01-01,00:00,100.00\n");
@@ -152,7 +161,7 @@ TEST_F(PrintRow, WritesThePercentageWithTwoDecimals) {
   EXPECT_EQ(row_of_ratio(0.99996), "2024-01-01,00:00,100.00\n");
 }
 
-TEST_F(PrintRow, RoundsAPercentageHalfwayBetweenToTheEvenDigit) {
+TEST_F(PrintRow, RoundsAPercentageToTheEvenDigit) {
   options_.percent_valid = true;
   EXPECT_EQ(row_of_ratio(0.00125), "2024-01-01,00:00,0.12\n");
   EXPECT_EQ(row_of_ratio(0.00375), "2024-01-01,00:00,0.38\n");
@@ -181,7 +190,7 @@ TEST_F(PrintRow, WritesTheSameInstantInUtc) {
   }
 }
 
-TEST_F(PrintRow, ShiftsToTheBeginOfTheInterval) {
+TEST_F(PrintRow, ShowsTheStartOfTheInterval) {
   options_.interval_begin = true;
   EXPECT_EQ(row(QUARTER_PAST_NOON, 15), "2024-01-01,12:00\n");
   EXPECT_EQ(row(QUARTER_PAST_NOON, 60), "2024-01-01,11:15\n");
@@ -189,7 +198,7 @@ TEST_F(PrintRow, ShiftsToTheBeginOfTheInterval) {
   EXPECT_EQ(row(QUARTER_PAST_NOON, 0), "2024-01-01,12:15\n");
 }
 
-TEST_F(PrintRow, ShiftsAcrossDaylightSavingChanges) {
+TEST_F(PrintRow, ShowsTheStartAcrossDaylightSavingChanges) {
   const TimeZone zone(TimeZone::CENTRAL_EUROPE);
   options_.interval_begin = true;
   EXPECT_EQ(row(SPRING, 60), "2024-03-31,01:00\n");
@@ -197,7 +206,7 @@ TEST_F(PrintRow, ShiftsAcrossDaylightSavingChanges) {
   EXPECT_EQ(row(AUTUMN, 60), "2024-10-27,02:00\n");
 }
 
-TEST_F(PrintRow, ShiftsToBeforeTheEpoch) {
+TEST_F(PrintRow, ShowsAStartBeforeTheEpoch) {
   options_.interval_begin = true;
   EXPECT_EQ(row(60, 2), "1969-12-31,23:59\n");
 }
@@ -209,24 +218,24 @@ TEST_F(PrintRow, WrapsIntervalLengthsThatOverflow32Bits) {
   EXPECT_EQ(row(QUARTER_PAST_NOON, 71582789), "2024-01-01,12:14:16\n");
   // 60 * 50000000 is -1294967296 as a signed number.
   EXPECT_EQ(row(100, 50000000), "2011-01-14,01:09:56\n");
-  // 60 * 35791394 is the last length that fits.
+  // 60 * 35791394 is the largest length that fits.
   EXPECT_EQ(row(100, 35791394), "1901-12-13,20:47:40\n");
 }
 
-TEST_F(PrintRow, WrapsBeginsThatOverflow32Bits) {
+TEST_F(PrintRow, WrapsStartsThatOverflow32Bits) {
   options_.interval_begin = true;
   options_.output_time_format = "%T";
   EXPECT_EQ(row(2000000000, 50000000), "1938-04-24,22:13:20\n");
   EXPECT_EQ(row(1000, 35791395), "1901-12-13,21:01:40\n");
 }
 
-TEST_F(PrintRow, LeavesTimesBeyond32BitsWide) {
+TEST_F(PrintRow, DoesNotWrapTimesBeyond32Bits) {
   if constexpr (sizeof(std::time_t) > 4) {
     const auto later = static_cast<std::time_t>(4102444800);
     EXPECT_EQ(row(later, 15), "2100-01-01,00:00\n");
     options_.interval_begin = true;
     EXPECT_EQ(row(later, 15), "2099-12-31,23:45\n");
-    // Lengths wrap all the same.
+    // The length still wraps.
     EXPECT_EQ(row(later, 50000000), "2141-01-14,01:08\n");
   } else {
     EXPECT_EQ(row(2147483647, 15), "2038-01-19,03:14\n");
@@ -237,6 +246,16 @@ TEST_F(PrintRow, TakesCustomFormats) {
   options_.output_date_format = "%s";
   options_.output_time_format = "%H";
   EXPECT_EQ(row(QUARTER_PAST_NOON, 15), "1704111300,12\n");
+}
+
+TEST_F(PrintRow, ShiftsEpochSecondsInUtcByTheOffsetOfTheLocalZone) {
+  options_.output_date_format = "%s";
+  options_.use_utc = true;
+  EXPECT_EQ(row(QUARTER_PAST_NOON, 15), "1704111300,12:15\n");
+  const TimeZone zone(TimeZone::INDIA);
+  EXPECT_EQ(row(QUARTER_PAST_NOON, 15), "1704091500,12:15\n");
+  options_.use_utc = false;
+  EXPECT_EQ(row(QUARTER_PAST_NOON, 15), "1704111300,17:45\n");
 }
 
 TEST_F(PrintRow, QuotesNothingInDatesAndTimes) {
@@ -252,7 +271,7 @@ TEST_F(PrintRow, WritesDatesAndTimesOfUpTo127Characters) {
   EXPECT_EQ(row(NEW_YEAR, 1), longest + "," + longest + "\n");
 }
 
-TEST_F(PrintRow, LeavesLongerDatesAndTimesOut) {
+TEST_F(PrintRow, LeavesLongerDatesAndTimesEmpty) {
   options_.output_date_format = std::string(128, 'x');
   EXPECT_EQ(row(NEW_YEAR, 1), ",00:00\n");
   options_.output_date_format = "%F";
@@ -260,14 +279,14 @@ TEST_F(PrintRow, LeavesLongerDatesAndTimesOut) {
   EXPECT_EQ(row(NEW_YEAR, 1), "2024-01-01,\n");
 }
 
-TEST_F(PrintRow, WritesNothingForATimeFormatThatGivesNothing) {
+TEST_F(PrintRow, WritesEmptyFieldsForEmptyTimeFormats) {
   options_.output_date_format = "";
   options_.output_time_format = "";
   EXPECT_EQ(row(NEW_YEAR, 1), ",\n");
 }
 
 TEST_F(PrintRow, WritesRowsOfAnyLength) {
-  // The longest text there is, and dates of all lengths before it, so that the fields lie anywhere.
+  // The longest fields, after dates of all lengths, so that fields end anywhere in the buffer.
   const double largest = -std::numeric_limits<double>::max();
   const std::string number = "," + printed(largest);
   ASSERT_EQ(number.size(), 311U);
@@ -337,7 +356,7 @@ TEST(PrintValue, WritesTheLargestDoubleInFull) {
   EXPECT_EQ(text.substr(0, 10), "-179769313");
 }
 
-TEST(PrintValue, TellsAFailedWrite) {
+TEST(PrintValue, ReturnsANegativeNumberIfTheWriteFails) {
   DumpContext context;
   context.out = std::fopen("/dev/null", "r");
   ASSERT_NE(context.out, nullptr);

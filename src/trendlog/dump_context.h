@@ -8,8 +8,8 @@
 #include "text/calendar.h"
 #include "trendlog/dump_options.h"
 
-/// What the stages of one run fill and read. Owns the output stream and the trend log; its end
-/// closes the stream first and the log last.
+/// What the stages of one run set and read. It owns the output stream and the trend log. When it is
+/// destroyed, it closes the stream first and the log last.
 struct DumpContext {
   DumpContext() = default;
   ~DumpContext();
@@ -20,15 +20,17 @@ struct DumpContext {
   toolkit::trend::CDeviceParams device_params;             ///< the selection
   std::vector<toolkit::trend::CPeriodProperties> periods;  ///< the selected intervals
   long range_start = 0;    ///< seconds since the epoch, inclusive; -1 no bound
-  long range_end = 0;      ///< likewise
-  unsigned long skip = 0;  ///< rows still to pass over
+  long range_end = 0;      ///< the same
+  unsigned long skip = 0;  ///< number of rows that are still to be skipped
   std::FILE* out = nullptr;
   Calendar calendar;  ///< for the times of rows
 };
 
-/// Sets `context.out` to the file that "-f" names, created or emptied, or to standard output.
-/// Returns 0, or 1 after a message on standard error.
+/// Sets `context.out` to the file that "-f" names, created or emptied, or to standard output. A
+/// file of the database that "-x" names counts as one that can't be opened. Returns 0, or 1 with
+/// `context.out` null after a message on standard error.
 [[nodiscard]] int open_output(DumpContext& context, const DumpOptions& options);
 
-/// Closes the output stream, standard output as well, unless that was done before.
+/// Closes the output stream, even if it is standard output, and sets `context.out` to null. Does
+/// nothing if it is null already.
 void close_output(DumpContext& context);

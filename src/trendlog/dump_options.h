@@ -5,24 +5,24 @@
 #include <string>
 #include <vector>
 
-/// The settings of one run. Filled by `parse_args`, read only afterwards. Each field names the
-/// option that sets it.
+/// The settings of one run. `parse_args` sets them, and nothing changes them after that. The
+/// comment of each field names the option that sets it.
 struct DumpOptions {
   std::string db_path;                   ///< -x
   std::string device;                    ///< -d
-  std::vector<std::string> params;       ///< -p; sorted, surplus copies at the end
-  std::vector<unsigned long> intervals;  ///< -i, minutes, 0 for the smallest; in order like params
+  std::vector<std::string> params;       ///< -p; sorted, duplicates at the end
+  std::vector<unsigned long> intervals;  ///< -i, minutes, 0 for the smallest; sorted as params
   std::string start_text;                ///< -s
   std::string end_text;                  ///< -e
   long start_time = -1;                  ///< from start_text, seconds since the epoch; -1 no bound
-  long end_time = -1;                    ///< from end_text, likewise
+  long end_time = -1;                    ///< from end_text, the same
   long max_records = 0;                  ///< -m; 0 no limit
   long offset = 0;                       ///< -o
   std::uint32_t chunk_size = 512;        ///< -c; 0 no chunks
   std::int32_t page_size = 0;            ///< -sp, bytes
   std::int32_t cache_size = 0;           ///< -sc, bytes
   std::int32_t heap_limit = 0;           ///< -sl, bytes
-  // Deliberate: nothing reads this. "-J" is accepted and the log opened the same way.
+  // Deliberate: nothing reads this. "-J" is accepted, but the log is opened in the same way.
   bool use_wal = true;             ///< -J clears it
   std::string output_path;         ///< -f; empty for standard output
   bool ascending = false;          ///< -a

@@ -44,14 +44,15 @@ int select_params(DumpContext& context, const DumpOptions& options) {
     const auto param = std::find_if(params.begin(), params.end(),
                                     [&](const auto& candidate) { return candidate.path == name; });
     if (param == params.end()) {
-      // Deliberate: two blanks before "is".
+      // Deliberate: there are two blanks before "is".
       std::fprintf(stderr, "Error: parameter '%s' on device '%s'  is not trended\n", name.c_str(),
                    options.device.c_str());
       return 1;
     }
     context.device_params.params.push_back(*param);
   }
-  // Deliberate: named parameters keep the byte order of their names instead.
+  // Deliberate: parameters that the user named are not put in this order. They stay sorted by the
+  // bytes of their names.
   if (options.params.empty()) {
     std::sort(params.begin(), params.end(), param_path_less);
     context.device_params.params = std::move(params);
@@ -95,8 +96,9 @@ int select_catalogue(DumpContext& context, const DumpOptions& options) {
 bool param_path_less(const CParamProperties& a, const CParamProperties& b) {
   const auto depth_a = std::count(a.path.begin(), a.path.end(), '/');
   const auto depth_b = std::count(b.path.begin(), b.path.end(), '/');
-  // Where the folder of the shallower path ends. Deliberate: 0 also stands for a '/' that is the
-  // path's first character, which then counts as no folder.
+  // Where the folder of the path with fewer levels ends; 0 if both have the same number.
+  // Deliberate: it is also 0 if that folder is just the '/' at the start of the path, which then
+  // does not count as a folder.
   std::size_t split = 0;
   if (depth_a < depth_b) {
     if (depth_a == 0) return true;

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "cli/validate.h"
 #include "tests/support/scripted_trend_log.h"
 #include "tests/support/streams.h"
 
@@ -29,9 +28,9 @@ class SelectCatalogue : public testing::Test {
     options_.device = "pump";
   }
 
-  /// Selects with what the typed parameters and intervals become on their way here.
+  /// Selects. The options are to be as validation leaves them: in order, with duplicates at the
+  /// end.
   ProcessResult select() {
-    EXPECT_EQ(validate_options(options_), 0);
     return capture([&] { return select_catalogue(context_, options_); });
   }
 
@@ -74,7 +73,7 @@ TEST_F(SelectCatalogue, AsksForEachListOnceInOrder) {
   EXPECT_EQ(trend_log_script().calls, ALL_CALLS);
 }
 
-TEST_F(SelectCatalogue, TakesOverTheTimeRangeAndTheRowsToSkip) {
+TEST_F(SelectCatalogue, SetsTheTimeRangeAndTheRowsToSkip) {
   options_.start_time = 100;
   options_.end_time = 50;
   options_.offset = 7;
@@ -84,7 +83,7 @@ TEST_F(SelectCatalogue, TakesOverTheTimeRangeAndTheRowsToSkip) {
   EXPECT_EQ(context_.skip, 7U);
 }
 
-TEST_F(SelectCatalogue, LeavesTheTimeRangeOpenWhereNoneIsGiven) {
+TEST_F(SelectCatalogue, LeavesTheTimeRangeOpenByDefault) {
   expect_success();
   EXPECT_EQ(context_.range_start, -1);
   EXPECT_EQ(context_.range_end, -1);
@@ -125,7 +124,7 @@ TEST_F(SelectCatalogue, TakesTheFirstOfTwoDevicesWithOnePath) {
   EXPECT_EQ(context_.device_params.device.aux_1, 11);
 }
 
-TEST_F(SelectCatalogue, HandsTheDeviceRecordBackUnchanged) {
+TEST_F(SelectCatalogue, PassesTheDeviceRecordUnchanged) {
   trend_log_script().devices[1].aux_text = "in the cellar";
   trend_log_script().devices[1].aux_1 = -12345678901234;
   expect_success();
@@ -148,7 +147,7 @@ TEST_F(SelectCatalogue, ReportsADeviceWithoutParameters) {
                  UP_TO_PARAMS);
 }
 
-TEST_F(SelectCatalogue, ReportsADeviceWithoutParametersBeforeAnUnknownParameter) {
+TEST_F(SelectCatalogue, ReportsADeviceWithoutParametersFirst) {
   trend_log_script().params.clear();
   options_.params = {"a"};
   expect_failure("Device 'pump' exists in the log, but contains no trendable parameters.\n",
@@ -161,7 +160,7 @@ TEST_F(SelectCatalogue, ReportsAnUnknownParameterWithTwoBlanks) {
 }
 
 TEST_F(SelectCatalogue, ReportsOnlyTheFirstUnknownParameter) {
-  options_.params = {"z", "y"};
+  options_.params = {"y", "z"};
   options_.intervals = {7};
   expect_failure("Error: parameter 'y' on device 'pump'  is not trended\n", UP_TO_PARAMS);
 }
@@ -176,26 +175,26 @@ TEST_F(SelectCatalogue, MatchesParametersByteForByte) {
   }
 }
 
-TEST_F(SelectCatalogue, SelectsNamedParametersInByteOrder) {
+TEST_F(SelectCatalogue, SelectsNamedParametersInTheirOrder) {
   trend_log_script().params = {make_param("b", "n"), make_param("a/z", "n"), make_param("B", "n")};
-  options_.params = {"b", "a/z", "B"};
+  options_.params = {"B", "a/z", "b"};
   expect_success();
   EXPECT_EQ(selected_params(), (Names{"B", "a/z", "b"}));
 }
 
 TEST_F(SelectCatalogue, SelectsParametersTypedTwiceTwice) {
-  options_.params = {"b", "a", "b"};
+  options_.params = {"a", "b", "b"};
   expect_success();
   EXPECT_EQ(selected_params(), (Names{"a", "b", "b"}));
 }
 
-TEST_F(SelectCatalogue, SelectsSurplusCopiesBehindTheDistinctNames) {
-  options_.params = {"a", "a", "b"};
+TEST_F(SelectCatalogue, SelectsDuplicatesAfterTheOtherNames) {
+  options_.params = {"a", "b", "a"};
   expect_success();
   EXPECT_EQ(selected_params(), (Names{"a", "b", "a"}));
 }
 
-TEST_F(SelectCatalogue, CopiesParameterRecordsWhole) {
+TEST_F(SelectCatalogue, CopiesTheWholeRecordOfAParameter) {
   CParamProperties param = make_param("p", "xs");
   param.aux_1 = 1;
   param.aux_2 = 4294967295U;
@@ -243,13 +242,13 @@ TEST_F(SelectCatalogue, SelectsAllIntervalsInTheOrderOfTheLog) {
   EXPECT_EQ(selected_intervals(), (Numbers{60, 5, 60}));
 }
 
-TEST_F(SelectCatalogue, SelectsNamedIntervalsSmallestFirst) {
-  options_.intervals = {1440, 5};
+TEST_F(SelectCatalogue, SelectsNamedIntervalsInTheirOrder) {
+  options_.intervals = {5, 1440};
   expect_success();
   EXPECT_EQ(selected_intervals(), (Numbers{5, 1440}));
 }
 
-TEST_F(SelectCatalogue, CopiesIntervalRecordsWholeAndTakesTheFirstOfTwo) {
+TEST_F(SelectCatalogue, CopiesTheWholeRecordOfTheFirstOfTwoIntervals) {
   CPeriodProperties period = make_period(60);
   period.aux_1 = 9;
   trend_log_script().periods.insert(trend_log_script().periods.begin(), period);
@@ -265,21 +264,21 @@ TEST_F(SelectCatalogue, TakesZeroForTheFirstInterval) {
   EXPECT_EQ(selected_intervals(), (Numbers{5}));
 }
 
-TEST_F(SelectCatalogue, TakesZeroForTheFirstIntervalEvenWhereALaterOneIsZeroLong) {
+TEST_F(SelectCatalogue, TakesZeroForTheFirstIntervalNotForOneOfZeroMinutes) {
   trend_log_script().periods = {make_period(60), make_period(0)};
   options_.intervals = {0};
   expect_success();
   EXPECT_EQ(selected_intervals(), (Numbers{60}));
 }
 
-TEST_F(SelectCatalogue, SelectsTheSmallestIntervalTwiceWhereZeroAndItsLengthAreTyped) {
+TEST_F(SelectCatalogue, SelectsTheSmallestIntervalTwiceForZeroAndItsLength) {
   options_.intervals = {0, 5};
   expect_success();
   EXPECT_EQ(selected_intervals(), (Numbers{5, 5}));
 }
 
-TEST_F(SelectCatalogue, SelectsWhatRepeatedIntervalsLeaveBehind) {
-  options_.intervals = {5, 5, 5, 60};
+TEST_F(SelectCatalogue, SelectsDuplicateIntervalsToo) {
+  options_.intervals = {5, 60, 5, 60};
   expect_success();
   EXPECT_EQ(selected_intervals(), (Numbers{5, 60, 5, 60}));
 }
@@ -289,7 +288,7 @@ TEST_F(SelectCatalogue, ReportsAnUnknownInterval) {
   expect_failure("Error: interval 7 is not trended\n", ALL_CALLS);
 }
 
-TEST_F(SelectCatalogue, ReportsIntervalsThatEqualATrendedOneOnlyInTheirLow32Bits) {
+TEST_F(SelectCatalogue, ComparesAllBitsOfIntervals) {
   if constexpr (sizeof(long) > 4) {
     options_.intervals = {static_cast<unsigned long>(4294967301)};
     expect_failure("Error: interval 4294967301 is not trended\n", ALL_CALLS);
@@ -318,7 +317,7 @@ bool less(const std::string& a, const std::string& b) {
   return param_path_less(make_param(a, ""), make_param(b, ""));
 }
 
-/// Checks that the paths of `sorted` stand in ascending order, each against each.
+/// Compares each path of `sorted` with each other one, and checks that they are in ascending order.
 void expect_ascending(const Names& sorted) {
   for (std::size_t i = 0; i < sorted.size(); ++i) {
     for (std::size_t j = 0; j < sorted.size(); ++j) {
@@ -345,15 +344,15 @@ TEST(ParamPathLess, MatchesWholeFoldersOnly) {
   // "b/" is not the folder of "bb/a/a".
   expect_ascending({"b/x", "bb/a/a"});
   expect_ascending({"ba/a/a", "bb/x"});
-  // '-' sorts before '/'.
+  // '-' comes before '/'.
   expect_ascending({"b-/a/a", "b/x", "b/a/a"});
 }
 
-TEST(ParamPathLess, TakesALeadingSlashForNoFolder) {
+TEST(ParamPathLess, DoesNotCountASlashAtTheStartAsAFolder) {
   EXPECT_TRUE(less("/a/b", "/x"));
   EXPECT_FALSE(less("/x", "/a/b"));
   EXPECT_TRUE(less("/a", "/a/b"));
-  // With a folder behind the leading slash the rule applies again.
+  // If a folder follows the slash at the start, the rule applies again.
   EXPECT_TRUE(less("/a/x", "/a/b/c"));
 }
 

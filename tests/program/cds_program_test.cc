@@ -1,4 +1,4 @@
-// Display names in whole dumps, from the servers that a dump may meet.
+// Display names in whole dumps, from all kinds of servers.
 #include <gmock/gmock.h>
 
 #include <array>
@@ -59,7 +59,7 @@ class DisplayNames : public testing::Test {
     check(recorder.commit());
   }
 
-  /// The socket that the program looks for, as it runs in the folder of the test.
+  /// The socket that the program connects to. It runs in the folder of the test.
   [[nodiscard]] std::string socket_path() const { return folder_.file("cds.sock"); }
   [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
 
@@ -87,7 +87,7 @@ class DisplayNames : public testing::Test {
   const TemporaryFolder folder_;
 };
 
-/// Publishes a leaf as one does in a shell.
+/// Sets a leaf with the command that a user would type.
 void set_leaf(const RedisServer& server, const std::string& path, const std::string& text) {
   EXPECT_EQ(server.cli({"SET", path, text}), "OK\n");
 }
@@ -117,7 +117,7 @@ TEST_F(DisplayNames, HavePathsForLevelsWithoutAName) {
       "Boiler 1 / Boiler/Temp (avg),Pump / Running");
 }
 
-TEST_F(DisplayNames, ArePathsWhereNothingIsPublished) {
+TEST_F(DisplayNames, ArePathsIfNothingIsPublished) {
   const RedisServer server(socket_path());
   expect_dump_with_names(
       "Date,Time,Level,Boiler / Boiler/Temp (min),Boiler / Boiler/Temp (max),"
@@ -151,7 +151,7 @@ TEST_F(DisplayNames, CanBeReadByAUserWhoMayOnlyPingAndGet) {
       "Boiler / Boiler/Temp (avg),Pump / Pump/Run");
 }
 
-TEST_F(DisplayNames, StandBehindThePercentValidColumn) {
+TEST_F(DisplayNames, ComeAfterThePercentValidColumn) {
   const RedisServer server(socket_path());
   set_leaf(server, "site/plant/Level/DisplayName", "Level 1");
   EXPECT_THAT(dump({"-n", "-pv"}).out, StartsWith("Date,Time,Percent Valid,Level 1,Boiler / "));
@@ -171,30 +171,30 @@ TEST_F(DisplayNames, AreNotLookedUpWithoutTheOptionOrWithoutAHeader) {
 
 TEST_F(DisplayNames, FallBackToPathsWithoutAService) { expect_dump_with_paths(CANT_CONNECT); }
 
-TEST_F(DisplayNames, FallBackToPathsWhereTheServiceHasStopped) {
+TEST_F(DisplayNames, FallBackToPathsIfTheServiceHasStopped) {
   RedisServer server(socket_path());
   set_leaf(server, "site/plant/Level/DisplayName", "Level");
   server.stop();
   expect_dump_with_paths(CANT_CONNECT);
 }
 
-TEST_F(DisplayNames, FallBackToPathsWhereTheServiceHangs) {
+TEST_F(DisplayNames, FallBackToPathsIfTheServiceHangs) {
   const RedisServer server(socket_path());
   server.suspend();
   expect_dump_with_paths(CANT_CONNECT);
 }
 
-TEST_F(DisplayNames, FallBackToPathsWhereTheServiceDemandsAPassword) {
+TEST_F(DisplayNames, FallBackToPathsIfTheServiceDemandsAPassword) {
   const RedisServer server(socket_path(), {"--requirepass", "secret"});
   expect_dump_with_paths(CANT_CONNECT);
 }
 
-TEST_F(DisplayNames, FallBackToPathsWhereTheSocketIsAFile) {
+TEST_F(DisplayNames, FallBackToPathsIfTheSocketIsAFile) {
   write_file(socket_path(), "");
   expect_dump_with_paths(CANT_CONNECT);
 }
 
-TEST_F(DisplayNames, FallBackToPathsWhereTheServiceHangsUponTheRequest) {
+TEST_F(DisplayNames, FallBackToPathsIfTheServiceHangsDuringTheRequest) {
   const FakeServer server(socket_path(), [](int client) {
     answer_ping(client);
     ignore(client);
@@ -202,12 +202,12 @@ TEST_F(DisplayNames, FallBackToPathsWhereTheServiceHangsUponTheRequest) {
   expect_dump_with_paths(CANT_FETCH);
 }
 
-TEST_F(DisplayNames, FallBackToPathsWhereTheServiceDiesUponTheRequest) {
+TEST_F(DisplayNames, FallBackToPathsIfTheServiceDiesDuringTheRequest) {
   const FakeServer server(socket_path(), answer_ping);
   expect_dump_with_paths(CANT_FETCH);
 }
 
-TEST_F(DisplayNames, FallBackToPathsWhereTheServiceDiesWithinItsAnswer) {
+TEST_F(DisplayNames, FallBackToPathsIfTheServiceDiesWithinItsAnswer) {
   const FakeServer server(socket_path(), [](int client) {
     answer_ping(client);
     receive_some(client);
@@ -216,13 +216,13 @@ TEST_F(DisplayNames, FallBackToPathsWhereTheServiceDiesWithinItsAnswer) {
   expect_dump_with_paths(CANT_FETCH);
 }
 
-TEST_F(DisplayNames, FallBackToPathsWhereTheServiceRefusesTheRequest) {
+TEST_F(DisplayNames, FallBackToPathsIfTheServiceRefusesTheRequest) {
   const RedisServer server(socket_path());
   EXPECT_EQ(server.cli({"ACL", "SETUSER", "default", "-@all", "+ping"}), "OK\n");
   expect_dump_with_paths(CANT_FETCH);
 }
 
-TEST_F(DisplayNames, FallBackToPathsWhereTheServiceAnswersGarbage) {
+TEST_F(DisplayNames, FallBackToPathsIfTheServiceAnswersGarbage) {
   const FakeServer server(socket_path(), [](int client) {
     answer_ping(client);
     receive_some(client);

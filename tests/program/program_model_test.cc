@@ -66,7 +66,7 @@ DumpRequest random_request(Random& random, const ModelLog& log) {
   request.header = !is_lucky(5);
   if (is_lucky(3)) request.date_format = "%d.%m.%Y";
   if (is_lucky(2)) request.time_format = is_lucky(2) ? "%T" : "%H h %% of %m/%Y";
-  // Without chunks and without a limit, a dump that finds nothing asks for ever.
+  // Without chunks and without a limit, a dump that finds no row never ends.
   if (request.chunk_size == 0U && request.max_records == 0) {
     DumpRequest bare = request;
     bare.header = false;

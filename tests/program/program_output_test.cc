@@ -1,6 +1,7 @@
-// Where trendcsv writes to, and what the surroundings do to its output.
+// Where trendcsv writes to, and how locale, time zone and closed descriptors affect its output.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -60,7 +61,7 @@ TEST_F(ProgramOutput, GoesToTheFileThatIsNamed) {
   }
 }
 
-TEST_F(ProgramOutput, EmptiesTheFileEvenForADumpThatFails) {
+TEST_F(ProgramOutput, IsEmptyAfterADumpThatFails) {
   const std::string file = folder_->file("failed.csv");
   write_file(file, "something");
   const std::string missing = folder_->file("none.db");
@@ -73,7 +74,7 @@ TEST_F(ProgramOutput, EmptiesTheFileEvenForADumpThatFails) {
 
 TEST_F(ProgramOutput, MustBeWritable) {
   for (const std::string& file : {folder_->file("none/rows.csv"), folder_->path().string()}) {
-    // The database is missing as well: nothing but the output must be looked at.
+    // The database is missing too, but the output is opened first.
     const ProcessResult result =
         run_tool("trendcsv", {"-x", folder_->file("none.db"), "-d", "/plant", "-f", file});
     EXPECT_EQ(result.exit_status, 1);
@@ -82,20 +83,66 @@ TEST_F(ProgramOutput, MustBeWritable) {
   }
 }
 
+/// For `before_start`: closes the standard descriptors whose bits are set in `which`.
+std::function<void()> close_standard(unsigned which) {
+  return [which] {
+    for (int number = 0; number < 3; ++number) {
+      if ((which >> number & 1) != 0) close(number);
+    }
+  };
+}
+
 TEST_F(ProgramOutput, MayBeClosed) {
   const ProcessResult result =
-      run_tool("trendcsv", arguments(), "", {}, [] { close(STDOUT_FILENO); });
+      run_tool("trendcsv", arguments(), "", {}, close_standard(1U << STDOUT_FILENO));
   EXPECT_EQ(result.exit_status, 1);
-  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.out + result.err, "");
+}
+
+TEST_F(ProgramOutput, HoldsOnlyRowsWhicheverDescriptorIsClosed) {
   const std::string file = folder_->file("closed.csv");
-  const ProcessResult filed =
-      run_tool("trendcsv", arguments({"-f", file, "-m", "1", "-nh"}), "", {}, [] {
-        close(STDIN_FILENO);
-        close(STDOUT_FILENO);
-        close(STDERR_FILENO);
-      });
-  EXPECT_EQ(filed.exit_status, 0);
-  EXPECT_EQ(read_file(file), "2023-05-14,21:20,0.5,20000\n");
+  const std::vector<std::string> request = arguments({"-f", file, "-m", "1", "-n"});
+  const std::string message = "Error: can't connect to CDS\n";
+  for (unsigned which = 0; which < 8; ++which) {
+    SCOPED_TRACE(which);
+    const ProcessResult result = run_tool("trendcsv", request, "", {}, close_standard(which));
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, (which & 1U << STDERR_FILENO) != 0 ? "" : message);
+    EXPECT_EQ(read_file(file), "Date,Time,a:.ValueIntAvg,a:Value\n2023-05-14,21:20,0.5,20000\n");
+  }
+}
+
+TEST_F(ProgramOutput, HoldsNoMessageWhicheverDescriptorIsClosed) {
+  const std::string file = folder_->file("failed.csv");
+  const std::string missing = folder_->file("none.db");
+  for (unsigned which = 0; which < 8; ++which) {
+    SCOPED_TRACE(which);
+    write_file(file, "something");
+    const ProcessResult result = run_tool("trendcsv", {"-x", missing, "-d", "/plant", "-f", file},
+                                          "", {}, close_standard(which));
+    EXPECT_EQ(result.exit_status, 1);
+    EXPECT_EQ(read_file(file), "");
+  }
+}
+
+TEST_F(ProgramOutput, MayBeADevice) {
+  const std::string plain = run_tool("trendcsv", arguments()).out;
+  const ProcessResult to_standard_output = run_tool("trendcsv", arguments({"-f", "/dev/stdout"}));
+  EXPECT_EQ(to_standard_output.out, plain);
+  EXPECT_EQ(to_standard_output.err, "");
+  const ProcessResult to_nothing = run_tool("trendcsv", arguments({"-f", "/dev/null"}));
+  EXPECT_EQ(to_nothing.exit_status, 1);
+  EXPECT_EQ(to_nothing.out + to_nothing.err, "");
+}
+
+TEST_F(ProgramOutput, MayBeAFifo) {
+  const std::string fifo = folder_->file("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  auto reading = std::async(std::launch::async, [&] { return read_file(fifo); });
+  const ProcessResult result = run_tool("trendcsv", arguments({"-f", fifo}));
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(reading.get(), run_tool("trendcsv", arguments()).out);
 }
 
 TEST_F(ProgramOutput, MayBeFull) {
@@ -108,7 +155,7 @@ TEST_F(ProgramOutput, MayBeFull) {
   EXPECT_EQ(run_tool("trendcsv", arguments({"-f", "/dev/full"})).exit_status, 1);
 }
 
-TEST_F(ProgramOutput, EndsQuietlyWhereNobodyReadsOn) {
+TEST_F(ProgramOutput, EndsSilentlyIfNobodyReadsIt) {
   int ends[2] = {-1, -1};
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   auto running = std::async(std::launch::async, [&] {
@@ -172,19 +219,19 @@ std::string local_rows(const Zone& zone, std::int64_t begin, bool interval_begin
   return run_dump_tool(folder.file("trend.db"), "/plant", request).out;
 }
 
-TEST(ProgramTimes, SkipTheHourThatDaylightSavingTakes) {
+TEST(ProgramTimes, SkipTheHourAtTheStartOfDaylightSaving) {
   EXPECT_EQ(local_rows(NEW_YORK, utc(2023, 3, 12, 6)),
             "2023-03-12,01:00,0\n2023-03-12,01:30,1\n2023-03-12,03:00,2\n2023-03-12,03:30,3\n"
             "2023-03-12,04:00,4\n");
 }
 
-TEST(ProgramTimes, RepeatTheHourThatDaylightSavingGivesBack) {
+TEST(ProgramTimes, RepeatTheHourAtTheEndOfDaylightSaving) {
   EXPECT_EQ(local_rows(NEW_YORK, utc(2023, 11, 5, 5)),
             "2023-11-05,01:00,0\n2023-11-05,01:30,1\n2023-11-05,01:00,2\n2023-11-05,01:30,3\n"
             "2023-11-05,02:00,4\n");
 }
 
-TEST(ProgramTimes, RepeatHalfAnHourWhereClocksMoveByThat) {
+TEST(ProgramTimes, RepeatHalfAnHourInAZoneThatShiftsByThat) {
   EXPECT_EQ(local_rows(LORD_HOWE, utc(2023, 4, 1, 14, 30)),
             "2023-04-02,01:30,0\n2023-04-02,01:30,1\n2023-04-02,02:00,2\n2023-04-02,02:30,3\n"
             "2023-04-02,03:00,4\n");
@@ -196,10 +243,26 @@ TEST(ProgramTimes, FollowAZoneOffByHalfAnHour) {
             "2024-01-01,01:30,4\n");
 }
 
-TEST(ProgramTimes, ShowTheBeginOfIntervalsAcrossAChange) {
+TEST(ProgramTimes, ShowTheStartOfIntervalsAcrossAChange) {
   EXPECT_EQ(local_rows(NEW_YORK, utc(2023, 3, 12, 6), true),
             "2023-03-12,00:30,0\n2023-03-12,01:00,1\n2023-03-12,01:30,2\n2023-03-12,03:00,3\n"
             "2023-03-12,03:30,4\n");
+}
+
+TEST(ProgramTimes, ShiftEpochSecondsInUtcInAnotherZone) {
+  const TemporaryFolder folder;
+  record(half_hours(utc(2023, 7, 1)), folder.file("trend.db"));
+  const auto row = [&](const char* zone, const std::vector<std::string>& more) {
+    std::vector<std::string> arguments = {
+        "-x", folder.file("trend.db"), "-d", "/plant", "-nh", "-a", "-m", "1", "-w", "%s"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return run_tool("trendcsv", arguments, "", {{"TZ", zone}}).out;
+  };
+  EXPECT_EQ(row(UTC.name, {"-u"}), "1688169600,00:00,0\n");
+  EXPECT_EQ(row(KOLKATA.name, {"-u"}), "1688149800,00:00,0\n");
+  EXPECT_EQ(row(KOLKATA.name, {}), "1688169600,05:30,0\n");
+  EXPECT_EQ(row(NEW_YORK.name, {"-u"}), "1688187600,00:00,0\n");
+  EXPECT_EQ(row(NEW_YORK.name, {}), "1688169600,20:00,0\n");
 }
 
 TEST(ProgramTimes, BoundADumpInLocalTime) {

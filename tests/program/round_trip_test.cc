@@ -1,4 +1,4 @@
-// What trendcsv prints, trendload reads back, and dumping that gives the same bytes.
+// trendload reads what trendcsv prints, and a dump of the result has the same bytes.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -68,12 +68,12 @@ TEST_F(RoundTrip, DumpsTheObservedExampleAsItStands) {
   EXPECT_EQ(dump(db_, {"-a", "-p", "wind", "-p", "rain", "-p", "air/temperature"}), wanted);
 }
 
-TEST_F(RoundTrip, TurnsDaysIntoHoursWhereHoursAreKept) {
+TEST_F(RoundTrip, PrintsHoursInsteadOfDaysIfHoursAreKept) {
   load_file(db_, example("seattle-normals-1440"), "1440");
   load_file(db_, example("seattle-normals-60"), "60");
   const std::vector<std::string> days = lines_of(read_file(example("seattle-normals-1440")));
   const std::vector<std::string> hours = lines_of(read_file(example("seattle-normals-60")));
-  // Dates and times sort as text. A day describes what lies behind the midnight of the day before.
+  // Dates and times sort as text. A daily row covers the 24 hours up to its timestamp.
   const auto time_of = [](const std::string& line) { return line.substr(0, 16); };
   std::vector<std::string> wanted(hours.begin() + 1, hours.end());
   for (std::size_t i = 1; i < days.size(); ++i) {
@@ -185,7 +185,7 @@ TEST_F(RoundTrip, KeepsTheHoursAroundEveryChangeOfTheClocks) {
   }
 }
 
-TEST_F(RoundTrip, KeepsRowsThatBeginOrEndInTheHourThatComesTwice) {
+TEST_F(RoundTrip, KeepsRowsThatStartOrEndInTheRepeatedHour) {
   for (std::int64_t cut = -60; cut <= 60; cut += 10) {
     for (const bool keeps_end : {false, true}) {
       for (const bool ascending : {false, true}) {

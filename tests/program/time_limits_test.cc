@@ -1,4 +1,4 @@
-// Times at the ends of what 32 bits hold, where a time_t has as many and where it has more.
+// The first and last times that 32 bits can hold, on machines whose time_t has 32 bits or more.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,7 +22,7 @@ class TimeLimits : public testing::Test {
     log.params = {{"a", ACTUAL}};
     log.minutes = {1};
     double value = 0;
-    // Cut off to 32 bits, the later ones would be among the earlier ones.
+    // If the later times were cut to 32 bits, they would be between the earlier ones.
     for (const std::int64_t time : {std::int64_t{1}, LAST_NARROW - 1, LAST_NARROW, LAST_NARROW + 1,
                                     2 * LAST_NARROW + 1, 2 * LAST_NARROW + 62, LAST_RECORDABLE}) {
       log.rows.push_back({1, time, 1, {++value}});
@@ -34,8 +34,7 @@ class TimeLimits : public testing::Test {
                                "2106-02-07,06:29:16,6\n", "36812-02-20,00:36:15,7\n"});
   }
 
-  /// The rows that times can hold, from the one with index `first` on and before that with index
-  /// `end`.
+  /// Of the rows whose times a time_t can hold, those with an index from `first` to below `end`.
   [[nodiscard]] std::string rows(std::size_t first, std::size_t end, bool oldest_first) const {
     std::string text;
     for (std::size_t i = first; i < std::min(end, rows_.size()); ++i) {
@@ -70,7 +69,7 @@ class TimeLimits : public testing::Test {
 
   TemporaryFolder folder_;
   std::string db_ = folder_.file("trend.db");
-  std::vector<std::string> rows_;  ///< those that times can hold
+  std::vector<std::string> rows_;  ///< those whose times a time_t can hold
 };
 
 TEST_F(TimeLimits, LeaveOutRowsThatATimeCannotHold) {
@@ -118,7 +117,7 @@ TEST_F(TimeLimits, TakeTheLastTimeOf32BitsAsABound) {
   EXPECT_EQ(dump(last_minute, "EST5").out, std::string(HEADER) + "2038-01-18,22:14:07,3\n");
 }
 
-TEST_F(TimeLimits, RefuseLaterBoundsWhereATimeCannotHoldThem) {
+TEST_F(TimeLimits, RefuseLaterBoundsThatATimeCannotHold) {
   struct Bound {
     const char* time;
     std::size_t rows_before;
@@ -164,7 +163,7 @@ TEST_F(TimeLimits, TakeBoundsBackToTheFirstTimeOf32Bits) {
   }
 }
 
-TEST_F(TimeLimits, RefuseEarlierBoundsWhereATimeCannotHoldThem) {
+TEST_F(TimeLimits, RefuseEarlierBoundsThatATimeCannotHold) {
   for (const std::string time : {"1901-12-13 20:45:51", "1900-01-01 00:00:00"}) {
     SCOPED_TRACE(time);
     if (HAS_NARROW_TIMES) {

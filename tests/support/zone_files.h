@@ -1,0 +1,15 @@
+// The time zones of the system.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// A time zone that has a file.
+struct SystemZone {
+  std::string name;  ///< as in the environment variable TZ, like "right/Asia/Tokyo"
+  std::vector<std::int64_t> changes;  ///< seconds since the epoch of changes and leap seconds
+};
+
+/// All of them; zones with equal files are there once. Without a time zone database there are none.
+[[nodiscard]] std::vector<SystemZone> system_zones();
