@@ -27,7 +27,8 @@ class SelectCatalogue : public testing::Test {
     options_.device = "pump";
   }
 
-  /// Selects by the options, whose parameters and intervals `validate_options` would have sorted.
+  /// Selects. The options are to be as validation leaves them: in order, with duplicates at the
+  /// end.
   ProcessResult select() {
     return capture([&] { return select_catalogue(context_, options_); });
   }

@@ -91,5 +91,5 @@ TrendLogScript& trend_log_script();
 [[nodiscard]] toolkit::trend::CParamProperties make_param(const std::string& path,
                                                           const std::string& flags);
 [[nodiscard]] toolkit::trend::CPeriodProperties make_period(std::uint32_t minutes);
-[[nodiscard]] toolkit::trend::CSnapshot make_snapshot(std::time_t timestamp,
-                                                      const std::vector<toolkit::trend::CSample>& samples = {});
+[[nodiscard]] toolkit::trend::CSnapshot make_snapshot(
+    std::time_t timestamp, const std::vector<toolkit::trend::CSample>& samples = {});
