@@ -24,6 +24,7 @@ class SelectCatalogue : public testing::Test {
     script.devices = {make_device("boiler"), make_device("pump")};
     script.params = {make_param("b", "n"), make_param("a", "nxvas"), make_param("c/d", "s")};
     script.periods = {make_period(5), make_period(60), make_period(1440)};
+    options_.db_path = "db";
     options_.device = "pump";
   }
 
@@ -283,7 +284,7 @@ TEST_F(SelectCatalogue, SelectsDuplicateIntervalsToo) {
 }
 
 TEST_F(SelectCatalogue, ReportsAnUnknownInterval) {
-  options_.intervals = {7, 60};
+  options_.intervals = {60, 7};
   expect_failure("Error: interval 7 is not trended\n", ALL_CALLS);
 }
 
