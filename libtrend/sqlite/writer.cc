@@ -40,7 +40,7 @@ std::unique_ptr<SqliteWriter> SqliteWriter::open(const std::string& path, std::s
 }
 
 SqliteWriter::~SqliteWriter() {
-  if (sqlite3_get_autocommit(db_.get()) == 0) rollback();
+  if (sqlite3_get_autocommit(db_.get()) == 0) SqliteWriter::rollback();
 }
 
 bool SqliteWriter::fail(const std::string& reason) {
