@@ -40,7 +40,7 @@ std::unique_ptr<SqliteWriter> SqliteWriter::open(const std::string& path, std::s
 }
 
 SqliteWriter::~SqliteWriter() {
-  if (sqlite3_get_autocommit(db_.get()) == 0) rollback();
+  if (sqlite3_get_autocommit(db_.get()) == 0) SqliteWriter::rollback();
 }
 
 bool SqliteWriter::fail(const std::string& reason) {
@@ -75,6 +75,7 @@ bool SqliteWriter::prepare() {
 
 bool SqliteWriter::begin() {
   free_slots_.clear();
+  last_table_ = nullptr;
   // What is recorded into a file that has no name any more is lost.
   int has_moved = 0;
   sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
@@ -82,7 +83,49 @@ bool SqliteWriter::begin() {
   return begin_.run() || fail_with_database_error();
 }
 
-bool SqliteWriter::commit() { return commit_.run() || fail_with_database_error(); }
+/// Runs a statement that inserts into `table`; false on failure.
+bool SqliteWriter::insert(Statement& statement, const char* table) {
+  if (!statement.run()) return false;
+  if (sqlite3_changes(db_.get()) > 0) {
+    last_table_ = table;
+    last_row_ = sqlite3_last_insert_rowid(db_.get());
+  }
+  return true;
+}
+
+/// Looks whether the last row that the transaction inserted is in the database.
+SqliteWriter::Outcome SqliteWriter::look_for_last_row() {
+  if (last_table_ == nullptr) return Outcome::RECORDED;
+  const std::string sql = std::string("SELECT 1 FROM ") + last_table_ + " WHERE rowid = ?1";
+  Statement look(db_.get(), sql.c_str());
+  look.bind(1, last_row_);
+  switch (look.step()) {
+    case Statement::Step::ROW:
+      return Outcome::RECORDED;
+    case Statement::Step::DONE:
+      return Outcome::NOT_RECORDED;
+    default:
+      return Outcome::IN_DOUBT;
+  }
+}
+
+bool SqliteWriter::commit() {
+  if (commit_.run()) return true;
+  const int code = sqlite3_extended_errcode(db_.get());
+  const std::string reason = sqlite3_errmsg(db_.get());
+  rollback();
+  // With a rollback journal, a lock that can't be released is an error after the commit. Where a
+  // sync failed, nobody knows what is on the disk, whatever the database looks like now.
+  const bool has_synced = code != SQLITE_IOERR_FSYNC && code != SQLITE_IOERR_DIR_FSYNC;
+  switch (has_synced ? look_for_last_row() : Outcome::IN_DOUBT) {
+    case Outcome::RECORDED:
+      return true;
+    case Outcome::NOT_RECORDED:
+      return fail(reason);
+    default:
+      return fail("whether it was recorded is in doubt: " + reason + "; look with trendcsv");
+  }
+}
 
 void SqliteWriter::rollback() {
   // SQLite has undone the transaction by itself after some errors; this then fails, harmlessly.
@@ -92,7 +135,7 @@ void SqliteWriter::rollback() {
 bool SqliteWriter::add_device(CDeviceProperties& device) {
   add_device_.bind(1, device.path);
   add_device_.bind(2, device.aux_text);
-  if (!add_device_.run()) return fail_with_database_error();
+  if (!insert(add_device_, "device")) return fail_with_database_error();
 
   const RunningStatement row(&get_device_);
   row->bind(1, device.path);
@@ -134,14 +177,14 @@ bool SqliteWriter::add_param(const CDeviceProperties& device, CParamProperties& 
   add_param_.bind(2, param.path);
   add_param_.bind(3, std::int64_t{get_statistics(param)});
   add_param_.bind(4, std::int64_t{param.aux_1});
-  return add_param_.run() || fail_with_database_error();
+  return insert(add_param_, "parameter") || fail_with_database_error();
 }
 
 bool SqliteWriter::add_series(const CDeviceProperties& device, std::uint32_t minutes,
                               CSeries& series) {
   add_series_.bind(1, device.aux_1);
   add_series_.bind(2, std::int64_t{minutes});
-  if (!add_series_.run()) return fail_with_database_error();
+  if (!insert(add_series_, "series")) return fail_with_database_error();
 
   const RunningStatement row(&get_series_);
   row->bind(1, device.aux_1);
@@ -159,7 +202,7 @@ bool SqliteWriter::append(const CSeries& series, std::int64_t timestamp, double 
   append_.bind(1, get_row_id(series.id, timestamp));
   append_.bind(2, valid_ratio);
   append_.bind(3, samples.data(), samples.size());
-  if (append_.run()) return true;
+  if (insert(append_, "snapshot")) return true;
   if (sqlite3_extended_errcode(db_.get()) == SQLITE_CONSTRAINT_PRIMARYKEY) {
     return fail("the series has a row with the timestamp " + std::to_string(timestamp) +
                 " already");

@@ -34,12 +34,18 @@ class SqliteWriter : public LogWriter {
 
  private:
   explicit SqliteWriter(Database db) : db_(std::move(db)) {}
+  enum class Outcome { RECORDED, NOT_RECORDED, IN_DOUBT };
+
   [[nodiscard]] bool prepare();
+  [[nodiscard]] bool insert(Statement& statement, const char* table);
+  [[nodiscard]] Outcome look_for_last_row();
   bool find_free_slot(std::int64_t device_id, std::size_t& slot);
   bool fail(const std::string& reason);
   bool fail_with_database_error();
 
   Database db_;
+  const char* last_table_ = nullptr;  ///< of the row that this transaction inserted last
+  std::int64_t last_row_ = 0;         ///< its id
   /// The slot for the next parameter by the id of the device, as far as this transaction knows it.
   std::map<std::int64_t, std::size_t> free_slots_;
   Statement begin_;

@@ -59,6 +59,6 @@ int main(int argc, char** argv) {
                 spent.count());
     std::fflush(stdout);
   }
-  std::printf("%llu equal\n", static_cast<unsigned long long>(share * Samples::KIND_COUNT));
+  std::printf("%llu equal\n", static_cast<unsigned long long>(share) * Samples::KIND_COUNT);
   return EXIT_SUCCESS;
 }

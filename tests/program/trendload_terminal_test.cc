@@ -10,7 +10,6 @@
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 
 /// A long file of good rows.
 std::string long_csv() {

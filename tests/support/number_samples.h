@@ -100,7 +100,8 @@ class Samples {
       for (int i = -320; i <= 308; ++i) powers.push_back(power_of_ten(i));
       return powers;
     }();
-    return POWERS[static_cast<std::size_t>(exponent + 320)];
+    const int index = exponent + 320;
+    return POWERS[static_cast<std::size_t>(index)];
   }
   static double switched(int exponent) {
     static const std::vector<double> SWITCHES = [] {

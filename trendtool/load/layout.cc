@@ -6,7 +6,6 @@
 #include "text/column_names.h"
 #include "text/csv.h"
 
-using toolkit::trend::CParamProperties;
 using toolkit::trend::STATISTICS;
 
 static_assert(COLUMN_SUFFIXES.size() == STATISTICS.size());

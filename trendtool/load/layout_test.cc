@@ -65,10 +65,8 @@ TEST(ReadHeader, SplitsAtTheLastColon) {
 }
 
 TEST(ReadHeader, RequiresDateAndTimeFirst) {
-  for (const char* line :
-       {"", "Date", "Time,Date,a:Value", "date,time,a:Value", "Date,Time ,a:Value",
-        "\xEF\xBB\xBF"
-        "Date,Time,a:Value"}) {
+  for (const char* line : {"", "Date", "Time,Date,a:Value", "date,time,a:Value",
+                           "Date,Time ,a:Value", "\uFEFFDate,Time,a:Value"}) {
     EXPECT_EQ(header_error(line), "the header does not start with Date,Time") << line;
   }
 }
