@@ -1,4 +1,5 @@
-// Runs trendcsv and what people would use instead in turn, and prints a table of the results.
+// Runs trendcsv and the programs that it is compared with in turn, and prints a table of the
+// results.
 //   compare TRENDCSV FLOOR DATA_FOLDER
 // scripts/bench makes the data.
 #include <fcntl.h>
@@ -26,7 +27,7 @@ struct Run {
 
 std::string folder;
 
-/// Runs a command with its output going to /dev/null and its messages to `messages`.
+/// Runs a command and discards its output. Its messages go to `messages`.
 Run run(const Command& command, const std::string& messages = "/dev/null") {
   std::vector<char*> arguments;
   for (const std::string& argument : command) {
@@ -45,7 +46,7 @@ Run run(const Command& command, const std::string& messages = "/dev/null") {
   rusage usage = {};
   wait4(child, &status, 0, &usage);
   const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start;
-  // 1 is what a dump gives that reached the end of the data.
+  // A dump that reached the end of the data returns 1.
   if (!WIFEXITED(status) || WEXITSTATUS(status) > 1) {
     std::fprintf(stderr, "compare: '%s' failed\n", command.front().c_str());
     std::exit(1);
@@ -83,7 +84,8 @@ Result run_in_turn(const Command& first, const Command& second, int repeats) {
   return result;
 }
 
-/// Prints a line of the table. `scale` multiplies the ratio, where the runs differ in rows.
+/// Prints a line of the table. `scale` multiplies the ratio, for runs with different numbers of
+/// rows.
 void print_line(const char* what, const Result& result, double scale, const char* target,
                 bool is_met) {
   std::printf("| %s | %.1f ms | %.1f ms | %.2f | %s | %s | %ld / %ld KiB |\n", what,
@@ -107,7 +109,7 @@ void expect_at_most(const char* what, const Command& first, const Command& secon
   print_line(what, result, scale, target, scale * result.first / result.second <= most);
 }
 
-/// The number of instructions that a command takes.
+/// The number of instructions that a command executes.
 double count_instructions(Command command) {
   const std::string messages = folder + "/callgrind.log";
   const Command valgrind = {"valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null"};
@@ -121,7 +123,7 @@ double count_instructions(Command command) {
 
 std::string data(const char* name) { return folder + "/" + name; }
 
-/// The query that prints the same text from one column per value.
+/// The query that prints the same text from a table with one column per value.
 std::string wide_query(int values) {
   std::string sql =
       "SELECT strftime('%Y-%m-%d', time, 'unixepoch'), "
@@ -184,7 +186,7 @@ int main(int argc, char** argv) {
       "under 8192 KiB): %s\n",
       large, small, large <= small * 1.05 && large < 8192 ? "met" : "NOT met");
 
-  // The difference of two sizes leaves out what starting a program takes.
+  // The difference of two sizes excludes the cost of starting a program.
   const double values = 1000 * 60;
   const double ours = count_instructions(dump("60.db", {"-m", "2000"})) -
                       count_instructions(dump("60.db", {"-m", "1000"}));

@@ -1,5 +1,5 @@
-// What a dump can't do without: reads all packed samples in order, newest first, and writes as many
-// bytes of constant text.
+// The least work of any dump: reads all packed samples, newest first, and writes as many bytes of
+// constant text as a dump.
 //   floor DB BYTES
 #include <sqlite3.h>
 

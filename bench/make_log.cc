@@ -1,7 +1,7 @@
 // Makes a trend database of any size for benchmarks; the same arguments give the same values.
 //   make_log DB PARAMETERS MINUTES ROWS [MINUTES ROWS ...]
-// Every parameter carries minimum, maximum and average. The rows of all intervals end at the same
-// time, so that those of the coarser ones reach further back.
+// Minimum, maximum and average are recorded for every parameter. The newest rows of all intervals
+// end at the same time, so that those of longer intervals start earlier.
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -18,7 +18,7 @@ using toolkit::trend::CSeries;
 
 namespace {
 
-/// A sequence of numbers from 0 to below 1 that looks random.
+/// A pseudo-random sequence of numbers from 0 to below 1.
 class Noise {
  public:
   double next() {
@@ -30,8 +30,8 @@ class Noise {
   std::uint64_t state_ = 1;
 };
 
-/// The values of a row: of each three parameters one to a tenth, like a sensor, one with all its
-/// digits, like something computed, and one large count.
+/// The values of a row. Of three parameters, one has one decimal place, like a sensor; one has all
+/// digits, like a computed value; and one is a large count.
 std::vector<double> make_values(std::size_t params, Noise& noise) {
   std::vector<double> values;
   for (std::size_t i = 0; i < params; ++i) {

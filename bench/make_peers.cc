@@ -1,4 +1,4 @@
-// Gives the rows of a log made by make_log to other programs.
+// Converts a log made by make_log to the formats of other programs.
 //   make_peers DB WIDE_DB [RRD RRD_COMMANDS]
 // WIDE_DB becomes an SQLite database with one column per value. RRD_COMMANDS becomes the commands
 // for "rrdtool -" that make the round-robin database RRD, with the averages as its points.

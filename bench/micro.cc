@@ -1,4 +1,4 @@
-// What the parts of a row cost.
+// Measures the time that each part of printing a row takes.
 #include <benchmark/benchmark.h>
 
 #include <array>
@@ -58,7 +58,7 @@ void format_numbers_with_library(benchmark::State& state) {
 }
 BENCHMARK(format_numbers_with_library)->ArgName("tenths_full_counts")->Arg(0)->Arg(1)->Arg(2);
 
-/// Prints rows of minimum, maximum and average of so many parameters, five minutes apart.
+/// Prints rows, five minutes apart, with the minimum, maximum and average of so many parameters.
 void print_rows(benchmark::State& state) {
   DumpContext context;
   context.out = std::fopen("/dev/null", "w");

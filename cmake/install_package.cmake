@@ -1,5 +1,5 @@
-# Installs what find_package(trendcsv) and pkg-config read. The folder of the installation may be
-# moved: all paths in these files are relative.
+# Installs the files for find_package(trendcsv) and pkg-config. All paths in them are relative, so
+# the installation folder may be moved.
 include(CMakePackageConfigHelpers)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/trendcsv)

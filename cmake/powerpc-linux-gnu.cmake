@@ -13,8 +13,8 @@ get_filename_component(target_deps "${CMAKE_CURRENT_LIST_DIR}/../build/target-de
 set(CMAKE_C_COMPILER ${target_triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${target_triplet}-g++)
 
-# Files may be large. Times stay at the 32 bits that this system has: everything linked together has
-# to agree on that. The linker drops the functions that a program does not use.
+# Files may be large. Times keep the 32 bits of this system: all code that is linked together must
+# agree on that. The linker drops the functions that a program does not use.
 set(target_flags "-D_FILE_OFFSET_BITS=64 -ffunction-sections -fdata-sections")
 set(CMAKE_C_FLAGS_INIT "${target_flags}")
 set(CMAKE_CXX_FLAGS_INIT "${target_flags}")
@@ -25,16 +25,16 @@ set(CMAKE_CXX_STANDARD_LIBRARIES_INIT
   "-Wl,--push-state,--as-needed -latomic -Wl,--pop-state")
 
 # The SQLite and hiredis of scripts/setup-target can be part of programs, not of shared libraries.
-set(TRENDCSV_SHARED OFF CACHE BOOL "Build the libraries as shared ones too")
+set(TRENDCSV_SHARED OFF CACHE BOOL "Build shared libraries too")
 
-# Libraries, headers and packages come from the target only, programs that run
-# during the build from the host only.
+# Libraries, headers and packages come only from the target. Programs that run during the build come
+# only from the host.
 set(CMAKE_FIND_ROOT_PATH "${target_deps}" "${target_sysroot}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-# pkg-config knows nothing of the roots above and would answer for the host.
+# pkg-config does not use the paths above and would find the host's libraries.
 set(ENV{PKG_CONFIG_LIBDIR} "${target_deps}/lib/pkgconfig")
 set(ENV{PKG_CONFIG_PATH} "")
 

@@ -10,8 +10,8 @@ function(trendcsv_public_library name file)
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
   target_include_directories(${objects} PRIVATE ${PROJECT_SOURCE_DIR} ${TRENDCSV_GENERATED_HEADERS})
   target_link_libraries(${objects} PRIVATE trendcsv_flags ${library_LIBRARIES})
-  # Any compiler can link the static library: its objects hold machine code as well as what the
-  # link-time optimization of g++ reads, and clang++ can't have both.
+  # Any compiler can link the static library: with g++ its objects hold both machine code and the
+  # data for link-time optimization. clang++ does not support that.
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(${objects} PRIVATE $<$<CONFIG:Release>:-ffat-lto-objects>)
   else()
@@ -38,7 +38,7 @@ function(trendcsv_public_library name file)
       $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<BUILD_INTERFACE:${TRENDCSV_GENERATED_HEADERS}>)
     target_link_libraries(${target} PRIVATE ${library_LIBRARIES})
     if(kind STREQUAL "SHARED")
-      # Instances of templates of the standard library are visible to the linker in any case.
+      # Template instances of the standard library are visible even with hidden visibility.
       set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
       target_link_libraries(${target} PRIVATE trendcsv_flags)
       target_link_options(${target} PRIVATE -Wl,--version-script=${exports})

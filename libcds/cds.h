@@ -9,9 +9,9 @@
 /// An open connection to the CDS.
 struct pcd_connection;
 
-/// Connects to the CDS. `server` is the path of its socket; null means the one fixed when the
-/// library was built. `flag` is reserved; pass 1. Returns, within one second, a handle that the
-/// caller closes with `pcd_close`, or null where no CDS answers.
+/// Connects to the CDS. `server` is the path of its socket; null means the path that was set when
+/// the library was built. `flag` is reserved; pass 1. Returns within one second: a handle that the
+/// caller closes with `pcd_close`, or null if no CDS answers.
 __attribute__((visibility("default"))) pcd_connection* pcd_init(const char* server, int flag);
 
 /// Closes a connection and releases its handle; null is ignored.
@@ -19,14 +19,14 @@ __attribute__((visibility("default"))) void pcd_close(pcd_connection* handle);
 
 namespace toolkit {
 
-/// How the lookup of one leaf ended.
+/// The result of the lookup of one leaf.
 using api_status_t = std::uint32_t;
 /// The leaf was found.
 inline constexpr api_status_t API_STATUS_OK = 1;
-/// There is no such leaf, or it holds no plain value.
+/// There is no such leaf, or its value is not a text.
 inline constexpr api_status_t API_STATUS_NOT_FOUND = 2;
 
-/// What kind of value an element holds.
+/// The type of the value of an element.
 using element_type_t = std::uint32_t;
 inline constexpr element_type_t ELEMENT_TYPE_NONE = 0;
 inline constexpr element_type_t ELEMENT_TYPE_TEXT = 6;
@@ -39,7 +39,7 @@ class CElement {
 
   [[nodiscard]] element_type_t type() const { return type_; }
 
-  /// Replaces `text` with the value as text; bytes go through as they were published.
+  /// Sets `text` to the value as text, with exactly the bytes that were published.
   void to_string(std::string& text) const { text = text_; }
 
  private:
@@ -47,7 +47,7 @@ class CElement {
   std::string text_;
 };
 
-/// What the CDS tells of a leaf besides its value.
+/// Further properties of a leaf.
 struct element_property_t {
   std::uint32_t flags = 0;  ///< unused
 };
@@ -55,26 +55,26 @@ struct element_property_t {
 /// A CDS client; owns its connection.
 class __attribute__((visibility("default"))) CCds {
  public:
-  /// Connects when `connect_flag` is not 0; `handle` tells whether that succeeded.
+  /// Connects if `connect_flag` is not 0; `handle` is null if that failed.
   explicit CCds(int connect_flag);
   ~CCds();
   CCds(const CCds&) = delete;
   CCds& operator=(const CCds&) = delete;
 
-  /// Connects to the CDS that the library was built for, unless connected already. Returns 0, or
-  /// -1 where no CDS answers.
+  /// Connects to the socket that was set when the library was built, if not connected yet. Returns
+  /// 0, or -1 if no CDS answers.
   int connect(int flag);
   void close();
 
-  /// The connection, null while there is none; owned by this object.
+  /// Returns the connection, or null if there is none. This object owns it.
   [[nodiscard]] pcd_connection* handle() const { return handle_; }
 
-  /// Reads the leaves `paths` in one request, none where there are no paths. Fills the three
-  /// vectors, which come empty, with one entry per path in the order of `paths` and returns 0. A
-  /// leaf's bytes go through as they were published. Returns non-zero and leaves the vectors empty
-  /// where the request fails as a whole: without a connection, or where no answer to all of it is
-  /// there within five seconds. A connection that was lost, or that gave no such answer in time,
-  /// is of no further use.
+  /// Reads the leaves `paths` in one request; sends nothing if there are no paths. Fills the three
+  /// vectors, which must be empty, with one entry per path in the order of `paths`, and returns 0.
+  /// A text has exactly the bytes that were published. Returns non-zero and leaves the vectors
+  /// empty if the request fails as a whole: there is no connection, or no complete answer comes
+  /// within five seconds. If the connection was lost or the answer was late, all later calls fail
+  /// too.
   [[nodiscard]] int get_leaves(const std::vector<std::string>& paths,
                                std::vector<api_status_t>& statuses, std::vector<CElement>& elements,
                                std::vector<element_property_t>& properties);

@@ -1,4 +1,4 @@
-// The library for systems without a CDS: it never connects.
+// The client for systems without a CDS: it never connects.
 #include "libcds/cds.h"
 
 pcd_connection* pcd_init(const char* /*server*/, int /*flag*/) { return nullptr; }

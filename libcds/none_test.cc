@@ -27,7 +27,7 @@ TEST(CdsOfKindNone, NeverConnects) {
   EXPECT_NE(cds.connect(1), 0);
 }
 
-TEST(CdsOfKindNone, GivesNoLeaves) {
+TEST(CdsOfKindNone, ReturnsNoLeaves) {
   toolkit::CCds cds(1);
   std::vector<toolkit::api_status_t> statuses;
   std::vector<toolkit::CElement> elements;

@@ -1,7 +1,7 @@
 // The client of a CDS that is a Redis server on a Unix socket. A leaf is a string under its path.
 //
-// hiredis writes the requests and takes the replies apart. The bytes are moved here, so that one
-// deadline holds for a whole exchange and a lost connection raises no signal.
+// hiredis formats the requests and parses the replies. This file sends and receives the bytes, so
+// that one deadline applies to a whole exchange and a lost connection raises no signal.
 #include <hiredis/hiredis.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -36,11 +36,11 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-/// For connecting and the first answer; somewhat less than the second that callers are promised.
+/// For connecting and the first reply: a little less than the second that `pcd_init` promises.
 constexpr milliseconds CONNECT_LIMIT(900);
 /// For a request and its whole reply.
 constexpr milliseconds REQUEST_LIMIT(5000);
-/// The longest reply in bytes, so that no server can fill the memory.
+/// The longest accepted reply in bytes, so that no server can fill the memory.
 constexpr std::size_t REPLY_LIMIT = std::size_t{64} << 20;
 
 struct CommandDeleter {
@@ -58,14 +58,14 @@ struct ReplyDeleter {
 };
 using Reply = std::unique_ptr<redisReply, ReplyDeleter>;
 
-/// The time until `deadline`, not below 0.
+/// Returns the time until `deadline`, at least 0.
 milliseconds time_left(Clock::time_point deadline) {
   const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
   return left.count() > 0 ? left : milliseconds(0);
 }
 
-/// Waits until `connection` is ready for `events` or broken; false where the deadline passes
-/// before.
+/// Waits until `connection` is ready for `events` or broken. Returns false if the deadline passes
+/// first.
 bool wait_for(const pcd_connection& connection, short events, Clock::time_point deadline) {
   while (true) {
     const milliseconds left = time_left(deadline);
@@ -79,7 +79,7 @@ bool wait_for(const pcd_connection& connection, short events, Clock::time_point 
 
 bool is_transient(int error) { return error == EINTR || error == EAGAIN || error == EWOULDBLOCK; }
 
-/// Sends `data`; false where not all of it can be sent by the deadline.
+/// Sends `data`. Returns false if not all of it can be sent by the deadline.
 bool send_all(const pcd_connection& connection, std::string_view data, Clock::time_point deadline) {
   while (!data.empty()) {
     if (!wait_for(connection, POLLOUT, deadline)) return false;
@@ -91,7 +91,7 @@ bool send_all(const pcd_connection& connection, std::string_view data, Clock::ti
   return true;
 }
 
-/// What hiredis may set memory aside for: one array of `elements` entries that are no arrays.
+/// Limits what hiredis may allocate: one array of `elements` entries that are not arrays.
 struct ReplyGuard {
   const redisReplyObjectFunctions* functions;  ///< hiredis' own
   std::size_t elements;
@@ -110,8 +110,8 @@ void* create_string(const redisReadTask* task, char* text, std::size_t size) {
   return size <= REPLY_LIMIT ? guard->functions->createString(task, text, size) : nullptr;
 }
 
-/// Reads a reply, which may be an array of `elements` entries but of no other length. Null where
-/// none is complete by the deadline, or what comes is none.
+/// Reads a reply. If it is an array, it must have `elements` entries. Returns null if no complete
+/// reply comes by the deadline, or if what comes is not a reply.
 Reply receive(const pcd_connection& connection, std::size_t elements, Clock::time_point deadline) {
   redisReplyObjectFunctions functions = {};  // the reader uses it to its end
   ReplyGuard guard = {nullptr, elements};
@@ -140,8 +140,9 @@ Reply receive(const pcd_connection& connection, std::size_t elements, Clock::tim
   return nullptr;
 }
 
-/// Sends the request that `words` make up and gives its reply, as `receive` does. After a failure
-/// the connection is dead: a reply that came late would be taken for that of the next request.
+/// Sends the request that consists of `words`, and returns its reply as `receive` does. After a
+/// failure the connection cannot be used again: a late reply would be taken for the reply to the
+/// next request.
 Reply exchange(const pcd_connection& connection, const std::vector<std::string_view>& words,
                std::size_t elements, Clock::time_point deadline) {
   std::vector<const char*> texts;
@@ -164,7 +165,7 @@ Reply exchange(const pcd_connection& connection, const std::vector<std::string_v
   return reply;
 }
 
-/// Connects to the socket at `path`, waiting for a place in its queue if need be.
+/// Connects to the socket at `path`. Waits while the queue of the socket is full.
 std::unique_ptr<pcd_connection> connect_to(std::string_view path, Clock::time_point deadline) {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;

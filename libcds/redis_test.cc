@@ -18,7 +18,7 @@
 #include "tests/support/redis_server.h"
 
 // The library under test is built for the socket "cds.sock" of the working directory. No test
-// measures time: one that waits without end is ended by ctest.
+// measures time: ctest stops a test that never ends.
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -87,7 +87,8 @@ void expect_failure(const Leaves& leaves) {
   EXPECT_THAT(leaves.properties, IsEmpty());
 }
 
-/// Asks a server that answers the PING properly, and the request for `paths` with `answer`.
+/// Asks a server that answers the PING correctly, and then answers the request for `paths` with
+/// `answer`.
 Leaves get_answered_with(const std::string& socket, const std::vector<std::string>& paths,
                          const std::function<void(int client)>& answer) {
   const FakeServer server(socket, [&](int client) {
@@ -110,7 +111,7 @@ Leaves get_answered_with(const std::string& socket, const std::vector<std::strin
 
 }  // namespace
 
-TEST_F(PcdInit, ConnectsToTheSocketOfTheBuildWhenNoneIsNamed) {
+TEST_F(PcdInit, ConnectsToTheSocketOfTheBuildByDefault) {
   const RedisServer server(socket_path());
   EXPECT_NE(Connection(pcd_init(nullptr, 1)), nullptr);
 }
@@ -126,30 +127,30 @@ TEST_F(PcdInit, FailsWithoutAFile) { EXPECT_FALSE(connects_to(socket_path())); }
 
 TEST_F(PcdInit, FailsOnAnEmptyPath) { EXPECT_FALSE(connects_to("")); }
 
-TEST_F(PcdInit, FailsOnAFileThatIsNoSocket) {
+TEST_F(PcdInit, FailsIfTheFileIsNotASocket) {
   write_file(socket_path(), "+PONG\r\n");
   EXPECT_FALSE(connects_to(socket_path()));
 }
 
-TEST_F(PcdInit, FailsOnAFolder) {
+TEST_F(PcdInit, FailsIfThePathIsAFolder) {
   EXPECT_FALSE(connects_to(std::filesystem::path(socket_path()).parent_path()));
 }
 
-TEST_F(PcdInit, ConnectsToNoOtherSocketWhenAPathIsTooLong) {
+TEST_F(PcdInit, FailsIfThePathIsTooLong) {
   const std::string longest = "./" + std::string(sizeof(sockaddr_un::sun_path) - 3, 's');
   const RedisServer server(longest);
   EXPECT_TRUE(connects_to(longest));
   EXPECT_FALSE(connects_to(longest + "s"));
 }
 
-TEST_F(PcdInit, FailsWhereTheServerHasGone) {
+TEST_F(PcdInit, FailsIfTheServerHasStopped) {
   RedisServer server(socket_path());
   server.stop();
   EXPECT_TRUE(std::filesystem::exists(socket_path()));
   EXPECT_FALSE(connects_to(socket_path()));
 }
 
-TEST_F(PcdInit, FailsWhereTheServerHangs) {
+TEST_F(PcdInit, FailsIfTheServerHangs) {
   const RedisServer server(socket_path());
   server.suspend();
   EXPECT_FALSE(connects_to(socket_path()));
@@ -157,12 +158,12 @@ TEST_F(PcdInit, FailsWhereTheServerHangs) {
   EXPECT_TRUE(connects_to(socket_path()));
 }
 
-TEST_F(PcdInit, FailsWhereTheServerDemandsAPassword) {
+TEST_F(PcdInit, FailsIfTheServerRequiresAPassword) {
   const RedisServer server(socket_path(), {"--requirepass", "secret"});
   EXPECT_FALSE(connects_to(socket_path()));
 }
 
-TEST_F(PcdInit, FailsWhereTheQueueOfTheSocketStaysFull) {
+TEST_F(PcdInit, FailsIfTheQueueOfTheSocketStaysFull) {
   const int listener = listen_on(socket_path(), 0);
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
@@ -179,12 +180,12 @@ TEST_F(PcdInit, FailsWhereTheQueueOfTheSocketStaysFull) {
   close(listener);
 }
 
-TEST_F(PcdInit, FailsWhereTheServerNeverAnswers) {
+TEST_F(PcdInit, FailsIfTheServerNeverAnswers) {
   const FakeServer server(socket_path(), ignore);
   EXPECT_FALSE(connects_to(socket_path()));
 }
 
-TEST_F(PcdInit, FailsWhereTheAnswerDribblesInWithoutEnd) {
+TEST_F(PcdInit, FailsIfTheAnswerIsTooSlow) {
   const FakeServer server(socket_path(), [](int client) {
     send_text(client, "+");
     dribble(client, 'P');
@@ -203,12 +204,12 @@ TEST_F(PcdInit, AcceptsAnAnswerInPieces) {
   EXPECT_TRUE(connects_to(socket_path()));
 }
 
-TEST_F(PcdInit, FailsWhereTheServerClosesAtOnce) {
+TEST_F(PcdInit, FailsIfTheServerClosesTheConnection) {
   const FakeServer server(socket_path(), [](int /*client*/) {});
   EXPECT_FALSE(connects_to(socket_path()));
 }
 
-TEST_F(PcdInit, FailsOnAnswersToSomethingElse) {
+TEST_F(PcdInit, FailsOnOtherAnswers) {
   for (const std::string answer :
        {"+OK\r\n", "$4\r\nPONG\r\n", ":1\r\n", "$-1\r\n", "*0\r\n", "*-1\r\n", "*1\r\n+PONG\r\n",
         "-PONG\r\n", "HTTP/1.1 400 Bad Request\r\n\r\n", "\r\n", "*2147483647\r\n"}) {
@@ -225,12 +226,12 @@ TEST_F(PcdInit, FailsOnAnswersToSomethingElse) {
   }
 }
 
-TEST_F(PcdInit, FailsOnGarbageWithoutEnd) {
+TEST_F(PcdInit, FailsOnEndlessGarbage) {
   const FakeServer server(socket_path(), [](int client) { flood(client, "+garbage garbage "); });
   EXPECT_FALSE(connects_to(socket_path()));
 }
 
-TEST_F(GetLeaves, GivesThePublishedTextsInTheOrderOfThePaths) {
+TEST_F(GetLeaves, ReturnsTheTextsInTheOrderOfThePaths) {
   const RedisServer server(socket_path());
   server.publish("site/b/DisplayName", "second");
   server.publish("site/a/DisplayName", "first");
@@ -247,7 +248,7 @@ TEST_F(GetLeaves, GivesThePublishedTextsInTheOrderOfThePaths) {
   EXPECT_EQ(leaves.text(2), "second");
 }
 
-TEST_F(GetLeaves, TellsWhichLeavesAreAbsentOrHoldNoText) {
+TEST_F(GetLeaves, SaysWhichLeavesAreMissingOrNotTexts) {
   const RedisServer server(socket_path());
   server.publish("text", "found");
   EXPECT_EQ(server.cli({"RPUSH", "list", "a"}), "1\n");
@@ -265,7 +266,7 @@ TEST_F(GetLeaves, TellsWhichLeavesAreAbsentOrHoldNoText) {
   EXPECT_THAT(leaves.properties, SizeIs(4));
 }
 
-TEST_F(GetLeaves, PassesEveryByteOfATextThrough) {
+TEST_F(GetLeaves, ReturnsEveryByteOfAText) {
   const RedisServer server(socket_path());
   std::string all_bytes;
   for (int byte = 0; byte < 256; ++byte) all_bytes += static_cast<char>(byte);
@@ -294,7 +295,7 @@ TEST_F(GetLeaves, PassesEveryByteOfATextThrough) {
   }
 }
 
-TEST_F(GetLeaves, PassesEveryByteOfAPathThrough) {
+TEST_F(GetLeaves, SendsEveryByteOfAPath) {
   const RedisServer server(socket_path());
   const std::vector<std::string> paths = {"", "a b", "zürich/\"x\"", "line\r\nline", "%s%b", "*"};
   for (const std::string& path : paths) server.publish(path, "text of " + path);
@@ -308,7 +309,7 @@ TEST_F(GetLeaves, PassesEveryByteOfAPathThrough) {
 TEST_F(GetLeaves, ReadsThousandsOfLeavesAtOnce) {
   const RedisServer server(socket_path());
   constexpr std::size_t COUNT = 5000;
-  const std::string padding(200, 'p');  // more in all than the buffers of a socket hold
+  const std::string padding(200, 'p');  // more in total than the buffers of a socket hold
   std::vector<std::string> paths;
   std::string commands;
   for (std::size_t i = 0; i < COUNT; ++i) {
@@ -355,7 +356,7 @@ TEST_F(GetLeaves, SendsOneRequestForAllPaths) {
   EXPECT_EQ(request, "*3\r\n$4\r\nMGET\r\n$1\r\na\r\n$3\r\nb/c\r\n");
 }
 
-TEST_F(GetLeaves, SucceedsOnNoPathsWithoutARequest) {
+TEST_F(GetLeaves, SendsNoRequestForNoPaths) {
   std::string request = "none yet";
   Leaves leaves;
   {
@@ -389,16 +390,16 @@ TEST_F(GetLeaves, FailsWithoutAConnection) {
   expect_failure(get(refused, {"a"}));
 }
 
-TEST_F(GetLeaves, FailsWhereTheServerDiedBefore) {
+TEST_F(GetLeaves, FailsIfTheServerDiedBefore) {
   RedisServer server(socket_path());
   CCds cds(1);
   ASSERT_NE(cds.handle(), nullptr);
   server.stop();
-  // The write finds no reader; the signal that this raises would end the test.
+  // Writing to a closed connection raises a signal by default, which would end the test.
   expect_failure(get(cds, {"a"}));
 }
 
-TEST_F(GetLeaves, TakesNoLateAnswerForThatOfTheNextRequest) {
+TEST_F(GetLeaves, DoesNotUseALateAnswerForTheNextRequest) {
   const RedisServer server(socket_path());
   server.publish("a", "of a");
   server.publish("b", "of b");
@@ -412,11 +413,11 @@ TEST_F(GetLeaves, TakesNoLateAnswerForThatOfTheNextRequest) {
   EXPECT_EQ(get(cds, {"b"}).text(0), "of b");
 }
 
-TEST_F(GetLeaves, FailsWhereTheServerNeverAnswers) {
+TEST_F(GetLeaves, FailsIfTheServerNeverAnswers) {
   expect_failure(get_answered_with(socket_path(), {"a"}, ignore));
 }
 
-TEST_F(GetLeaves, FailsWhereTheServerNeverReads) {
+TEST_F(GetLeaves, FailsIfTheServerNeverReads) {
   const FakeServer server(socket_path(), [](int client) {
     answer_ping(client);
     ignore(client);
@@ -425,24 +426,24 @@ TEST_F(GetLeaves, FailsWhereTheServerNeverReads) {
   expect_failure(get(cds, std::vector<std::string>(1000, std::string(10000, 'p'))));
 }
 
-TEST_F(GetLeaves, FailsWhereTheAnswerDribblesInWithoutEnd) {
+TEST_F(GetLeaves, FailsIfTheAnswerIsTooSlow) {
   expect_failure(get_answered_with(socket_path(), {"a"}, [](int client) {
     send_text(client, "*1\r\n$1000000\r\n");
     dribble(client, 'x');
   }));
 }
 
-TEST_F(GetLeaves, FailsWhereTheServerDiesBeforeItsAnswer) {
+TEST_F(GetLeaves, FailsIfTheServerDiesBeforeItsAnswer) {
   expect_failure(get_answered_with(socket_path(), {"a"}, [](int /*client*/) {}));
 }
 
-TEST_F(GetLeaves, FailsWhereTheServerDiesWithinItsAnswer) {
+TEST_F(GetLeaves, FailsIfTheServerDiesDuringItsAnswer) {
   expect_failure(get_answered_with(socket_path(), {"a", "b"}, [](int client) {
     send_text(client, "*2\r\n$1\r\nx\r\n$5\r\nna");
   }));
 }
 
-TEST_F(GetLeaves, FailsOnAnswersOfAnotherShape) {
+TEST_F(GetLeaves, FailsOnAnswersOfAnotherType) {
   for (const std::string answer : {
            "-ERR unknown command\r\n",
            "-NOAUTH Authentication required.\r\n",
@@ -470,7 +471,7 @@ TEST_F(GetLeaves, FailsOnAnswersOfAnotherShape) {
   }
 }
 
-TEST_F(GetLeaves, FailsOnLengthsThatNoMemoryHolds) {
+TEST_F(GetLeaves, FailsOnLengthsBeyondTheMemory) {
   for (const std::string answer : {
            "*2147483647\r\n",
            "*99999999999999999999\r\n",
@@ -482,7 +483,7 @@ TEST_F(GetLeaves, FailsOnLengthsThatNoMemoryHolds) {
     expect_failure(get_answered_with(socket_path(), {"a", "b"}, answer));
     unlink(socket_path().c_str());
   }
-  // Lengths that wrap around where sizes have 32 bits.
+  // Lengths that overflow if sizes have 32 bits.
   for (const std::string length : {"4294967293", "4294967294", "4294967295"}) {
     SCOPED_TRACE(length);
     expect_failure(get_answered_with(socket_path(), {"a", "b"}, [&](int client) {
@@ -492,7 +493,7 @@ TEST_F(GetLeaves, FailsOnLengthsThatNoMemoryHolds) {
   }
 }
 
-TEST_F(GetLeaves, FailsOnAnAnswerThatNeverEnds) {
+TEST_F(GetLeaves, FailsOnAnEndlessAnswer) {
   const std::string block(100000, 'x');
   expect_failure(get_answered_with(socket_path(), {"a"}, [&](int client) {
     send_text(client, "*1\r\n$2000000000\r\n");

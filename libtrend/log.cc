@@ -10,14 +10,14 @@
 
 namespace toolkit::trend {
 
-/// The connection that the copies of a handle share. It has no reader where `open` failed, and from
-/// `close` on.
+/// The connection that the copies of a handle share. It has no reader if `open` failed, and after
+/// `close`.
 struct CLog::Connection {
   std::unique_ptr<LogReader> reader;
   std::string error;
 
-  /// Runs `query` on one state of the database and returns the status of the call. What `query`
-  /// appends to `list` is removed again before a second run.
+  /// Runs `query` on one state of the database and returns the status of the call. If `query` has
+  /// to run again, what it appended to `list` is removed first.
   template <typename List, typename Query>
   int run(List& list, const Query& query) {
     const std::size_t size = list.size();

@@ -1,6 +1,6 @@
-// The trend log: reading the trend data of devices from a trend database.
+// The trend log: reads the trend data of devices from a trend database.
 //
-// The database format is written down in docs/trend-database.md.
+// docs/trend-database.md describes the database format.
 #pragma once
 
 #include <memory>
@@ -16,12 +16,12 @@ namespace toolkit::trend {
 struct OpenOptions {
   /// Open for reading. The options that would change the file then have no effect.
   bool read_only = true;
-  /// Make a new, empty trend database where there is no file.
+  /// Create an empty trend database if there is no file.
   bool create = false;
   /// How many seconds a call waits for a lock that another program holds.
   unsigned busy_timeout = 40;
-  /// Lock all other programs out while the database is open. Opening fails where that is not
-  /// possible, as for reading a database in WAL mode.
+  /// Lock all other programs out while the database is open. `open` fails if that is not possible:
+  /// a reader cannot lock a database in WAL mode.
   bool exclusive = false;
   /// The page size of a new database, in bytes; 0 for SQLite's default.
   unsigned page_size = 0;
@@ -44,11 +44,11 @@ class __attribute__((visibility("default"))) CLog {
  public:
   /// Opens the trend database at `path`. A connection that the handle held before is released.
   ///
-  /// Fails where `path` is not a regular file, or not a readable trend database of a known
-  /// version. The handle then holds no database, and the file is as it was.
+  /// Fails if `path` is not a regular file, or is not a readable trend database of a known version.
+  /// The handle then has no connection, and the file is unchanged.
   [[nodiscard]] int open(const std::string& path, const OpenOptions& options);
 
-  /// The same, with each option as an argument; they are explained at `OpenOptions`.
+  /// The same, with one argument for each field of `OpenOptions`.
   [[nodiscard]] int open(const std::string& path, bool read_only, bool create,
                          unsigned busy_timeout, bool exclusive, unsigned page_size,
                          unsigned cache_size, unsigned heap_limit, bool traditional_journal);
@@ -56,7 +56,7 @@ class __attribute__((visibility("default"))) CLog {
   /// Ends the connection for this handle and all its copies.
   void close();
 
-  /// Appends every device of the log to `devices`, in the order in which they were recorded first.
+  /// Appends every device of the log to `devices`, in the order in which they were added.
   [[nodiscard]] int get_devices(std::vector<CDeviceProperties>& devices);
 
   /// Appends the parameters of `device`, a record that `get_devices` returned, to `params`, in no
@@ -70,23 +70,23 @@ class __attribute__((visibility("default"))) CLog {
   /// Reads rows of one device, each with one sample per entry of `device.params`, and appends them
   /// to `result.snapshots`.
   ///
-  /// Only rows of the intervals in `periods` are considered. A row of a coarser interval is left
-  /// out where a row of a finer one ends within its interval; this holds even if the finer row is
-  /// outside the range or is itself left out. `range` is the earliest and the latest timestamp in
-  /// seconds since the epoch, both inclusive, -1 for no bound; a range that ends before it starts
-  /// holds nothing. The rows come in ascending order of time or, with `ascending` false, in
-  /// descending order. In that order `offset` rows are skipped and at most `count` returned, all of
-  /// them where `count` is 0. Rows with timestamps that a time_t cannot hold are left out. The last
+  /// Only rows of the intervals in `periods` are considered. A row is left out if a row of a
+  /// shorter interval ends within its interval, even if that other row is outside the range or is
+  /// left out itself. `range` is the earliest and the latest timestamp in seconds since the epoch,
+  /// both inclusive, -1 for no bound. A range that ends before it starts has no rows. The rows come
+  /// in ascending order of time or, with `ascending` false, in descending order. In that order the
+  /// first `offset` rows are skipped, and at most `count` of the others are returned, or all of
+  /// them if `count` is 0. Rows with timestamps that a time_t cannot hold are left out. The last
   /// argument is reserved; pass true.
   ///
-  /// Fails also where the database turns out to be damaged part of the way. After a failure
-  /// `result` must not be used.
+  /// Also fails if the query finds damaged data. After a failure `result` must not be used.
   [[nodiscard]] int get_trend_data(CDeviceData& result, const CDeviceParams& device,
                                    const std::vector<CPeriodProperties>& periods,
                                    const std::pair<long, long>& range, unsigned count,
                                    unsigned offset, bool ascending, bool reserved);
 
-  /// Returns why the last call on this handle or a copy failed, in words, without a line feed.
+  /// Returns why the last failed call on this handle or a copy failed, as a text without a line
+  /// feed.
   [[nodiscard]] std::string error() const;
 
  private:

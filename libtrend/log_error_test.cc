@@ -1,4 +1,4 @@
-// That a log says why a call failed.
+// Tests that a log says why a call failed.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -44,7 +44,7 @@ class LogError : public testing::Test {
   CLog log_;
 };
 
-TEST_F(LogError, IsThatNoDatabaseIsOpen) {
+TEST_F(LogError, SaysThatNoDatabaseIsOpen) {
   EXPECT_EQ(log_.error(), NOT_OPEN);
   EXPECT_EQ(query(), -1);
   EXPECT_EQ(log_.error(), NOT_OPEN);
@@ -57,7 +57,7 @@ TEST_F(LogError, IsThatNoDatabaseIsOpen) {
   EXPECT_EQ(copy.error(), NOT_OPEN);
 }
 
-TEST_F(LogError, TellsWhyAFileIsRefused) {
+TEST_F(LogError, SaysWhyAFileIsRefused) {
   EXPECT_EQ(log_.open(path_, {}), -1);
   EXPECT_EQ(log_.error(), "No such file or directory");
   record();
@@ -67,7 +67,7 @@ TEST_F(LogError, TellsWhyAFileIsRefused) {
   EXPECT_NE(log_.error(), NOT_OPEN);
 }
 
-TEST_F(LogError, TellsOfDamage) {
+TEST_F(LogError, ReportsDamage) {
   record();
   execute(TURN_INTO_VERSION_1);
   execute("UPDATE snapshot SET samples = zeroblob(9)");

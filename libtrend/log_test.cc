@@ -80,7 +80,7 @@ class Log : public testing::Test {
   CLog log_;
 };
 
-TEST_F(Log, GivesTheCatalogue) {
+TEST_F(Log, ReturnsTheCatalogue) {
   record();
   ASSERT_EQ(open_for_reading(), 0);
   std::vector<CDeviceProperties> devices;
@@ -124,7 +124,7 @@ TEST_F(Log, SucceedsWithoutIntervals) {
   EXPECT_TRUE(periods.empty());
 }
 
-TEST_F(Log, GivesEveryStatisticAndNaNForWhatARowLacks) {
+TEST_F(Log, ReturnsNaNForMissingValues) {
   record();
   ASSERT_EQ(open_for_reading(), 0);
   CDeviceParams device;
@@ -152,7 +152,7 @@ TEST_F(Log, GivesEveryStatisticAndNaNForWhatARowLacks) {
   EXPECT_TRUE(std::isnan(data.snapshots[1].samples[1].actual));
 }
 
-TEST_F(Log, ReadsSlotsBeyondAllRowsAsLacking) {
+TEST_F(Log, ReturnsNaNForSlotsBeyondTheRow) {
   record_version_1();
   execute("INSERT INTO parameter VALUES (10, 1, 'far', 31, 9223372036854775807)");
   execute("INSERT INTO parameter VALUES (11, 1, 'edge', 31, 4294967295)");
@@ -192,7 +192,7 @@ TEST_F(Log, FailsOnEveryCallWithoutAnOpenDatabase) {
   expect_failure(log_);
 }
 
-TEST_F(Log, EndsTheConnectionForAllCopiesAtOnce) {
+TEST_F(Log, ClosesAllCopiesAtOnce) {
   record();
   ASSERT_EQ(open_for_reading(), 0);
   CLog copy = log_;
@@ -205,7 +205,7 @@ TEST_F(Log, EndsTheConnectionForAllCopiesAtOnce) {
   copy.close();
 }
 
-TEST_F(Log, KeepsTheConnectionUntilTheLastCopyGoes) {
+TEST_F(Log, KeepsTheConnectionUntilTheLastCopyIsDestroyed) {
   record();
   CLog copy;
   {
@@ -218,7 +218,7 @@ TEST_F(Log, KeepsTheConnectionUntilTheLastCopyGoes) {
   EXPECT_EQ(devices.size(), 2U);
 }
 
-TEST_F(Log, TakesAnySizesWithoutHarm) {
+TEST_F(Log, AcceptsAnySizes) {
   record();
   constexpr unsigned MOST = std::numeric_limits<unsigned>::max();
   for (const unsigned size : {0U, 1U, 511U, 512U, 4096U, 65537U, 2147483647U, 2147483648U, MOST}) {
@@ -235,13 +235,13 @@ TEST_F(Log, TakesAnySizesWithoutHarm) {
   sqlite3_soft_heap_limit64(0);
 }
 
-TEST_F(Log, PassesTheHeapLimitOn) {
+TEST_F(Log, SetsTheHeapLimit) {
   record();
   ASSERT_EQ(log_.open(path_, {.heap_limit = 1234567}), 0);
   EXPECT_EQ(sqlite3_soft_heap_limit64(0), 1234567);
 }
 
-TEST_F(Log, WaitsForALockAsLongAsItIsTold) {
+TEST_F(Log, WaitsForALockUntilTheTimeout) {
   record();
   execute("PRAGMA journal_mode = DELETE");
   sqlite3* writer = nullptr;
@@ -252,7 +252,7 @@ TEST_F(Log, WaitsForALockAsLongAsItIsTold) {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     sqlite3_exec(writer, "COMMIT", nullptr, nullptr, nullptr);
   });
-  // More seconds than SQLite can count in milliseconds are as good as any.
+  // More seconds than SQLite can count in milliseconds are accepted too.
   EXPECT_EQ(log_.open(path_, {.busy_timeout = std::numeric_limits<unsigned>::max()}), 0);
   end_of_writing.join();
   sqlite3_close(writer);
@@ -292,7 +292,7 @@ TEST_F(Log, SwitchesTheJournalOnlyForAWriter) {
   EXPECT_EQ(ask("PRAGMA journal_mode"), "wal");
 }
 
-TEST_F(Log, LocksOthersOutWhereThatIsAskedFor) {
+TEST_F(Log, LocksOthersOutOnRequest) {
   record();
   ASSERT_EQ(log_.open(path_, {.read_only = false, .busy_timeout = 0, .exclusive = true}), 0);
   CLog other;
@@ -303,7 +303,7 @@ TEST_F(Log, LocksOthersOutWhereThatIsAskedFor) {
   EXPECT_EQ(other.open(path_, {.busy_timeout = 0}), 0);
 }
 
-TEST_F(Log, LocksWritersOutOfARollbackJournalAlsoForAReader) {
+TEST_F(Log, LocksWritersOutForAReaderInRollbackMode) {
   record();
   execute("PRAGMA journal_mode = DELETE");
   ASSERT_EQ(log_.open(path_, {.busy_timeout = 0, .exclusive = true}), 0);
@@ -335,7 +335,7 @@ TEST_F(Log, RefusesOtherApplicationsAndVersions) {
   }
 }
 
-TEST_F(Log, RefusesADatabaseThatLacksATableOrHasAViewInItsPlace) {
+TEST_F(Log, RefusesAMissingTableAndAViewInItsPlace) {
   for (const char* table :
        {"device", "parameter", "series", "loose", "series_state", "block", "segment", "database"}) {
     std::filesystem::remove(path_);
@@ -347,7 +347,7 @@ TEST_F(Log, RefusesADatabaseThatLacksATableOrHasAViewInItsPlace) {
   }
 }
 
-TEST_F(Log, LeavesOutIntervalsTooLongToName) {
+TEST_F(Log, LeavesOutIntervalsBeyond32Bits) {
   record_version_1();
   execute("INSERT INTO series VALUES (10, 1, 4294967295), (11, 1, 4294967296)");
   ASSERT_EQ(open_for_reading(), 0);
@@ -362,7 +362,7 @@ TEST_F(Log, LeavesOutIntervalsTooLongToName) {
       0);
 }
 
-TEST_F(Log, TakesNoMoreMemoryForALongLogThanForAChunk) {
+TEST_F(Log, NeedsNoMoreMemoryForALongLog) {
   CRecorder recorder;
   CDeviceParams device{.device = {.path = "long", .aux_text = ""}, .params = {}};
   CParamProperties param{.path = "p", .has_actual = true};

@@ -15,7 +15,7 @@ int CRecorder::fail(const std::string& reason) {
   return -1;
 }
 
-/// Returns the status of a call for which the writer has done its part, or has not.
+/// Ends a call: returns its status, and rolls back if the writer was not able to do it.
 int CRecorder::finish(bool is_done) { return is_done ? 0 : fail(writer_->error()); }
 
 bool CRecorder::is_recording() {
@@ -37,7 +37,7 @@ void CRecorder::close() {
 
 int CRecorder::begin() {
   if (!writer_) return fail("no database is open");
-  if (in_transaction_) return fail("a transaction is open already");
+  if (in_transaction_) return fail("a transaction is already open");
   in_transaction_ = true;
   return finish(writer_->begin());
 }

@@ -37,7 +37,8 @@ class __attribute__((visibility("default"))) CRecorder {
   /// Starts a transaction, after waiting up to 40 seconds for another writer to end its own. Fails
   /// if the file was moved or removed since `open`.
   [[nodiscard]] int begin();
-  /// Makes everything since `begin` lasting, and visible to readers, at once.
+  /// Makes everything since `begin` lasting, and visible to readers, at once. After a failure
+  /// nothing of it is recorded, unless `error` says that this is in doubt because the disk failed.
   [[nodiscard]] int commit();
   /// Undoes everything since `begin`, if there was one.
   void rollback();

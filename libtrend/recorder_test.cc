@@ -68,7 +68,7 @@ TEST_F(Recorder, RecordsAllOfATransactionOrNothing) {
   ASSERT_EQ(append(300), 0);
   EXPECT_NE(append(300), 0);
   EXPECT_EQ(recorder_.error(), "the series has a row with the timestamp 300 already");
-  // What follows a failure must not slip in on its own.
+  // Calls after the failure must not record anything.
   EXPECT_NE(append(600), 0);
   EXPECT_EQ(recorder_.error(), "no transaction is open");
   EXPECT_NE(recorder_.commit(), 0);
@@ -116,7 +116,7 @@ TEST_F(Recorder, RecordsRowsWithoutValues) {
   EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300}));
 }
 
-TEST_F(Recorder, KeepsWhatExists) {
+TEST_F(Recorder, KeepsExistingEntries) {
   open();
   CParamProperties first{.path = "first", .has_min = true, .has_sum = true};
   CParamProperties second{.path = "second", .has_actual = true};
@@ -161,7 +161,7 @@ TEST_F(Recorder, RefusesCallsOutsideATransaction) {
   recorder_.rollback();
   ASSERT_EQ(recorder_.begin(), 0);
   EXPECT_NE(recorder_.begin(), 0);
-  EXPECT_EQ(recorder_.error(), "a transaction is open already");
+  EXPECT_EQ(recorder_.error(), "a transaction is already open");
 }
 
 TEST_F(Recorder, ReopensWhatItCreated) {
@@ -175,7 +175,7 @@ TEST_F(Recorder, ReopensWhatItCreated) {
   EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300, 600}));
 }
 
-TEST_F(Recorder, CreatesADatabaseOutOfAnEmptyFile) {
+TEST_F(Recorder, FillsAnEmptyFile) {
   write_file(path_, "");
   open();
   ASSERT_EQ(append(300), 0);
@@ -183,7 +183,7 @@ TEST_F(Recorder, CreatesADatabaseOutOfAnEmptyFile) {
   EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300}));
 }
 
-TEST_F(Recorder, LeavesAnEmptyDatabaseWhereNothingWasCommitted) {
+TEST_F(Recorder, LeavesAnEmptyDatabaseIfNothingWasCommitted) {
   for (const bool is_there : {false, true}) {
     std::filesystem::remove(path_);
     if (is_there) write_file(path_, "");
@@ -212,7 +212,7 @@ TEST_F(Recorder, CreatesTheDatabaseToWhichALinkPoints) {
   EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300}));
 }
 
-TEST_F(Recorder, MakesANewDatabaseBesideWhatAnotherOneLeft) {
+TEST_F(Recorder, IgnoresTheLogOfADeletedDatabase) {
   open();
   ASSERT_EQ(append(300), 0);
   ASSERT_EQ(recorder_.commit(), 0);
@@ -228,7 +228,7 @@ TEST_F(Recorder, MakesANewDatabaseBesideWhatAnotherOneLeft) {
   EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{600}));
 }
 
-TEST_F(Recorder, LeavesADatabaseThatAnotherRecorderFilledMeanwhile) {
+TEST_F(Recorder, KeepsWhatAnotherRecorderCommitted) {
   open();
   recorder_.rollback();
   CRecorder other;
@@ -253,7 +253,7 @@ TEST_F(Recorder, RefusesToRecordIntoAFileThatWasRemoved) {
   EXPECT_EQ(recorder_.begin(), 0) << recorder_.error();
 }
 
-TEST_F(Recorder, WaitsForAnotherThatLocksAnEmptyFile) {
+TEST_F(Recorder, WaitsForTheLockOfAnEmptyFile) {
   write_file(path_, "");
   sqlite3* other = nullptr;
   ASSERT_EQ(sqlite3_open(path_.c_str(), &other), SQLITE_OK);
@@ -270,7 +270,7 @@ TEST_F(Recorder, WaitsForAnotherThatLocksAnEmptyFile) {
   EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300}));
 }
 
-TEST_F(Recorder, RefusesASeriesWhoseIdHoldsNoTimes) {
+TEST_F(Recorder, RefusesASeriesIdThatIsTooLarge) {
   open();
   ASSERT_EQ(recorder_.commit(), 0);
   recorder_.close();
@@ -291,7 +291,7 @@ TEST_F(Recorder, SaysWhyADatabaseCannotBeOpened) {
   EXPECT_NE(recorder_.open(folder_.file("no/such/folder")), 0);
   EXPECT_EQ(recorder_.error(), "No such file or directory");
   EXPECT_NE(recorder_.open(folder_.path()), 0);
-  EXPECT_EQ(recorder_.error(), "it is no regular file");
+  EXPECT_EQ(recorder_.error(), "it is not a regular file");
   const std::string text =
       "This is a text file, and longer than the header of a database. It has "
       "nothing to do with trend data at all.\n";

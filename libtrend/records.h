@@ -15,7 +15,7 @@ struct CDeviceProperties {
   std::int64_t aux_1 = -1;  ///< the device's id in the database; -1 for no device
 };
 
-/// One trended parameter of a device, and which statistics its rows carry.
+/// One trended parameter of a device, and which statistics are recorded for it.
 struct CParamProperties {
   std::string path;         ///< relative to the device, parts joined by '/'
   std::uint32_t aux_1 = 0;  ///< the parameter's first slot, see statistics.h
@@ -28,19 +28,19 @@ struct CParamProperties {
   std::uint32_t aux_3 = 0;  ///< unused
 };
 
-/// One trend interval that the log keeps.
+/// One trend interval of the log.
 struct CPeriodProperties {
   std::uint32_t interval = 0;  ///< length in minutes
   std::uint32_t aux_1 = 0;     ///< unused
 };
 
-/// A device and some of its parameters, in the order in which their values are wanted.
+/// A device and some of its parameters, in the order in which a query returns their samples.
 struct CDeviceParams {
   CDeviceProperties device;
   std::vector<CParamProperties> params;
 };
 
-/// The statistics of one parameter over one interval. A NaN is a value that the row lacks.
+/// The statistics of one parameter over one interval. A NaN stands for a missing value.
 struct CSample {
   double min;
   double max;
@@ -54,7 +54,7 @@ struct CSnapshot {
   std::uint32_t interval_minutes = 0;
   std::time_t timestamp = 0;     ///< end of the interval, seconds since the epoch
   double valid_ratio = 0;        ///< share of valid data, 0 to 1
-  std::vector<CSample> samples;  ///< one per parameter asked for, in that order
+  std::vector<CSample> samples;  ///< one per requested parameter, in that order
 };
 
 /// The result of one query.

@@ -1,9 +1,9 @@
-// The five statistics: the one table of their flags, members and bits, and where their values stand
-// in a row.
+// The five statistics: the table of their flags, members and bits, and the slots of their values in
+// a row.
 //
-// A row of a device is an array of values in numbered slots. The values of a parameter take the
-// slots from its first one (`CParamProperties::aux_1`) on, one per statistic that it carries, in
-// the order of this table.
+// A row of a device is an array of values in numbered slots. The values of a parameter are in
+// consecutive slots, from `CParamProperties::aux_1` on: one per statistic that is recorded for it,
+// in the order of this table.
 #pragma once
 
 #include <array>
@@ -14,7 +14,7 @@
 
 namespace toolkit::trend {
 
-/// One statistic: the flag of a parameter that carries it, and its value in a sample.
+/// One statistic: the flag of a parameter for which it is recorded, and its value in a sample.
 struct Statistic {
   bool CParamProperties::*flag;
   double CSample::*member;
@@ -32,8 +32,8 @@ inline constexpr std::array STATISTICS = {
 /// The mask with the bits of all statistics. Bit i stands for `STATISTICS[i]`.
 inline constexpr std::uint32_t ALL_STATISTICS = (1U << STATISTICS.size()) - 1;
 
-/// Returns the mask of the statistics that `param` carries, as `parameter.statistics` of the
-/// database format has it.
+/// Returns the mask of the statistics that are recorded for `param`. It is the value of
+/// `parameter.statistics` in the database.
 [[nodiscard]] inline std::uint32_t get_statistics(const CParamProperties& param) {
   std::uint32_t mask = 0;
   for (std::size_t i = 0; i < STATISTICS.size(); ++i) {
@@ -42,15 +42,15 @@ inline constexpr std::uint32_t ALL_STATISTICS = (1U << STATISTICS.size()) - 1;
   return mask;
 }
 
-/// Sets the flags of `param` as the bits of `mask` say.
+/// Sets the flags of `param` from the bits of `mask`.
 inline void set_statistics(CParamProperties& param, std::uint32_t mask) {
   for (std::size_t i = 0; i < STATISTICS.size(); ++i) {
     param.*STATISTICS[i].flag = (mask >> i & 1) != 0;
   }
 }
 
-/// Returns in which slot the value of `STATISTICS[statistic]` of `param` stands. For
-/// `statistic` = `STATISTICS.size()` that is the slot after the parameter's last one.
+/// Returns the slot of the value of `STATISTICS[statistic]` of `param`. For `statistic` =
+/// `STATISTICS.size()` that is the slot after the parameter's last one.
 [[nodiscard]] inline std::size_t get_slot(const CParamProperties& param, std::size_t statistic) {
   std::size_t slot = param.aux_1;
   for (std::size_t i = 0; i < statistic; ++i) slot += param.*STATISTICS[i].flag ? 1 : 0;

@@ -30,7 +30,7 @@ TEST(Statistics, BelongToOneMemberEach) {
   for (const Statistic& statistic : STATISTICS) EXPECT_EQ(sample.*statistic.member, expected++);
 }
 
-TEST(Statistics, TakeSlotsOnlyWhereTheyAreCarried) {
+TEST(Statistics, TakeSlotsOnlyIfTheyAreRecorded) {
   const CParamProperties param = {.path = "", .aux_1 = 7, .has_max = true, .has_actual = true};
   EXPECT_EQ(get_slot(param, 0), 7U);
   EXPECT_EQ(get_slot(param, 1), 7U);

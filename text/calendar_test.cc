@@ -29,7 +29,7 @@ std::tm library_fields(std::time_t time, bool use_utc) {
   return fields;
 }
 
-/// All that the fields say, as text.
+/// All fields as text.
 std::string to_text(const std::tm& fields) {
   std::array<char, 100> text;
   const std::size_t size = std::strftime(
@@ -54,7 +54,7 @@ void expect_library_fields(Calendar& calendar, std::time_t time, bool use_utc) {
 /// How far apart rows are, in seconds.
 constexpr int STEPS[] = {1, 60, 300, 600, 900, 1000, 3600, 86400};
 
-/// Asks for series of times in the steps that rows have, forwards and backwards.
+/// Checks series of times in the steps that rows have, forwards and backwards.
 void expect_library_fields_on_walks(const std::string& zone) {
   SCOPED_TRACE(zone);
   const TimeZone time_zone(zone.c_str());
@@ -96,7 +96,7 @@ TEST(Calendar, AgreesWithTheLibraryIfAZoneChangesTwiceInAnHour) {
   }
 }
 
-TEST(Calendar, AgreesWithTheLibraryAtTheEndsOfTime) {
+TEST(Calendar, AgreesWithTheLibraryAtTheFirstAndLastTimes) {
   const TimeZone time_zone("<+0530>-5:30");
   Calendar calendar;
   constexpr std::time_t LAST = std::numeric_limits<std::int32_t>::max();
@@ -109,8 +109,8 @@ TEST(Calendar, AgreesWithTheLibraryAtTheEndsOfTime) {
       expect_library_fields(calendar, std::numeric_limits<std::int32_t>::min(), true));
 }
 
-/// Asks for a series of times in one of the steps that rows have, from before `change` to after it
-/// or the other way round.
+/// Checks a series of times in one of the steps that rows have, from before `change` to after it or
+/// backwards.
 void expect_library_fields_around(std::int64_t change, std::mt19937& random, Calendar& calendar) {
   constexpr int ROWS = 40;
   const int step = STEPS[random() % std::size(STEPS)];

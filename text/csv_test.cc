@@ -20,7 +20,7 @@ std::string print(double value) {
   return {text.data(), format_value(value, text.data())};
 }
 
-/// Whether what `value` prints as is read as a value that prints the same.
+/// Checks that the text of `value` is read as a value with the same text.
 testing::AssertionResult survives(double value) {
   const std::string text = print(value);
   double again = 0;
@@ -40,7 +40,7 @@ TEST(SplitFields, KeepsEmptyFields) {
   EXPECT_EQ(split_fields("a,,b,"), (std::vector<std::string_view>{"a", "", "b", ""}));
 }
 
-TEST(ReadValue, TakesAnEmptyFieldForAMissingValue) {
+TEST(ReadValue, ReadsAnEmptyFieldAsNaN) {
   double value = 0;
   ASSERT_TRUE(read_value("", value));
   EXPECT_TRUE(std::isnan(value));
@@ -59,7 +59,7 @@ TEST(ReadValue, ReadsNumbers) {
   }
 }
 
-TEST(ReadValue, RefusesWhatIsNoNumber) {
+TEST(ReadValue, RefusesTextThatIsNotANumber) {
   for (const char* text :
        {"abc", "nan",   "NAN",   "-nan",  "nan(1)", "0x10",   "0X1P3", " 1", "1 ",
         "\t1", "+1",    "--1",   "-",     "+",      ".",      "e5",    "1e", "1e+",
@@ -69,7 +69,7 @@ TEST(ReadValue, RefusesWhatIsNoNumber) {
   }
 }
 
-TEST(ReadValue, ReadsThePowersThatNumbersBelowThemPrintAs) {
+TEST(ReadValue, ReadsPowersOfTenThatWereRoundedUp) {
   EXPECT_EQ(print(999999.5), "1E+06");
   for (int power = 5; power <= 15; ++power) {
     const double ten = std::pow(10, power);
@@ -136,7 +136,7 @@ TEST(ReadPercent, ReadsAShare) {
   EXPECT_EQ(ratio, 0.125);
 }
 
-TEST(ReadPercent, RefusesWhatIsNoPercentage) {
+TEST(ReadPercent, RefusesTextThatIsNotAPercentage) {
   for (const char* text : {"", "abc", "nan", "-1", "-0.01", "100.01", "1e3", "INF", "50%", " 50"}) {
     double ratio = 0;
     EXPECT_FALSE(read_percent(text, ratio)) << text;

@@ -56,7 +56,7 @@ TEST(LineReader, KeepsEmptyLines) {
   EXPECT_EQ(lines_of("\n\r\n\nx"), (Lines{"", "", "", "x"}));
 }
 
-TEST(LineReader, TakesOffNoMoreThanOneEnd) {
+TEST(LineReader, RemovesOnlyOneLineEnd) {
   EXPECT_EQ(lines_of("one\r\r\n"), Lines{"one\r"});
   EXPECT_EQ(lines_of("a\rb\n"), Lines{"a\rb"});
 }
@@ -80,7 +80,7 @@ TEST(LineReader, CountsTheLinesThatNextReturned) {
   EXPECT_EQ(reader.number(), 2U);
 }
 
-TEST(LineReader, ReturnsLinesAgainThatWereLookedAt) {
+TEST(LineReader, ReturnsLinesThatWereLookedAtBefore) {
   const File file = make_file("one\ntwo\nthree\nfour\n");
   LineReader reader(file.get());
   std::string_view line;
@@ -95,7 +95,7 @@ TEST(LineReader, ReturnsLinesAgainThatWereLookedAt) {
   EXPECT_EQ(read_all(reader), (Lines{"two", "three", "four"}));
 }
 
-TEST(LineReader, LooksAheadUpToTheEnd) {
+TEST(LineReader, LooksAheadToTheEnd) {
   const File file = make_file("one\n");
   LineReader reader(file.get());
   std::string_view line;
@@ -105,7 +105,7 @@ TEST(LineReader, LooksAheadUpToTheEnd) {
   EXPECT_EQ(read_all(reader), Lines{"one"});
 }
 
-TEST(LineReader, TellsAFailureFromTheEnd) {
+TEST(LineReader, DistinguishesAFailureFromTheEnd) {
   // A folder can be opened, but not read.
   const File folder(std::fopen("/", "r"));
   ASSERT_NE(folder, nullptr);

@@ -53,7 +53,7 @@ TEST(FormatValue, WritesSixSignificantDigitsBelowAMillion) {
   EXPECT_EQ(formatted(0.000123456789), "0.000123457");
 }
 
-TEST(FormatValue, WritesAllIntegerDigitsFromAMillionOn) {
+TEST(FormatValue, WritesAllIntegerDigitsFromAMillionUp) {
   EXPECT_EQ(formatted(1000000), "1000000");
   EXPECT_EQ(formatted(1234567), "1234567");
   EXPECT_EQ(formatted(-123456789012.25), "-123456789012");
@@ -77,7 +77,7 @@ TEST(FormatValue, RoundsUpToTheNextPowerOfTen) {
   EXPECT_EQ(formatted(0.000099999999), "0.0001");
 }
 
-TEST(FormatValue, TakesThePrecisionFromTheValueBeforeRounding) {
+TEST(FormatValue, ComputesThePrecisionBeforeRounding) {
   EXPECT_EQ(formatted(999999.4), "999999");
   EXPECT_EQ(formatted(999999.5), "1E+06");
   EXPECT_EQ(formatted(-9999999.5), "-1E+07");
@@ -110,7 +110,7 @@ TEST(FormatValue, EqualsPrintfNextToTies) { expect_reference_for(Samples::SIX_DI
 TEST(FormatValue, EqualsPrintfAroundRandomChangesOfPrecision) {
   expect_reference_for(Samples::NEAR_SWITCH);
 }
-TEST(FormatValue, EqualsPrintfWhereItRoundsUp) { expect_reference_for(Samples::NEAR_ROUNDING_UP); }
+TEST(FormatValue, EqualsPrintfIfItRoundsUp) { expect_reference_for(Samples::NEAR_ROUNDING_UP); }
 TEST(FormatValue, EqualsPrintfNearPowersOfTen) { expect_reference_for(Samples::NEAR_SEAM); }
 TEST(FormatValue, EqualsPrintfForSubnormals) { expect_reference_for(Samples::SUBNORMAL); }
 

@@ -69,7 +69,7 @@ char* write_field(char conversion, const std::tm& fields, char* text) {
 }
 
 /// Does what strftime does, but only for short formats whose conversions are all numbers. Returns
-/// the end of the text, or null for another format or a year that has not four digits.
+/// the end of the text, or null for another format or a year that does not have four digits.
 char* write_digits(const std::string& format, const std::tm& fields, char* text) {
   // A conversion has two characters, and its text has at most ten. So the text of a short format
   // always fits.

@@ -1,4 +1,4 @@
-// What a storage engine has to provide: reading and writing one trend database.
+// The interface of a storage engine, which reads and writes one trend database.
 #pragma once
 
 #include <cstdint>
@@ -12,15 +12,15 @@
 
 namespace toolkit::trend {
 
-/// The first and the last timestamp of rows, in seconds since the epoch. Every row has one above
-/// `NO_ROW`.
+/// The limits of timestamps, in seconds since the epoch. A row's timestamp is above `NO_ROW` and at
+/// most `MAX_TIMESTAMP`.
 inline constexpr std::int64_t NO_ROW = 0;
 inline constexpr std::int64_t MAX_TIMESTAMP = (std::int64_t{1} << 40) - 1;
 
-/// Walks through the rows of one series in order of time, one way.
+/// Reads the rows of one series in order of time, in one direction.
 ///
-/// A function that returns bool returns false on failure, damaged data included; the reader that
-/// made the cursor then has the reason.
+/// A function that returns bool returns false on failure, for example if the data is damaged. The
+/// reader that made the cursor then has the reason in `error`.
 class SeriesCursor {
  public:
   SeriesCursor() = default;
@@ -28,12 +28,12 @@ class SeriesCursor {
   SeriesCursor(const SeriesCursor&) = delete;
   SeriesCursor& operator=(const SeriesCursor&) = delete;
 
-  /// Goes to the first row, in the direction of the walk, of those from `earliest` to `latest`,
-  /// which are the only ones that the walk visits from then on.
+  /// Limits the cursor to the rows from `earliest` to `latest`, both inclusive, and goes to the
+  /// first of them in the cursor's direction.
   [[nodiscard]] virtual bool place(std::int64_t earliest, std::int64_t latest) = 0;
-  /// Goes from a row to the next by its time alone; no value is decoded.
+  /// Goes to the next row. Reads its timestamp only and decodes no values.
   [[nodiscard]] virtual bool advance() = 0;
-  /// Skips `count` rows. At the last row of the range the walk is over.
+  /// Skips `count` rows, or all that are left if these are fewer.
   [[nodiscard]] virtual bool pass(std::uint64_t count) {
     for (; count > 0 && timestamp_ != NO_ROW; --count) {
       if (!advance()) return false;
@@ -41,15 +41,15 @@ class SeriesCursor {
     return true;
   }
 
-  /// The timestamp of the current row, NO_ROW after the last one.
+  /// Returns the timestamp of the current row, NO_ROW after the last one.
   [[nodiscard]] std::int64_t timestamp() const { return timestamp_; }
 
-  /// Fills `row`, a fresh one, with the current row: its time, share of valid data, and the samples
-  /// of the parameters that the cursor was made for.
+  /// Fills `row`, which is a new object, with the current row: its timestamp, share of valid data,
+  /// and the samples of the parameters that the cursor was made for.
   [[nodiscard]] virtual bool decode(CSnapshot& row) = 0;
 
-  /// Finds the series' last row before `time`, wherever the cursor is. Sets `timestamp` to its time
-  /// or to NO_ROW.
+  /// Finds the last row of the series before `time`, independent of the cursor's position. Sets
+  /// `timestamp` to its timestamp, or to NO_ROW if there is none.
   [[nodiscard]] virtual bool find_before(std::int64_t time, std::int64_t& timestamp) = 0;
 
  protected:
@@ -64,23 +64,23 @@ class LogReader {
   LogReader(const LogReader&) = delete;
   LogReader& operator=(const LogReader&) = delete;
 
-  /// Runs `query`, which calls the functions below, on one unchanging state of the database.
-  /// Returns false where it does, or where there is no such state. `query` may be run again from
-  /// its start if the first answer cannot be trusted.
+  /// Runs `query`, which calls the functions below and sees one unchanging state of the database.
+  /// Returns false if `query` does, or if no such state can be read. `query` may run a second time
+  /// from its start, if the result of the first run may be wrong.
   [[nodiscard]] virtual bool run(const std::function<bool()>& query) = 0;
 
-  /// Append the catalogue's entries; see the functions of the same names of `CLog`. They return
+  /// Append the entries of the catalogue, as the functions of `CLog` with the same names do. Return
   /// false on failure.
   [[nodiscard]] virtual bool get_devices(std::vector<CDeviceProperties>& devices) = 0;
   [[nodiscard]] virtual bool get_params(const CDeviceProperties& device,
                                         std::vector<CParamProperties>& params) = 0;
   [[nodiscard]] virtual bool get_periods(std::vector<CPeriodProperties>& periods) = 0;
-  /// Appends the series of `device`, by ascending length of their intervals.
+  /// Appends the series of `device`, the one with the shortest interval first.
   [[nodiscard]] virtual bool get_series(const CDeviceProperties& device,
                                         std::vector<CSeries>& series) = 0;
 
-  /// Makes a cursor over `series` that decodes the values of `params`, which must outlive it, as
-  /// the query must. Returns null on failure.
+  /// Makes a cursor over `series` that decodes the values of `params`. It must be destroyed before
+  /// `params` and before the query ends. Returns null on failure.
   [[nodiscard]] virtual std::unique_ptr<SeriesCursor> make_cursor(
       const CSeries& series, const std::vector<CParamProperties>& params, bool ascending) = 0;
 
@@ -91,8 +91,8 @@ class LogReader {
   std::string error_;
 };
 
-/// Writes one open trend database, in transactions. `CRecorder` tells what its functions do; these
-/// return false on failure and leave it to the caller to roll back.
+/// Writes one open trend database, in transactions. `CRecorder` describes what the functions do.
+/// Here they return false on failure, and the caller has to roll back.
 class LogWriter {
  public:
   LogWriter() = default;
@@ -109,7 +109,7 @@ class LogWriter {
                                        CParamProperties& param) = 0;
   [[nodiscard]] virtual bool add_series(const CDeviceProperties& device, std::uint32_t minutes,
                                         CSeries& series) = 0;
-  /// The timestamp and the share of valid data are within their bounds.
+  /// The caller has checked that the timestamp and the share of valid data are in range.
   [[nodiscard]] virtual bool append(const CSeries& series, std::int64_t timestamp,
                                     double valid_ratio, std::span<const double> slots) = 0;
   [[nodiscard]] virtual bool purge(const CSeries& series, std::int64_t before) = 0;

@@ -9,7 +9,7 @@ namespace toolkit::trend {
 
 namespace {
 
-/// No row was passed yet, so the one before the current row is not known.
+/// No row was passed yet, so the row before the current one is not known.
 constexpr std::int64_t NOT_KNOWN = -1;
 
 /// One of the series that a query merges.
@@ -25,8 +25,8 @@ struct Source {
   }
 };
 
-/// The merge of the series that a query wants. Its sources are ordered by the length of their
-/// intervals, the finest first.
+/// Merges the series of a query. Its sources are in the order of their intervals, the shortest
+/// first.
 class Merge {
  public:
   Merge(const RowQuery& query, std::vector<CSnapshot>& rows) : query_(query), rows_(rows) {}
@@ -76,8 +76,9 @@ class Merge {
     if (sources_.empty()) return true;
     const std::int64_t longest = std::int64_t{60} * sources_.back().minutes;
     for (std::size_t i = 0; i < sources_.size(); ++i) {
-      // Newest first, the walk comes to a finer row that hides a coarser one after it, perhaps only
-      // before the range. Oldest first, `find_out_if_hidden` looks there when it has to.
+      // A finer row that hides a coarser one is not newer, and may be before the range. In
+      // descending order the cursor must still come to it. In ascending order `find_out_if_hidden`
+      // looks for it when needed.
       const bool may_hide = i + 1 < sources_.size() && !query_.ascending;
       const std::int64_t earliest =
           may_hide ? std::max<std::int64_t>(1, query_.earliest - longest + 1) : query_.earliest;
@@ -86,8 +87,8 @@ class Merge {
     return true;
   }
 
-  /// Returns the index of the source whose current row comes next, or the number of sources where
-  /// there is none. Of several rows at one time that is the finest, which hides the others.
+  /// Returns the index of the source whose current row comes next, or the number of sources if no
+  /// row is left. If several rows have the same time, it is the finest one, which hides the others.
   [[nodiscard]] std::size_t find_next() const {
     std::size_t next = sources_.size();
     for (std::size_t i = 0; i < sources_.size(); ++i) {
@@ -101,12 +102,13 @@ class Merge {
     return next;
   }
 
-  /// Finds out whether the current row of the source `index`, the finest at its time, is hidden: a
-  /// finer series has a row that ends within its interval. Returns false on failure.
+  /// Finds out whether the current row of the source `index` is hidden: whether a finer series has
+  /// a row that ends within its interval. The row must be the finest at its time. Returns false on
+  /// failure.
   [[nodiscard]] bool find_out_if_hidden(std::size_t index, bool& is_hidden) {
     is_hidden = false;
     const Source& coarse = sources_[index];
-    // The interval may start before the epoch, where no rows are.
+    // The interval may start before the epoch, but no row is there.
     const std::int64_t start =
         std::max(coarse.timestamp() - std::int64_t{60} * coarse.minutes, NO_ROW);
     for (std::size_t i = 0; i < index && !is_hidden; ++i) {
@@ -115,8 +117,8 @@ class Merge {
           !fine.cursor->find_before(query_.earliest, fine.passed)) {
         return false;
       }
-      // The finer series' last row before the current time is the one that it passed last or, as
-      // the walk goes newest first, the one that it comes to next.
+      // The finer series' last row before the current time is the one that it passed last or, in
+      // descending order, its current row.
       is_hidden = (query_.ascending ? fine.passed : fine.timestamp()) > start;
     }
     return true;
@@ -128,7 +130,7 @@ class Merge {
     return source.cursor->decode(row);
   }
 
-  /// Advances all sources that are at the time of the source `index`, none of which is finer.
+  /// Advances the source `index`, and all coarser ones that are at the same time.
   [[nodiscard]] bool advance_past(std::size_t index) {
     const std::int64_t time = sources_[index].timestamp();
     for (std::size_t i = index; i < sources_.size(); ++i) {

@@ -9,7 +9,7 @@
 
 namespace toolkit::trend {
 
-/// Which rows of a device a query wants; see `CLog::get_trend_data`.
+/// Which rows of a device a query returns; see `CLog::get_trend_data`.
 struct RowQuery {
   const CDeviceParams& device;
   const std::vector<CPeriodProperties>& periods;
@@ -20,8 +20,8 @@ struct RowQuery {
   bool ascending = false;
 };
 
-/// Appends the rows of `query` to `rows`. Returns false on failure; `reader` has the reason. To be
-/// called within `LogReader::run`.
+/// Appends the rows of `query` to `rows`. Returns false on failure, with the reason in
+/// `reader.error()`. Must be called within `LogReader::run`.
 [[nodiscard]] bool run_query(LogReader& reader, const RowQuery& query,
                              std::vector<CSnapshot>& rows);
 

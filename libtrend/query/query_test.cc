@@ -21,7 +21,7 @@ constexpr bool OLDEST_FIRST = true;
 constexpr bool NEWEST_FIRST = false;
 constexpr std::pair<long, long> ALL_TIMES = {-1, -1};
 
-/// A row, reduced to what says which one it is.
+/// What identifies a row.
 struct Row {
   std::uint32_t minutes = 0;
   std::int64_t timestamp = 0;
@@ -34,7 +34,7 @@ struct Row {
 /// The timestamps of a device's rows by interval.
 using Rows = std::map<std::uint32_t, std::set<std::int64_t>>;
 
-/// What a query should give, worked out row by row from all rows.
+/// The expected result of a query, found by comparing each row with all others.
 std::vector<Row> expected_rows(const Rows& rows, const std::vector<std::uint32_t>& selected,
                                std::pair<long, long> range, unsigned count, unsigned offset,
                                bool ascending) {
@@ -64,7 +64,7 @@ std::vector<Row> expected_rows(const Rows& rows, const std::vector<std::uint32_t
   return result;
 }
 
-/// A database with one device that has one parameter, whose value tells interval and time.
+/// A database with one device that has one parameter, whose value encodes interval and time.
 class Query : public testing::Test {
  protected:
   void record(const Rows& rows) {
@@ -78,7 +78,7 @@ class Query : public testing::Test {
     ASSERT_EQ(recorder.add_param(device_.device, param), 0);
     device_.params = {param};
     for (const auto& [minutes, times] : rows) {
-      // A device beside it, to be told apart, with rows at other times.
+      // Another device, with rows at other times that must not appear.
       CSeries foreign;
       ASSERT_EQ(recorder.add_series(other, minutes, foreign), 0);
       CSeries series;
@@ -115,29 +115,29 @@ class Query : public testing::Test {
   CLog log_;
 };
 
-TEST_F(Query, HidesCoarserRowsWhereFinerOnesEndWithinTheirStretch) {
+TEST_F(Query, HidesARowIfAFinerRowEndsInItsInterval) {
   record({{5, {3300, 3600}}, {60, {3600, 7200}}});
   EXPECT_EQ(query({5, 60}, ALL_TIMES, 0, 0, OLDEST_FIRST),
             (std::vector<Row>{{5, 3300}, {5, 3600}, {60, 7200}}));
   EXPECT_EQ(query({60}, ALL_TIMES, 0, 0, OLDEST_FIRST), (std::vector<Row>{{60, 3600}, {60, 7200}}));
 }
 
-TEST_F(Query, TakesTheBeginOfAStretchAsOutsideAndItsEndAsInside) {
+TEST_F(Query, ExcludesTheStartOfAnIntervalAndIncludesItsEnd) {
   record({{5, {3600, 14400}}, {60, {7200, 14400}}});
   EXPECT_EQ(query({5, 60}, ALL_TIMES, 0, 0, OLDEST_FIRST),
             (std::vector<Row>{{5, 3600}, {60, 7200}, {5, 14400}}));
 }
 
-TEST_F(Query, HidesByRowsThatAreHiddenThemselves) {
-  // A row of five minutes hides that of the hour, which hides that of the day all the same: the
-  // five minutes lie outside the day.
+TEST_F(Query, LetsHiddenRowsHideOthers) {
+  // The five-minute row is outside the day, so it hides only the hourly row. The hidden hourly row
+  // still hides the daily row.
   record({{5, {86100}}, {60, {88200}}, {1440, {172800}}});
   EXPECT_EQ(query({5, 60, 1440}, ALL_TIMES, 0, 0, NEWEST_FIRST), (std::vector<Row>{{5, 86100}}));
   EXPECT_EQ(query({5, 1440}, ALL_TIMES, 0, 0, NEWEST_FIRST),
             (std::vector<Row>{{1440, 172800}, {5, 86100}}));
 }
 
-TEST_F(Query, HidesByRowsOutsideTheRange) {
+TEST_F(Query, LetsRowsOutsideTheRangeHideOthers) {
   record({{5, {3300}}, {60, {3600}}});
   for (const bool ascending : {OLDEST_FIRST, NEWEST_FIRST}) {
     EXPECT_EQ(query({5, 60}, {3301, -1}, 0, 0, ascending), std::vector<Row>{});
@@ -151,13 +151,13 @@ TEST_F(Query, CountsRepeatedIntervalsOnce) {
             (std::vector<Row>{{60, 7200}, {5, 600}, {5, 300}}));
 }
 
-TEST_F(Query, GivesNoRowsForNoInterval) {
+TEST_F(Query, ReturnsNoRowsWithoutIntervals) {
   record({{5, {300}}});
   EXPECT_EQ(query({}, ALL_TIMES, 0, 0, NEWEST_FIRST), std::vector<Row>{});
   EXPECT_EQ(query({7}, ALL_TIMES, 0, 0, NEWEST_FIRST), std::vector<Row>{});
 }
 
-TEST_F(Query, GivesOneSamplePerParameterNamedAlsoWhenNamedTwice) {
+TEST_F(Query, ReturnsTwoSamplesForAParameterNamedTwice) {
   record({{5, {300}}});
   device_.params.push_back(device_.params.front());
   CDeviceData data;
@@ -167,19 +167,19 @@ TEST_F(Query, GivesOneSamplePerParameterNamedAlsoWhenNamedTwice) {
   EXPECT_EQ(data.snapshots[0].samples[1].actual, data.snapshots[0].samples[0].actual);
 }
 
-TEST_F(Query, GivesNoRowsForARangeThatEndsBeforeItStarts) {
+TEST_F(Query, ReturnsNoRowsIfTheRangeEndsBeforeItStarts) {
   record({{5, {300, 600, 900}}});
   EXPECT_EQ(query({5}, {601, 600}, 0, 0, OLDEST_FIRST), std::vector<Row>{});
   EXPECT_EQ(query({5}, {900, 300}, 0, 0, NEWEST_FIRST), std::vector<Row>{});
 }
 
-TEST_F(Query, TakesBothBoundsAsInclusive) {
+TEST_F(Query, IncludesBothBounds) {
   record({{5, {300, 600, 900}}});
   EXPECT_EQ(query({5}, {300, 600}, 0, 0, OLDEST_FIRST), (std::vector<Row>{{5, 300}, {5, 600}}));
   EXPECT_EQ(query({5}, {301, 599}, 0, 0, OLDEST_FIRST), std::vector<Row>{});
 }
 
-TEST_F(Query, IsSafeAtTheEdgesOfTheRangesTypes) {
+TEST_F(Query, AcceptsTheLimitsOfLong) {
   constexpr long LEAST = std::numeric_limits<long>::min();
   constexpr long MOST = std::numeric_limits<long>::max();
   record({{5, {1, 300}}, {60, {3600}}});
@@ -197,7 +197,7 @@ TEST_F(Query, IsSafeAtTheEdgesOfTheRangesTypes) {
   }
 }
 
-TEST_F(Query, LeavesOutRowsThatATimeCannotHold) {
+TEST_F(Query, LeavesOutTimesThatDoNotFitIntoTimeT) {
   constexpr std::int64_t AFTER_32_BITS = std::int64_t{1} << 31;
   constexpr std::int64_t LAST = (std::int64_t{1} << 40) - 1;
   record({{5, {300, AFTER_32_BITS - 1, AFTER_32_BITS, LAST}}});
@@ -211,7 +211,7 @@ TEST_F(Query, LeavesOutRowsThatATimeCannotHold) {
   EXPECT_EQ(query({5}, ALL_TIMES, 0, 0, NEWEST_FIRST), expected);
 }
 
-TEST_F(Query, BearsIntervalsLongerThanAllOfTime) {
+TEST_F(Query, AcceptsIntervalsLongerThanAnyTimestamp) {
   constexpr std::uint32_t LONGEST = std::numeric_limits<std::uint32_t>::max();
   record({{5, {300}}, {71582789, {900}}, {LONGEST, {200, 1200}}});
   EXPECT_EQ(query({5, 71582789, LONGEST}, ALL_TIMES, 0, 0, OLDEST_FIRST),
@@ -220,7 +220,7 @@ TEST_F(Query, BearsIntervalsLongerThanAllOfTime) {
             (std::vector<Row>{{71582789, 900}, {LONGEST, 200}}));
 }
 
-TEST_F(Query, GivesNothingForAnOffsetBeyondTheRows) {
+TEST_F(Query, ReturnsNothingForAnOffsetBeyondTheRows) {
   record({{5, {300, 600}}});
   EXPECT_EQ(query({5}, ALL_TIMES, 1, 2, OLDEST_FIRST), std::vector<Row>{});
   EXPECT_EQ(query({5}, ALL_TIMES, 0, std::numeric_limits<unsigned>::max(), NEWEST_FIRST),
@@ -229,8 +229,8 @@ TEST_F(Query, GivesNothingForAnOffsetBeyondTheRows) {
             (std::vector<Row>{{5, 300}}));
 }
 
-/// Rows at intervals that do or do not divide one another, kept for different lengths of time, some
-/// missing, some off their grid.
+/// Rows of several intervals, which need not be multiples of each other. They are kept for
+/// different lengths of time; some are missing, and some end at unusual times.
 Rows random_rows(std::mt19937& random) {
   const auto pick = [&](int from, int to) {
     return std::uniform_int_distribution<int>(from, to)(random);
@@ -281,7 +281,7 @@ TEST_F(Query, FollowsTheRuleOnRandomLogs) {
   }
 }
 
-TEST_F(Query, GivesTheSameRowsInPagesOfAnySize) {
+TEST_F(Query, ReturnsTheSameRowsInPagesOfAnySize) {
   std::mt19937 random(7);
   for (int log = 0; log < 20; ++log) {
     std::filesystem::remove_all(folder_.path() / "trend.db");

@@ -72,7 +72,7 @@ bool verify(sqlite3* db, std::string& error) {
     return false;
   }
   if (application != APPLICATION_ID) {
-    error = "it is no trend database";
+    error = "it is not a trend database";
     return false;
   }
   return is_known_version(version, error);

@@ -13,19 +13,19 @@ namespace toolkit::trend {
 
 namespace {
 
-/// Takes the lock of a connection in exclusive locking mode, which then keeps it.
+/// Takes the lock of a connection in exclusive locking mode. The connection keeps the lock.
 bool lock(sqlite3* db, std::string& error) {
   if (execute(db, "BEGIN EXCLUSIVE; COMMIT")) return true;
   error = sqlite3_errmsg(db);
   return false;
 }
 
-/// Opens the file `name` for writing. SQLite itself makes do with reading.
+/// Opens the file `name` for writing. Fails if only reading is possible, which SQLite would accept.
 Database open_to_write(const std::string& name, const OpenOptions& options, std::string& error) {
   Database db;
   if (!connect(name, SQLITE_OPEN_READWRITE, nullptr, db, error)) return nullptr;
   if (sqlite3_db_readonly(db.get(), "main") != 0) {
-    error = "it can't be written";
+    error = "it is not writable";
     return nullptr;
   }
   if (!configure(db.get(), options, error)) return nullptr;
@@ -36,8 +36,8 @@ Database open_to_write(const std::string& name, const OpenOptions& options, std:
   return verify(db.get(), error) ? std::move(db) : nullptr;
 }
 
-/// Finds out whether there is a file at `path`. Returns false, with the reason in `error`, where
-/// that can't be known, or where it is not a regular file.
+/// Finds out whether there is a file at `path`. Returns false, with the reason in `error`, if that
+/// is not possible or it is not a regular file.
 bool look_for_file(const std::string& path, bool& exists, std::string& error) {
   struct stat file = {};
   exists = stat(path.c_str(), &file) == 0;
@@ -46,15 +46,15 @@ bool look_for_file(const std::string& path, bool& exists, std::string& error) {
     return false;
   }
   if (exists && !S_ISREG(file.st_mode)) {
-    error = "it is no regular file";
+    error = "it is not a regular file";
     return false;
   }
   return true;
 }
 
-/// Opens the database at `path` as `options` ask, but leaves its journal mode as it is.
+/// Opens the database at `path` with `options`, but does not change its journal mode.
 Database open(const std::string& path, const OpenOptions& options, std::string& error) {
-  // SQLite gives names like ":memory:" and "file:x" a meaning of their own.
+  // For SQLite, names like ":memory:" and "file:x" have a special meaning.
   const std::string name = path.starts_with('/') ? path : "./" + path;
   bool exists = false;
   if (!look_for_file(name, exists, error)) return nullptr;

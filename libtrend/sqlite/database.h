@@ -1,4 +1,4 @@
-// Opening a trend database.
+// Opens trend databases.
 #pragma once
 
 #include <string>
@@ -8,16 +8,16 @@
 namespace toolkit::trend {
 
 /// Opens the trend database at `path`. Returns null on failure, with the reason in `error`. A file
-/// that was there is not changed then.
+/// that existed is then unchanged.
 ///
-/// After each query through a database that was opened for reading, `is_outdated` of reader_vfs.h
-/// must be asked.
+/// After each query on a database that was opened for reading, the caller must check `is_outdated`
+/// of reader_vfs.h.
 [[nodiscard]] Database open_database(const std::string& path, const OpenOptions& options,
                                      std::string& error);
 
-/// Opens the trend database at `path` for recording, in the journal mode that it has. Where there
-/// is no file, or one with nothing in it, an empty trend database in WAL mode is made. Returns null
-/// on failure, with the reason in `error`.
+/// Opens the trend database at `path` for recording, and keeps its journal mode. If there is no
+/// file, or the file is blank (see `is_blank` of new_database.h), creates an empty trend database
+/// in WAL mode. Returns null on failure, with the reason in `error`.
 [[nodiscard]] Database open_to_record(const std::string& path, std::string& error);
 
 }  // namespace toolkit::trend

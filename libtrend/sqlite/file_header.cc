@@ -62,7 +62,7 @@ bool FileHeader::is_sound() const {
 }
 
 std::int64_t FileHeader::page_size() const {
-  // The two bytes of 65536 would be those of 0, so 1 stands for it.
+  // 65536 does not fit into the two bytes, so it is stored as 1.
   const std::int64_t size = number(PAGE_SIZE) >> 16;
   return size == 1 ? 65536 : size;
 }

@@ -1,4 +1,4 @@
-// The first bytes of a database file, as SQLite's file format has them.
+// The first bytes of a database file, which SQLite's file format defines.
 #pragma once
 
 #include <cstddef>
@@ -10,8 +10,8 @@ struct sqlite3_file;
 
 namespace toolkit::trend {
 
-/// What the header of a file says. For a file that is not an SQLite database, every question below
-/// has the answer no.
+/// What the header of a file says. For a file that is not an SQLite database, every function below
+/// returns false.
 class FileHeader {
  public:
   static constexpr std::size_t SIZE = 100;  ///< bytes
@@ -19,21 +19,21 @@ class FileHeader {
   /// Takes the first bytes of a file of `file_size` bytes.
   FileHeader(std::span<const unsigned char, SIZE> bytes, std::int64_t file_size);
 
-  /// Reads the header of a file that SQLite has open. It is read by SQLite because a file
-  /// descriptor of our own, once closed, would end the locks of all connections of this process. A
-  /// file that can't be read counts as one that is not a database.
+  /// Reads the header of a file that SQLite has open. It is read through SQLite: closing a file
+  /// descriptor of our own would release the locks of all connections of this process. A file that
+  /// can't be read is treated as one that is not a database.
   static FileHeader read(sqlite3_file* file);
   /// The same for the file of a connection.
   static FileHeader read(sqlite3* db);
 
-  /// Whether the file consists of whole pages, which a database does at any time.
+  /// Returns whether the file consists of whole pages, as a database always does.
   [[nodiscard]] bool has_whole_pages() const;
 
-  /// Whether the database is in WAL mode.
+  /// Returns whether the database is in WAL mode.
   [[nodiscard]] bool asks_for_write_ahead_log() const;
 
-  /// Whether the file is a trend database, and as long as it should be when no log holds a part of
-  /// it.
+  /// Returns whether the file is a trend database and is complete, provided that no write-ahead log
+  /// holds a part of it.
   [[nodiscard]] bool is_sound() const;
 
  private:

@@ -38,7 +38,7 @@ TEST_F(Header, OfEachVersionIsSound) {
   EXPECT_TRUE(of_file(3 * 4096).is_sound());
 }
 
-TEST_F(Header, TellsALongerFileFromOneThatWasCutShort) {
+TEST_F(Header, IsSoundForALongerFileButNotForATruncatedOne) {
   EXPECT_TRUE(of_file(4 * 4096).is_sound());
   EXPECT_FALSE(of_file(2 * 4096).is_sound());
   EXPECT_TRUE(of_file(2 * 4096).has_whole_pages());
@@ -46,12 +46,12 @@ TEST_F(Header, TellsALongerFileFromOneThatWasCutShort) {
   EXPECT_FALSE(of_file(3 * 4096 - 1).has_whole_pages());
 }
 
-TEST_F(Header, CountsPagesOnlyWhereTheCountIsUpToDate) {
+TEST_F(Header, IgnoresAPageCountThatIsOutOfDate) {
   bytes[95] = 6;
   EXPECT_TRUE(of_file(2 * 4096).is_sound());
 }
 
-TEST_F(Header, KnowsTheSmallestAndTheLargestPages) {
+TEST_F(Header, ReadsTheSmallestAndTheLargestPageSize) {
   bytes[31] = 2;
   bytes[16] = 2;
   EXPECT_TRUE(of_file(1024).is_sound());
@@ -83,14 +83,14 @@ TEST_F(Header, SaysWhetherThereIsAWriteAheadLog) {
   EXPECT_TRUE(of_file(3 * 4096).is_sound());
 }
 
-TEST_F(Header, OfAnotherKindOfFileSaysNothing) {
+TEST_F(Header, OfAnotherKindOfFileIsNotSound) {
   bytes[0] = 's';
   EXPECT_FALSE(of_file(3 * 4096).has_whole_pages());
   EXPECT_FALSE(of_file(3 * 4096).asks_for_write_ahead_log());
   EXPECT_FALSE(of_file(3 * 4096).is_sound());
 }
 
-TEST_F(Header, OfAFileThatIsShorterThanAHeaderSaysNothing) {
+TEST_F(Header, IsIgnoredIfTheFileIsTooShort) {
   EXPECT_FALSE(of_file(0).asks_for_write_ahead_log());
   EXPECT_FALSE(of_file(99).asks_for_write_ahead_log());
 }

@@ -42,7 +42,7 @@ struct Image {
   std::size_t size = 0;
 };
 
-/// Makes the bytes of an empty trend database; false on failure.
+/// Makes the bytes of an empty trend database. Returns false on failure.
 bool make_image(unsigned page_size, bool traditional_journal, Image& image, std::string& error) {
   Database db;
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_MEMORY;
@@ -63,12 +63,12 @@ bool make_image(unsigned page_size, bool traditional_journal, Image& image, std:
   return true;
 }
 
-/// A new file under a name for the time being, which is removed with this object.
+/// A new file with a temporary name. The destructor removes it.
 class AsideFile {
  public:
-  /// Creates the file beside the place `path`; false on failure.
+  /// Creates the file in the folder of `path`. Returns false on failure.
   [[nodiscard]] bool create(const std::string& path) {
-    // Such a name may be left from a program that was killed, or in use right now.
+    // A file of this name may be left from a program that was killed, or may be in use.
     for (int number = 0; number < 1000; ++number) {
       name_ = path + "-new" + std::to_string(number);
       file_ = open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
@@ -87,7 +87,7 @@ class AsideFile {
   AsideFile(const AsideFile&) = delete;
   AsideFile& operator=(const AsideFile&) = delete;
 
-  /// Writes and syncs the whole content; false on failure.
+  /// Writes and syncs the whole content. Returns false on failure.
   [[nodiscard]] bool fill(std::span<const unsigned char> content) {
     while (!content.empty()) {
       const ssize_t written = write(file_, content.data(), content.size());
@@ -95,20 +95,20 @@ class AsideFile {
       if (written > 0) content = content.subspan(static_cast<std::size_t>(written));
     }
     if (fsync(file_) != 0) return false;
-    // Closed before others can lock the file: to close it later would end the locks that other
+    // Close the file before others can lock it: closing it later would release the locks that other
     // connections of this process have on it.
     const int file = std::exchange(file_, -1);
     return close(file) == 0;
   }
 
-  /// Gives the file the name `path`, unless there is a file of that name; false on failure, with
-  /// EEXIST in `errno` where there is one.
+  /// Renames the file to `path`, but replaces no other file. Returns false on failure; `errno` is
+  /// EEXIST if a file of that name exists.
   [[nodiscard]] bool move_to(const std::string& path) {
     if (renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
       name_.clear();
       return true;
     }
-    // Not every file system can do that.
+    // Not every file system supports RENAME_NOREPLACE.
     return errno != EEXIST && link(name_.c_str(), path.c_str()) == 0;
   }
 
@@ -117,10 +117,10 @@ class AsideFile {
   int file_ = -1;
 };
 
-/// Makes the names in the folder of `path` lasting; false on failure.
+/// Syncs the folder of `path`, so that the names in it are on the disk. Returns false on failure.
 bool sync_folder(const std::string& path) {
   const int folder = open(path.substr(0, path.rfind('/') + 1).c_str(), O_RDONLY | O_CLOEXEC);
-  // A folder that can't be read, or whose file system can't sync folders, is left to the system.
+  // If the folder can't be read, or its file system can't sync folders, nothing more can be done.
   if (folder < 0) return true;
   const bool has_failed = fsync(folder) != 0 && errno == EIO;
   close(folder);
@@ -128,7 +128,8 @@ bool sync_folder(const std::string& path) {
   return !has_failed;
 }
 
-/// The absolute path without links under which SQLite opens `path`; empty on failure.
+/// Returns the absolute path, with links resolved, under which SQLite opens `path`; empty on
+/// failure.
 std::string resolve(const std::string& path) {
   sqlite3_vfs* vfs = sqlite3_vfs_find(nullptr);
   if (vfs == nullptr) return "";
@@ -137,7 +138,7 @@ std::string resolve(const std::string& path) {
   return (status & 0xFF) == SQLITE_OK ? name.data() : "";
 }
 
-/// Whether `db` is known to have no tables.
+/// Returns whether `db` certainly has no tables.
 bool has_no_tables(sqlite3* db) {
   std::int64_t tables = -1;
   return read_number(db, "SELECT count(*) FROM sqlite_schema", tables) && tables == 0;
@@ -155,8 +156,8 @@ bool create_database(const std::string& path, unsigned page_size, bool tradition
     return false;
   }
   std::span<const unsigned char> content(image.bytes.get(), image.size);
-  // A log or journal that is left from another database would become a part of this one. SQLite
-  // removes it from beside an empty file, which then has to be filled.
+  // SQLite would apply a log or journal that another database left here to the new one. Beside an
+  // empty file SQLite removes it, so make the file empty. It is filled later.
   if (may_exist((place + "-wal").c_str()) || may_exist((place + "-journal").c_str())) content = {};
   AsideFile file;
   if (!file.create(place) || !file.fill(content) || (!file.move_to(place) && errno != EEXIST) ||
@@ -189,7 +190,7 @@ bool set_journal(sqlite3* db, bool traditional, unsigned busy_timeout, std::stri
   constexpr std::chrono::milliseconds PAUSE(10);
   const char* wanted = traditional ? "delete" : "wal";
   const std::string sql = std::string("PRAGMA journal_mode = ") + wanted;
-  // SQLite does not wait for all locks that this takes.
+  // SQLite does not wait for all locks that are needed here.
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(busy_timeout);
   for (;;) {
     Statement statement(db, sql.c_str());

@@ -25,7 +25,7 @@ class NewDatabase : public testing::Test {
     return db;
   }
 
-  /// The text in the first row and column that `sql` yields.
+  /// The text in the first row and column that `sql` returns.
   static std::string ask(const Database& db, const std::string& sql) {
     std::string answer;
     const auto keep = [](void* text, int, char** values, char**) {
@@ -56,14 +56,14 @@ class NewDatabase : public testing::Test {
   std::string error_;
 };
 
-TEST_F(NewDatabase, IsAWholeTrendDatabase) {
+TEST_F(NewDatabase, IsAnEmptyTrendDatabase) {
   ASSERT_TRUE(create_database(path_, 0, WAL, error_)) << error_;
   EXPECT_TRUE(is_alone());
   expect_trend_database();
   EXPECT_TRUE(is_alone());
 }
 
-TEST_F(NewDatabase, HasTheJournalModeAndThePageSizeAskedFor) {
+TEST_F(NewDatabase, HasTheRequestedJournalModeAndPageSize) {
   for (const unsigned page_size : {512U, 1024U, 8192U, 65536U}) {
     for (const bool traditional : {WAL, TRADITIONAL}) {
       std::filesystem::remove(path_);
@@ -76,7 +76,7 @@ TEST_F(NewDatabase, HasTheJournalModeAndThePageSizeAskedFor) {
   }
 }
 
-TEST_F(NewDatabase, HasTheDefaultPageSizeInsteadOfAnImpossibleOne) {
+TEST_F(NewDatabase, HasTheDefaultPageSizeIfTheRequestedOneIsInvalid) {
   ASSERT_TRUE(create_database(path_, 511, WAL, error_)) << error_;
   EXPECT_EQ(ask(connect_to(path_), "PRAGMA page_size"), "4096");
 }
@@ -95,7 +95,7 @@ TEST_F(NewDatabase, NeverReplacesAFile) {
   EXPECT_TRUE(is_alone());
 }
 
-TEST_F(NewDatabase, DoesNotUseWhatAnotherProgramLeft) {
+TEST_F(NewDatabase, DoesNotReuseALeftoverTemporaryFile) {
   const std::string left = path_ + "-new0";
   write_file(left, "left");
   ASSERT_TRUE(create_database(path_, 0, WAL, error_)) << error_;
@@ -105,7 +105,7 @@ TEST_F(NewDatabase, DoesNotUseWhatAnotherProgramLeft) {
   expect_trend_database();
 }
 
-TEST_F(NewDatabase, SaysWhyItCannotBeMade) {
+TEST_F(NewDatabase, SaysWhyItCannotBeCreated) {
   EXPECT_FALSE(create_database(folder_.file("no/trend.db"), 0, WAL, error_));
   EXPECT_EQ(error_, "No such file or directory");
   EXPECT_FALSE(create_database(folder_.file(std::string(252, 'x')), 0, WAL, error_));
@@ -113,7 +113,7 @@ TEST_F(NewDatabase, SaysWhyItCannotBeMade) {
   EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
 }
 
-TEST_F(NewDatabase, IsMadeOutOfAnEmptyFile) {
+TEST_F(NewDatabase, CanBeMadeFromAnEmptyFile) {
   for (const bool traditional : {WAL, TRADITIONAL}) {
     write_file(path_, "");
     {
@@ -127,7 +127,7 @@ TEST_F(NewDatabase, IsMadeOutOfAnEmptyFile) {
   }
 }
 
-TEST_F(NewDatabase, IsMadeOutOfWhatAProgramLeftThatWasInterrupted) {
+TEST_F(NewDatabase, CanBeFinishedAfterAnInterruption) {
   ASSERT_TRUE(set_journal(connect_to(path_).get(), WAL, 1, error_)) << error_;
   ASSERT_GT(std::filesystem::file_size(path_), 0U);
   {
@@ -138,7 +138,7 @@ TEST_F(NewDatabase, IsMadeOutOfWhatAProgramLeftThatWasInterrupted) {
   expect_trend_database();
 }
 
-TEST_F(NewDatabase, KeepsWhatAnotherProgramFilled) {
+TEST_F(NewDatabase, KeepsWhatAnotherProgramRecorded) {
   const Database slow = connect_to(path_);
   ASSERT_TRUE(is_blank(slow.get()));
   const Database fast = connect_to(path_);
@@ -148,7 +148,7 @@ TEST_F(NewDatabase, KeepsWhatAnotherProgramFilled) {
   EXPECT_EQ(ask(slow, "SELECT path FROM device"), "d");
 }
 
-TEST_F(NewDatabase, IsNotMadeOutOfOneWithTablesOrMarks) {
+TEST_F(NewDatabase, IsNotBlankIfItHasTablesOrMarks) {
   for (const char* sql : {"CREATE TABLE t (x)", "PRAGMA application_id = 7",
                           "PRAGMA user_version = 7", "PRAGMA user_version = -1"}) {
     std::filesystem::remove(path_);

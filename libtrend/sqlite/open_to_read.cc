@@ -17,8 +17,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// Whether a log or journal that holds anything stands beside the database, as when a writer is at
-/// work. Other readers than ours leave empty ones behind.
+/// Returns whether there is a log or journal that is not empty, as while a writer works. Readers of
+/// other programs can leave empty ones.
 bool has_journal(sqlite3* db) {
   for (const char* file :
        {sqlite3_filename_wal(file_name(db)), sqlite3_filename_journal(file_name(db))}) {
@@ -28,10 +28,10 @@ bool has_journal(sqlite3* db) {
   return false;
 }
 
-/// Whether the file is not a trend database, or only a part of one. SQLite takes a page cut short
-/// for a whole one.
+/// Returns whether the file is not a trend database, or is incomplete. SQLite does not notice an
+/// incomplete last page.
 bool is_unsound(sqlite3* db) {
-  // What a writer is about to change is looked at twice.
+  // A writer may be changing the file right now, so look twice.
   for (int look = 0; look < 2; ++look) {
     const bool is_written = has_journal(db);
     const FileHeader header = FileHeader::read(db);
@@ -40,10 +40,10 @@ bool is_unsound(sqlite3* db) {
   return true;
 }
 
-/// Takes the lock of a connection in exclusive locking mode, which then keeps it.
+/// Takes the lock of a connection in exclusive locking mode. The connection keeps the lock.
 bool lock(sqlite3* db, std::string& error) {
   if (FileHeader::read(db).asks_for_write_ahead_log()) {
-    error = "a reader can't lock others out of a database in WAL mode";
+    error = "a reader can't lock a database in WAL mode exclusively";
     return false;
   }
   if (execute(db, "BEGIN; SELECT 1 FROM sqlite_schema; COMMIT")) return true;
@@ -51,10 +51,10 @@ bool lock(sqlite3* db, std::string& error) {
   return false;
 }
 
-/// Whether a connection can be used as `options` ask. If not, the reason is in `error`.
+/// Returns whether a connection can be used with `options`. If not, the reason is in `error`.
 bool is_good(sqlite3* db, const OpenOptions& options, std::string& error) {
   if (is_unsound(db)) {
-    error = "it is no whole trend database";
+    error = "it is not a complete trend database";
     return false;
   }
   if (configure(db, options, error) && verify(db, error) &&
@@ -65,9 +65,9 @@ bool is_good(sqlite3* db, const OpenOptions& options, std::string& error) {
   return false;
 }
 
-/// How long it may help to try again to open a database for which the attempt ended with `db`.
+/// Returns for how long to repeat an attempt to open a database that ended with `db`.
 milliseconds patience(sqlite3* db, const OpenOptions& options) {
-  // A writer that starts, or changes the journal mode, is done in much less.
+  // A writer needs much less time to start, or to change the journal mode.
   constexpr milliseconds MOMENT(500);
   const milliseconds longest = std::chrono::seconds(options.busy_timeout);
   if ((sqlite3_errcode(db) & 0xFF) == SQLITE_BUSY) return longest;

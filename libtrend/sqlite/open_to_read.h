@@ -1,4 +1,4 @@
-// Opening a trend database to read it.
+// Opens trend databases to read them.
 #pragma once
 
 #include <string>
@@ -7,12 +7,12 @@
 
 namespace toolkit::trend {
 
-/// Opens the trend database in the file `name` for reading, and waits up to `options.busy_timeout`
-/// seconds while another program keeps everybody out. Nothing is created or changed, except that a
-/// lost index of a write-ahead log is made again, see reader_vfs.h. Returns null on failure, with
-/// the reason in `error`.
+/// Opens the trend database in the file `name` for reading. Waits up to `options.busy_timeout`
+/// seconds while another program holds an exclusive lock. Creates and changes no file, except that
+/// it may create a missing `-shm`, see reader_vfs.h. Returns null on failure, with the reason in
+/// `error`.
 ///
-/// After each query through it, `is_outdated` of reader_vfs.h must be asked.
+/// After each query the caller must check `is_outdated` of reader_vfs.h.
 [[nodiscard]] Database open_to_read(const std::string& name, const OpenOptions& options,
                                     std::string& error);
 

@@ -22,25 +22,25 @@ namespace {
 
 enum class Refusal { NONE, LOG, INDEX };
 
-/// What the layer knows of an open database. It is stored after the file object of the VFS below,
-/// which works on that object as ever. Only the table of its methods is replaced, by `methods`.
+/// What this VFS knows about an open database. It is stored after the file object of the base VFS,
+/// which uses that object as usual. Only the object's table of methods is replaced, by `methods`.
 struct ReaderFile {
   sqlite3_io_methods methods;
   const sqlite3_io_methods* base;
-  const char* name;    ///< SQLite's, which stays for as long as the file is open
-  bool is_unchanging;  ///< read as a file that does not change
+  const char* name;    ///< SQLite's string, valid while the file is open
+  bool is_unchanging;  ///< read as immutable
   bool has_index;      ///< whether the `-shm` is in use
   Refusal refusal;
   ReadAhead ahead;
 };
 
-/// A number of ours among SQLite's, which leaves those above 100 to others: asks for the
-/// `ReaderFile` of a connection.
+/// Our file control code, which asks for the `ReaderFile` of a connection. SQLite itself uses only
+/// the codes up to 100.
 constexpr int GET_READER_FILE = 0x54524E44;
 
 sqlite3_vfs* base_vfs = nullptr;
 
-/// The size of a file object of the VFS below, rounded up so that a `ReaderFile` can follow.
+/// The size of a file object of the base VFS, rounded up so that a `ReaderFile` can follow.
 int base_size() { return (base_vfs->szOsFile + 7) & ~7; }
 static_assert(alignof(ReaderFile) <= 8);
 
@@ -48,8 +48,8 @@ ReaderFile* reader_file(sqlite3_file* file) {
   return reinterpret_cast<ReaderFile*>(reinterpret_cast<char*>(file) + base_size());
 }
 
-/// Whether `journal` may hold pages that have to go back into the database. SQLite marks a journal
-/// that it keeps for the next time by a zero.
+/// Returns whether `journal` may hold pages that SQLite has to restore. If SQLite keeps a journal
+/// file to use it again, it sets the first byte to zero.
 bool may_be_hot(const char* journal) {
   const int file = open(journal, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (file < 0) return errno != ENOENT;
@@ -59,13 +59,13 @@ bool may_be_hot(const char* journal) {
   return size < 0 || (size == 1 && first != 0);
 }
 
-/// Whether nothing that belongs to the database is in other files than its own.
+/// Returns whether all data of the database is in its own file, and none in a log or journal.
 bool is_alone(const char* name) {
   return !may_exist(sqlite3_filename_wal(name)) && !may_be_hot(sqlite3_filename_journal(name));
 }
 
-/// Whether a `-shm` made by this user is as good as one made by the owner of the database. Root
-/// hands it over; another user can't.
+/// Returns whether the owner of the database can use a `-shm` that this user creates. SQLite gives
+/// a file that root creates to the owner; another user can't do that.
 bool may_make_index(const char* name) {
   struct stat status = {};
   return geteuid() == 0 || (stat(name, &status) == 0 && status.st_uid == geteuid());
@@ -103,7 +103,7 @@ int map_index(sqlite3_file* file, int page, int page_size, int extend, void vola
     const std::unique_ptr<char, void (*)(void*)> index(sqlite3_mprintf("%s-shm", reader->name),
                                                        sqlite3_free);
     if (!index) return SQLITE_NOMEM;
-    // The lock that we hold keeps a `-shm` that is there from being deleted.
+    // While we hold our lock, no program can delete an existing `-shm`.
     if (!may_exist(index.get())) {
       reader->refusal = Refusal::INDEX;
       return SQLITE_CANTOPEN;
@@ -120,7 +120,7 @@ int control(sqlite3_file* file, int operation, void* argument) {
   return SQLITE_OK;
 }
 
-/// Locks an open database and finds out how it is to be read.
+/// Locks an open database and finds out how to read it.
 int look(sqlite3_file* file, ReaderFile& reader) {
   const int status = file->pMethods->xLock(file, SQLITE_LOCK_SHARED);
   if (status != SQLITE_OK) return status;
@@ -167,14 +167,14 @@ int refuse_to_delete(sqlite3_vfs* /*vfs*/, const char* /*name*/, int /*sync*/) {
   return SQLITE_IOERR_DELETE;
 }
 
-/// Makes the layer known to SQLite.
+/// Registers this VFS with SQLite. Returns its name, null on failure.
 const char* register_vfs() {
   constexpr const char* NAME = "trend-reader";
   static sqlite3_vfs vfs;
   base_vfs = sqlite3_vfs_find(nullptr);
   if (base_vfs == nullptr) return nullptr;
-  // Whatever is not replaced works for this VFS as it does for the one below: SQLite's own ways do
-  // not look at the object, or only at its `pAppData`.
+  // The functions that are not replaced also work for this VFS: those of SQLite's own VFSes do not
+  // read the VFS object, or only its `pAppData`.
   vfs = *base_vfs;
   vfs.iVersion = std::min(base_vfs->iVersion, 3);
   vfs.pNext = nullptr;
@@ -185,7 +185,8 @@ const char* register_vfs() {
   return sqlite3_vfs_register(&vfs, 0) == SQLITE_OK ? NAME : nullptr;
 }
 
-/// The layer's part of a connection; null if the connection does not use it, or is none.
+/// Returns the data of this VFS for a connection; null if the connection does not use it, or is
+/// null.
 const ReaderFile* find_reader_file(sqlite3* db) {
   ReaderFile* reader = nullptr;
   if (db != nullptr) sqlite3_file_control(db, "main", GET_READER_FILE, &reader);

@@ -15,7 +15,7 @@ static_assert(std::numeric_limits<double>::is_iec559 && sizeof(double) == 8);
 constexpr std::size_t VALUE_SIZE = 8;
 constexpr double LACKING = std::numeric_limits<double>::quiet_NaN();
 
-/// The bits between the order of this machine and the most significant byte first.
+/// Converts bits from the byte order of this machine to big-endian, or back.
 std::uint64_t swap_to_big_endian(std::uint64_t bits) {
   return std::endian::native == std::endian::big ? bits : __builtin_bswap64(bits);
 }

@@ -8,8 +8,8 @@
 
 namespace toolkit::trend {
 
-/// Unpacks the values of `params`, one sample each, out of a row's packed bytes. False where these
-/// are no whole number of values.
+/// Unpacks a row's packed bytes into `samples`, one for each entry of `params`. Returns false if
+/// the bytes are not a whole number of values.
 [[nodiscard]] bool unpack_samples(std::span<const unsigned char> bytes,
                                   const std::vector<CParamProperties>& params,
                                   std::vector<CSample>& samples);

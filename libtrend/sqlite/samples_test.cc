@@ -34,7 +34,7 @@ TEST(UnpackSamples, ReadsEachStatisticFromItsSlot) {
   EXPECT_EQ(samples[2].sum, 12);
 }
 
-TEST(UnpackSamples, LacksTheSlotsAfterTheEnd) {
+TEST(UnpackSamples, ReturnsNaNForSlotsAfterTheEnd) {
   const double values[] = {10, 11};
   std::vector<CSample> samples;
   ASSERT_TRUE(unpack_samples(pack_samples(values), {MIN_AND_SUM}, samples));

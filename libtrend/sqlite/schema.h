@@ -17,7 +17,7 @@ inline constexpr int TIMESTAMP_BITS = 40;
 static_assert(MAX_TIMESTAMP == (std::int64_t{1} << TIMESTAMP_BITS) - 1);
 inline constexpr std::int64_t MAX_SERIES_ID = (std::int64_t{1} << (63 - TIMESTAMP_BITS)) - 1;
 
-/// Whether `id` leaves room for timestamps in the ids of its rows.
+/// Returns whether a series may have this id: the ids of its rows have to fit into 64 bits.
 inline bool is_series_id(std::int64_t id) {
   return id >= -MAX_SERIES_ID - 1 && id <= MAX_SERIES_ID;
 }
@@ -30,7 +30,7 @@ inline std::int64_t get_row_id(std::int64_t series_id, std::int64_t timestamp) {
 /// The id of a segment is the number of its block, shifted by this many bits, plus its place.
 inline constexpr int SEGMENT_BITS = 16;
 
-/// No row has this many slots: SQLite's rows are of at most 10^9 bytes.
+/// No row has so many slots: SQLite's rows have at most 10^9 bytes.
 inline constexpr std::int64_t MAX_SLOTS = 1'000'000'000 / 8;
 
 /// The catalogue, which both versions have.

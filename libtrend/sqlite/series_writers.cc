@@ -30,6 +30,7 @@ void SeriesWriters::forget() {
 }
 
 bool SeriesWriters::begin() {
+  tables_.last_stored = {};
   appended_rows_ = 0;
   appended_slots_ = 0;
   if (!is_loaded_) is_loaded_ = tables_.database.load(tables_.db, tables_.error);

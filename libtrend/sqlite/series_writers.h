@@ -38,6 +38,10 @@ class SeriesWriters {
   /// Notes that the catalogue was added to.
   void note_catalogue() { tables_.database.note_catalogue(); }
 
+  /// Returns the state that `finish` wrote last in this transaction; with 0 changes if it wrote
+  /// none.
+  [[nodiscard]] const SeriesState& last_stored() const { return tables_.last_stored; }
+
   [[nodiscard]] const std::string& error() const { return tables_.error; }
 
  private:

@@ -59,8 +59,9 @@ bool Statement::is_null(int index) const {
   return sqlite3_column_type(statement_.get(), index) == SQLITE_NULL;
 }
 
-// Looking a column up once as a value is cheaper than asking the statement for its type and its
-// content. Such a value must not be read while another thread uses the connection, and none does.
+// Getting a column once as a value is cheaper than asking the statement for its type and its
+// content. Such a value must not be read while another thread uses the connection. No other thread
+// does.
 
 bool Statement::read(int index, std::int64_t& value) const {
   sqlite3_value* column = sqlite3_column_value(statement_.get(), index);

@@ -21,34 +21,34 @@ class Statement {
   enum class Step { ROW, DONE, ERROR };
 
   Statement() = default;
-  /// Prepares `sql`; false afterwards where SQLite refused it.
+  /// Prepares `sql`. The statement converts to false if SQLite refused it.
   Statement(sqlite3* db, const char* sql);
   explicit operator bool() const { return statement_ != nullptr; }
 
-  /// Starts the statement over; its parameters keep their values.
+  /// Resets the statement, so that it can run again. Its parameters keep their values.
   void reset();
 
-  /// Binds parameter `index`, counted from 1. To be called on a statement that was reset.
+  /// Binds parameter `index`, counted from 1. The statement must be newly prepared or reset.
   void bind(int index, std::int64_t value);
   void bind(int index, double value);
   void bind(int index, const std::string& text);
-  /// The bytes must stay until the statement is reset.
+  /// The bytes must stay valid until the statement is reset.
   void bind(int index, const void* bytes, std::size_t size);
 
   [[nodiscard]] Step step();
-  /// Runs a statement that gives no rows from its start to its end; false on failure.
+  /// Runs a statement that returns no rows. Returns false on failure.
   [[nodiscard]] bool run();
 
-  /// Why the last call that failed did.
+  /// Returns why the last failed call failed.
   [[nodiscard]] std::string error() const;
 
-  /// Reads column `index`, counted from 0, of the current row, which is an integer as it is a
-  /// rowid.
+  /// Reads column `index`, counted from 0, of the current row. It must be a rowid, which is always
+  /// an integer.
   [[nodiscard]] std::int64_t read_id(int index) const;
-  /// Whether column `index` of the current row is NULL.
+  /// Returns whether column `index` of the current row is NULL.
   [[nodiscard]] bool is_null(int index) const;
-  /// Reads column `index` of the current row into `value`; false where the column is of another
-  /// type. The database format has no column of several types, so that is damage.
+  /// Reads column `index` of the current row into `value`. Returns false if it has another type,
+  /// which means that the data is damaged: in this format all values of a column have one type.
   [[nodiscard]] bool read(int index, std::int64_t& value) const;
   [[nodiscard]] bool read(int index, double& value) const;
   [[nodiscard]] bool read(int index, std::string& text) const;
@@ -63,7 +63,7 @@ struct StatementResetter {
   void operator()(Statement* statement) const { statement->reset(); }
 };
 
-/// A statement that someone else owns, reset when this goes out of scope.
+/// Resets a statement at the end of a scope, and does not own it.
 using RunningStatement = std::unique_ptr<Statement, StatementResetter>;
 
 }  // namespace toolkit::trend

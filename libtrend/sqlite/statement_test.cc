@@ -24,7 +24,7 @@ class StatementTest : public testing::Test {
   Database db_;
 };
 
-TEST_F(StatementTest, IsFalseWhereTheSqlIsWrong) {
+TEST_F(StatementTest, IsFalseIfTheSqlIsWrong) {
   EXPECT_FALSE(Statement());
   EXPECT_FALSE(Statement(db_.get(), "SELECT FROM"));
   EXPECT_TRUE(Statement(db_.get(), "SELECT 1"));
@@ -87,7 +87,7 @@ TEST_F(StatementTest, KeepsItsParametersWhenReset) {
   }
 }
 
-TEST_F(StatementTest, TellsWhyItFailed) {
+TEST_F(StatementTest, SaysWhyItFailed) {
   ASSERT_TRUE(Statement(db_.get(), "CREATE TABLE t (a INTEGER UNIQUE) STRICT").run());
   Statement insert(db_.get(), "INSERT INTO t VALUES (1)");
   EXPECT_TRUE(insert.run());

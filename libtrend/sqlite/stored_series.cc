@@ -52,6 +52,7 @@ bool StoredSeries::load() {
 bool StoredSeries::store() {
   if (!is_changed_) return true;
   is_changed_ = false;
+  tables_.last_stored = state_;
   return tables_.states.set(state_, tables_.error);
 }
 

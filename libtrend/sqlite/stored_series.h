@@ -23,6 +23,7 @@ struct RecordTables {
   DatabaseRow database;
   sqlite3* db = nullptr;
   std::int64_t segment_size = 0;  ///< of new blocks
+  SeriesState last_stored;        ///< in this transaction; with 0 changes if there is none
   std::string error;              ///< why the last function that failed did
 
   /// Prepares all statements; false where SQLite refused one.

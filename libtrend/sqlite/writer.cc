@@ -45,7 +45,7 @@ std::unique_ptr<SqliteWriter> SqliteWriter::open(const std::string& path, std::s
 }
 
 SqliteWriter::~SqliteWriter() {
-  if (sqlite3_get_autocommit(db_.get()) == 0) rollback();
+  if (sqlite3_get_autocommit(db_.get()) == 0) SqliteWriter::rollback();
 }
 
 bool SqliteWriter::fail(const std::string& reason) {
@@ -80,6 +80,7 @@ bool SqliteWriter::prepare() {
 
 bool SqliteWriter::begin() {
   free_slots_.clear();
+  last_table_ = nullptr;
   // What is recorded into a file that has no name any more is lost.
   int has_moved = 0;
   sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
@@ -109,9 +110,59 @@ bool SqliteWriter::adopt_changes() {
   return has_tables_ || fail_with_database_error();
 }
 
+/// Runs a statement that adds a row to `table` of the catalogue, unless it is there. Returns false
+/// on failure.
+bool SqliteWriter::insert(Statement& statement, const char* table, bool& is_new) {
+  if (!statement.run()) return false;
+  is_new = sqlite3_changes(db_.get()) > 0;
+  if (!is_new) return true;
+  last_table_ = table;
+  last_row_ = sqlite3_last_insert_rowid(db_.get());
+  series_.note_catalogue();
+  return true;
+}
+
+/// Looks whether what the transaction changed last is in the database.
+SqliteWriter::Outcome SqliteWriter::look_for_last_change() {
+  const SeriesState& state = series_.last_stored();
+  std::string sql;
+  if (state.changes > 0) {
+    sql = "SELECT 1 FROM series_state WHERE series_id = ?1 AND changes >= ?2";
+  } else if (last_table_ != nullptr) {
+    sql = std::string("SELECT 1 FROM ") + last_table_ + " WHERE rowid = ?1";
+  } else {
+    return Outcome::RECORDED;
+  }
+  Statement look(db_.get(), sql.c_str());
+  look.bind(1, state.changes > 0 ? state.series_id : last_row_);
+  if (state.changes > 0) look.bind(2, state.changes);
+  switch (look.step()) {
+    case Statement::Step::ROW:
+      return Outcome::RECORDED;
+    case Statement::Step::DONE:
+      return Outcome::NOT_RECORDED;
+    default:
+      return Outcome::IN_DOUBT;
+  }
+}
+
 bool SqliteWriter::commit() {
   if (!series_.finish()) return fail(series_.error());
-  return commit_.run() || fail_with_database_error();
+  if (commit_.run()) return true;
+  const int code = sqlite3_extended_errcode(db_.get());
+  const std::string reason = sqlite3_errmsg(db_.get());
+  rollback();
+  // With a rollback journal, a lock that can't be released is an error after the commit. Where a
+  // sync failed, nobody knows what is on the disk, whatever the database looks like now.
+  const bool has_synced = code != SQLITE_IOERR_FSYNC && code != SQLITE_IOERR_DIR_FSYNC;
+  switch (has_synced ? look_for_last_change() : Outcome::IN_DOUBT) {
+    case Outcome::RECORDED:
+      return true;
+    case Outcome::NOT_RECORDED:
+      return fail(reason);
+    default:
+      return fail("whether it was recorded is in doubt: " + reason + "; look with trendcsv");
+  }
 }
 
 void SqliteWriter::rollback() {
@@ -120,14 +171,11 @@ void SqliteWriter::rollback() {
   data_version_ = 0;
 }
 
-/// Whether the last statement inserted a row.
-bool SqliteWriter::is_inserted() const { return sqlite3_changes(db_.get()) > 0; }
-
 bool SqliteWriter::add_device(CDeviceProperties& device) {
   add_device_.bind(1, device.path);
   add_device_.bind(2, device.aux_text);
-  if (!add_device_.run()) return fail_with_database_error();
-  if (is_inserted()) series_.note_catalogue();
+  bool is_new = false;
+  if (!insert(add_device_, "device", is_new)) return fail_with_database_error();
 
   const RunningStatement row(&get_device_);
   row->bind(1, device.path);
@@ -160,8 +208,8 @@ bool SqliteWriter::add_param(const CDeviceProperties& device, CParamProperties& 
     if (step == Statement::Step::ROW) return read_slots(*row, param) || fail(beyond);
     if (step != Statement::Step::DONE) return fail_with_database_error();
   }
-  auto [free_slot, is_new] = free_slots_.try_emplace(device.aux_1);
-  if (is_new && !find_free_slot(device.aux_1, free_slot->second)) return false;
+  auto [free_slot, is_first] = free_slots_.try_emplace(device.aux_1);
+  if (is_first && !find_free_slot(device.aux_1, free_slot->second)) return false;
   param.aux_1 = static_cast<std::uint32_t>(free_slot->second);
   free_slot->second = get_slot(param, STATISTICS.size());
   if (free_slot->second > MAX_DEVICE_SLOTS) {
@@ -172,16 +220,16 @@ bool SqliteWriter::add_param(const CDeviceProperties& device, CParamProperties& 
   add_param_.bind(2, param.path);
   add_param_.bind(3, std::int64_t{get_statistics(param)});
   add_param_.bind(4, std::int64_t{param.aux_1});
-  series_.note_catalogue();
-  return add_param_.run() || fail_with_database_error();
+  bool is_new = false;
+  return insert(add_param_, "parameter", is_new) || fail_with_database_error();
 }
 
 bool SqliteWriter::add_series(const CDeviceProperties& device, std::uint32_t minutes,
                               CSeries& series) {
   add_series_.bind(1, device.aux_1);
   add_series_.bind(2, std::int64_t{minutes});
-  if (!add_series_.run()) return fail_with_database_error();
-  const bool is_new = is_inserted();
+  bool is_new = false;
+  if (!insert(add_series_, "series", is_new)) return fail_with_database_error();
 
   const RunningStatement row(&get_series_);
   row->bind(1, device.aux_1);
@@ -191,9 +239,7 @@ bool SqliteWriter::add_series(const CDeviceProperties& device, std::uint32_t min
     return fail_with_database_error();
   }
   if (!is_series_id(series.id)) return fail("the database has no room for another series");
-  if (!is_new) return true;
-  series_.note_catalogue();
-  return series_.create(series.id) || fail(series_.error());
+  return !is_new || series_.create(series.id) || fail(series_.error());
 }
 
 bool SqliteWriter::append(const CSeries& series, std::int64_t timestamp, double valid_ratio,

@@ -36,9 +36,12 @@ class SqliteWriter : public LogWriter {
 
  private:
   explicit SqliteWriter(Database db) : db_(std::move(db)) {}
+  enum class Outcome { RECORDED, NOT_RECORDED, IN_DOUBT };
+
   [[nodiscard]] bool prepare();
   bool adopt_changes();
-  bool is_inserted() const;
+  [[nodiscard]] bool insert(Statement& statement, const char* table, bool& is_new);
+  [[nodiscard]] Outcome look_for_last_change();
   bool find_free_slot(std::int64_t device_id, std::size_t& slot);
   bool fail(const std::string& reason);
   bool fail_with_database_error();
@@ -48,6 +51,8 @@ class SqliteWriter : public LogWriter {
   bool has_tables_ = false;  ///< whether `series_` has prepared its statements
   /// What `PRAGMA data_version` said when `series_` was up to date; 0 for never.
   std::int64_t data_version_ = 0;
+  const char* last_table_ = nullptr;  ///< where this transaction added to the catalogue last
+  std::int64_t last_row_ = 0;         ///< the id of the row that it added
   /// The slot for the next parameter by the id of the device, as far as this transaction knows it.
   std::map<std::int64_t, std::size_t> free_slots_;
   Statement begin_;

@@ -60,7 +60,7 @@ class Block(NamedTuple):
 
 
 class WrongDocument(Exception):
-    """Something in a document is not as it should be; the text says where and what."""
+    """A document has an error. The text says where and what it is."""
 
 
 def read_markdown(text):
@@ -101,7 +101,7 @@ def read_manual_page(text):
     for match in re.finditer(r"^\.EX\n(.*?)^\.EE$", text, re.MULTILINE | re.DOTALL):
         shown = match[1].replace("\\-", "-").replace("\\(aq", "'").replace("\\&", "")
         if "\\" in shown:
-            raise WrongDocument("an example has an escape that is not understood")
+            raise WrongDocument("an example has an unknown escape")
         blocks.append(Block(text.count("\n", 0, match.start()) + 2, "console", shown))
     return blocks
 
@@ -175,7 +175,7 @@ def check_links(text, folder):
 
 
 def copy_tree(source, target):
-    """Copies what belongs to the project, and neither builds nor a folder that holds `target`."""
+    """Copies the project's files, but no builds and no folder that contains `target`."""
 
     def ignore(folder, names):
         paths = {name: pathlib.Path(folder, name) for name in names}

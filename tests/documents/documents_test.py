@@ -36,7 +36,7 @@ class Markdown(unittest.TestCase):
         self.assertEqual(len(wrong), 1)
         self.assertIn("line 2: failed", wrong[0])
 
-    def test_refuses_a_command_that_is_not_one(self):
+    def test_refuses_a_syntax_error(self):
         self.assertEqual(len(run("```sh", "if", "```")), 1)
 
     def test_saves_a_block_with_a_file_name(self):
@@ -45,10 +45,10 @@ class Markdown(unittest.TestCase):
             [],
         )
 
-    def test_does_not_run_a_block_marked_so(self):
+    def test_does_not_run_a_block_marked_not_run(self):
         self.assertEqual(run("```sh not-run", "false", "```"), [])
 
-    def test_refuses_a_block_of_no_known_kind(self):
+    def test_refuses_a_block_of_an_unknown_kind(self):
         for block in (["```", "ls", "```"], ["```c", "x", "```"], ["```sh a b", "```"], ["```sh"]):
             with self.assertRaises(documents.WrongDocument):
                 run(*block)
@@ -61,7 +61,7 @@ class Markdown(unittest.TestCase):
         with self.assertRaises(documents.WrongDocument):
             run("```console", "1", "```")
 
-    def test_finds_links_to_nothing(self):
+    def test_finds_broken_links(self):
         with tempfile.TemporaryDirectory() as folder:
             links = documents.check_links("[a](b.md#c) [d](https://e)", documents.pathlib.Path(folder))
             self.assertEqual(len(links), 1)
@@ -71,10 +71,10 @@ class NotRun(unittest.TestCase):
     def check(self, text):
         return documents.check_not_run("docs/target.md", documents.read_markdown(text))
 
-    def test_refuses_a_block_that_the_list_lacks(self):
+    def test_refuses_a_block_that_is_not_in_the_list(self):
         self.assertEqual(len(self.check("```sh not-run\nls\n```")), 1)
 
-    def test_refuses_an_entry_that_the_document_lacks(self):
+    def test_refuses_an_entry_that_is_not_in_the_document(self):
         self.assertEqual(len(self.check("")), 1)
 
     def test_lists_documents_that_exist(self):

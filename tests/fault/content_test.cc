@@ -1,4 +1,4 @@
-// Trend databases whose content is damaged: dumps fail in so many words, and never seem complete.
+// Trend databases with damaged content: dumps fail with a message and never seem to be complete.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ ProcessResult dump(const std::string& db, std::vector<std::string> more = {}) {
   return run_tool("trendcsv", more, "", {{"TZ", "UTC0"}});
 }
 
-/// The first fields, seconds since the epoch, of rows that are all of one form; throws otherwise.
+/// The first fields of the rows, seconds since the epoch. Throws if the rows differ in form.
 std::vector<std::int64_t> times_of(const std::string& rows) {
   std::vector<std::int64_t> times;
   std::istringstream lines(rows);
@@ -31,13 +31,13 @@ std::vector<std::int64_t> times_of(const std::string& rows) {
     times.push_back(std::stoll(line, &end));
     if (line[end] != ',') throw std::runtime_error("no time: " + line);
   }
-  if (!rows.empty() && rows.back() != '\n') throw std::runtime_error("an unfinished line");
+  if (!rows.empty() && rows.back() != '\n') throw std::runtime_error("an incomplete line");
   return times;
 }
 
 class Damage : public testing::Test {
  protected:
-  /// Makes a database with the rows of the minutes 1 to `count`, and runs `sql` on it.
+  /// Makes a database with the rows of minutes 1 to `count`, and runs `sql` on it.
   void make(std::int64_t count, const std::string& sql) {
     std::filesystem::remove(db_);
     std::string all = std::string("BEGIN;") + LOOSE_SCHEMA + IDENTITY + CATALOGUE;
@@ -45,7 +45,7 @@ class Damage : public testing::Test {
     run_sql(db_, all + "COMMIT;" + sql);
   }
 
-  /// Expects every dump of everything to fail with `message`.
+  /// Expects every kind of full dump to fail with `message`.
   void expect_failure(const std::string& message) const {
     for (const std::vector<std::string>& arguments :
          {std::vector<std::string>{}, {"-a"}, {"-c", "0"}, {"-c", "1"}}) {
@@ -70,7 +70,7 @@ TEST_F(Damage, OfTheSamplesFailsTheQuery) {
   }
 }
 
-TEST_F(Damage, IsNoneWhereSamplesAreFew) {
+TEST_F(Damage, IsNotReportedIfSamplesAreMissing) {
   make(2, "UPDATE snapshot SET samples = x'' WHERE id = (1 << 40) + 60");
   EXPECT_EQ(dump(db_).out, "120,02,2\n60,01,\n");
   EXPECT_EQ(dump(db_).err, "");
@@ -84,14 +84,14 @@ TEST_F(Damage, OfTheShareOfValidDataFailsTheQuery) {
   }
 }
 
-TEST_F(Damage, LeavesTheRowsBeforeItAndSaysSo) {
+TEST_F(Damage, IsReportedAfterTheRowsBeforeIt) {
   make(20, std::string("UPDATE snapshot SET samples = x'00'") + ROW_10);
   const ProcessResult result = dump(db_, {"-a", "-c", "3"});
   EXPECT_EQ(times_of(result.out),
             (std::vector<std::int64_t>{60, 120, 180, 240, 300, 360, 420, 480, 540}));
   EXPECT_EQ(result.err, FETCH_ERROR);
   EXPECT_EQ(result.exit_status, 1);
-  // Rows on this side of it are not concerned.
+  // A dump that ends before the damaged row succeeds.
   EXPECT_EQ(dump(db_, {"-a", "-m", "8"}).exit_status, 0);
 }
 
@@ -124,7 +124,7 @@ TEST_F(Damage, OfAPageInTheMiddleFailsTheQuery) {
   const std::string whole = read_file(db_);
   const ProcessResult good = dump(db_, {"-a"});
   ASSERT_EQ(times_of(good.out).size(), 3000U);
-  // The page with row 1500 in it, found by the row's value.
+  // The page that holds row 1500, found by the row's value.
   const std::string value = {'\x40', '\x97', '\x70', 0, 0, 0, 0, 0};
   const std::size_t place = whole.find(value);
   ASSERT_NE(place, std::string::npos);
@@ -143,14 +143,15 @@ TEST_F(Damage, OfAPageInTheMiddleFailsTheQuery) {
   }
 }
 
-/// A number as SQLite writes it in front of a row: seven bits to a byte, all but the last marked.
+/// A number as SQLite writes it before a row: seven bits per byte; all bytes but the last have the
+/// high bit.
 std::string varint(std::uint64_t number) {
   std::string bytes(1, static_cast<char>(number & 0x7F));
   while ((number >>= 7) != 0) bytes.insert(0, 1, static_cast<char>((number & 0x7F) | 0x80));
   return bytes;
 }
 
-/// Whether a dump of damaged data behaved: either it says what failed, or its rows are sound.
+/// Checks a dump of damaged data: either it reports what failed, or its rows are correct.
 testing::AssertionResult is_sound(const ProcessResult& result, bool ascending) {
   const bool failed = !result.err.empty();
   if (result.exit_status != 1 && !(result.exit_status == 0 && !failed)) {
@@ -173,7 +174,7 @@ testing::AssertionResult is_sound(const ProcessResult& result, bool ascending) {
   return testing::AssertionSuccess();
 }
 
-TEST_F(Damage, OfASectorHardlyEverLooksLikeTheEnd) {
+TEST_F(Damage, OfASectorRarelyLooksLikeTheEnd) {
   std::string sql = std::string("BEGIN;") + LOOSE_SCHEMA + IDENTITY + CATALOGUE;
   for (int minute = 1; minute <= 1000; ++minute) sql += insert_row(minute);
   std::filesystem::remove(db_);
@@ -199,8 +200,8 @@ TEST_F(Damage, OfASectorHardlyEverLooksLikeTheEnd) {
       }
     }
     EXPECT_GT(noticed, 20);
-    // Nothing tells a row whose id lost its end, or an entry lost from an index of the catalogue,
-    // from a row or an entry that was never there.
+    // A row with a damaged id, or an entry missing from an index of the catalogue, looks like a row
+    // or an entry that was never recorded.
     EXPECT_LE(silent_ends, 3);
     write_file(db_, good);
   }
@@ -220,7 +221,7 @@ TEST_F(Damage, OfTheOrderOfRowsNeverMakesADumpGoBack) {
   write_file(db_, damaged);
   EXPECT_EQ(dump(db_).err, FETCH_ERROR);
   EXPECT_EQ(dump(db_, {"-a"}).err, FETCH_ERROR);
-  // A dump that believed the row would go back to it again and again with some of these sizes.
+  // With some of these sizes, a dump that accepted the row would return to it again and again.
   for (int size = 1; size <= 40; ++size) {
     EXPECT_TRUE(is_sound(dump(db_, {"-c", std::to_string(size)}), false)) << size;
     EXPECT_TRUE(is_sound(dump(db_, {"-c", std::to_string(size), "-a"}), true)) << size;
@@ -249,7 +250,7 @@ TEST_F(Damage, OfAnyBytesNeverCrashesADump) {
   make(150, "");
   run_sql(db_, "PRAGMA journal_mode = wal");
   const std::string whole = read_file(db_);
-  // Where the file holds something at all; SQLite keeps the rest for later.
+  // Damage only the used parts of the file; the rest is free space.
   std::vector<std::size_t> places;
   for (std::size_t i = 0; i < whole.size(); ++i) {
     if (whole[i] != '\0' || i % 4096 < 120) places.push_back(i);
@@ -274,7 +275,7 @@ TEST_F(Damage, OfAnyBytesNeverCrashesADump) {
     ASSERT_TRUE(is_sound(result, i % 2 == 0)) << i;
     failures += result.err.empty() ? 0 : 1;
   }
-  // Some of the damage must have been noticed, and some of it lies where nobody can.
+  // Some of the damage must be noticed, and some is in places where no program can notice it.
   EXPECT_GT(failures, rounds / 20);
   EXPECT_LT(failures, rounds - rounds / 20);
 }

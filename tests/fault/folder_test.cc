@@ -1,4 +1,4 @@
-// Databases in folders where nothing may be written, files beside a database, and odd names.
+// Databases in read-only folders, files beside a database, and unusual names.
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Turns root, for whom permissions mean nothing, into a user for whom they do.
+/// Root ignores permissions, so this makes root another user.
 void drop_privileges() {
   if (geteuid() != 0) return;
   constexpr uid_t NOBODY = 65534;
@@ -30,13 +30,13 @@ ModelLog small_log(int rows) {
   return log;
 }
 
-/// A folder to which nobody can write while a program looks at it.
+/// A folder that is read-only while a program reads it.
 class ReadOnlyFolder : public testing::Test {
  protected:
   ReadOnlyFolder() {
     fs::permissions(folder_.path(), fs::perms(0755));
     fs::create_directory(medium_);
-    // The program must be within reach of any user too.
+    // Any user must be able to start the program too.
     program_ = tool_command("trendcsv");
     fs::copy_file(program_.back(), folder_.file("trendcsv"));
     program_.back() = folder_.file("trendcsv");
@@ -45,7 +45,7 @@ class ReadOnlyFolder : public testing::Test {
 
   std::string on_medium(const std::string& name) const { return medium_ + "/" + name; }
 
-  /// Dumps the database of this name in the folder, in which nothing can be written meanwhile.
+  /// Dumps the database of this name while the folder is read-only.
   ProcessResult dump(const std::string& name) const {
     fs::permissions(medium_, fs::perms(0555));
     std::vector<std::string> command = program_;
@@ -77,7 +77,7 @@ class ReadOnlyFolder : public testing::Test {
     EXPECT_EQ(list_folder(medium_), files);
   }
 
-  /// Copies a database with its log, which holds the rows behind the first two, to the folder.
+  /// Copies to the folder a database and its log, which holds all rows but the first two.
   void copy_with_log(const ModelLog& log) {
     const std::string db = folder_.file("live.db");
     ModelLog first = log;
@@ -106,7 +106,7 @@ class ReadOnlyFolder : public testing::Test {
   std::vector<std::string> program_;
 };
 
-TEST(ReadOnlyFile, IsNamedAsWhatALoadCannotWrite) {
+TEST(ReadOnlyFile, MakesALoadFailWithAMessage) {
   const TemporaryFolder folder;
   fs::permissions(folder.path(), fs::perms(0777));
   const std::string db = folder.file("trend.db");
@@ -120,17 +120,17 @@ TEST(ReadOnlyFile, IsNamedAsWhatALoadCannotWrite) {
   const ProcessResult result =
       run_process(load, "Date,Time,a:Value\n2020-01-01,00:00,1\n", {}, drop_privileges);
   EXPECT_EQ(result.exit_status, 1);
-  EXPECT_EQ(result.err, "trendload: " + db + ": it can't be written\n");
+  EXPECT_EQ(result.err, "trendload: " + db + ": it is not writable\n");
   EXPECT_EQ(list_folder(folder.path()), files);
 }
 
-TEST_F(ReadOnlyFolder, HoldsADatabaseThatDumps) {
+TEST_F(ReadOnlyFolder, AllowsADump) {
   record(small_log(5), on_medium("trend.db"));
   ASSERT_EQ(list_folder(medium_), std::vector<std::string>{"trend.db"});
   expect_dump("trend.db", small_log(5));
 }
 
-TEST_F(ReadOnlyFolder, HoldsADatabaseThatDumpsThroughALink) {
+TEST_F(ReadOnlyFolder, AllowsADumpThroughALink) {
   record(small_log(5), on_medium("trend.db"));
   fs::create_symlink(on_medium("trend.db"), folder_.file("link.db"));
   fs::create_symlink("trend.db", on_medium("near.db"));
@@ -138,13 +138,13 @@ TEST_F(ReadOnlyFolder, HoldsADatabaseThatDumpsThroughALink) {
   expect_dump("near.db", small_log(5));
 }
 
-TEST_F(ReadOnlyFolder, HoldsADatabaseWithoutWriteAheadLogThatDumps) {
+TEST_F(ReadOnlyFolder, AllowsADumpInRollbackMode) {
   record(small_log(5), on_medium("trend.db"));
   run_sql(on_medium("trend.db"), "PRAGMA journal_mode = delete");
   expect_dump("trend.db", small_log(5));
 }
 
-TEST_F(ReadOnlyFolder, HoldsDatabasesOfOddNamesThatDump) {
+TEST_F(ReadOnlyFolder, AllowsDumpsOfUnusualNames) {
   int rows = 1;
   for (const char* name : {"a?b", "a?immutable=1", "a#b", "a%41", "%", "with blank", "file:x",
                            ":memory:", "ü", "a'b\"c", "a&b=c", "-x", "...", "?"}) {
@@ -152,7 +152,7 @@ TEST_F(ReadOnlyFolder, HoldsDatabasesOfOddNamesThatDump) {
     record(log, on_medium(name));
     SCOPED_TRACE(name);
     expect_dump(name, log);
-    // And where the folder is writable.
+    // And in a writable folder.
     const ProcessResult result = run_tool("trendcsv", {"-x", name, "-d", "/plant", "-u"}, "", {},
                                           [&] { fs::current_path(medium_); });
     EXPECT_EQ(result.out, dump(name).out);
@@ -161,18 +161,18 @@ TEST_F(ReadOnlyFolder, HoldsDatabasesOfOddNamesThatDump) {
   }
 }
 
-TEST_F(ReadOnlyFolder, ShowsTheRowsOfTheLogWhereThatCanBeUsed) {
+TEST_F(ReadOnlyFolder, AllowsADumpWithTheRowsOfTheLog) {
   copy_with_log(small_log(5));
   expect_dump("trend.db", small_log(5));
 }
 
-TEST_F(ReadOnlyFolder, FailsWhereTheIndexOfTheLogIsMissing) {
+TEST_F(ReadOnlyFolder, FailsADumpIfTheIndexOfTheLogIsMissing) {
   copy_with_log(small_log(5));
   fs::remove(on_medium("trend.db-shm"));
   expect_failure("trend.db");
 }
 
-TEST_F(ReadOnlyFolder, FailsWhereTheLogCannotBeRead) {
+TEST_F(ReadOnlyFolder, FailsADumpIfTheLogCannotBeRead) {
   copy_with_log(small_log(5));
   fs::permissions(on_medium("trend.db-wal"), fs::perms(0));
   expect_failure("trend.db");
@@ -180,7 +180,7 @@ TEST_F(ReadOnlyFolder, FailsWhereTheLogCannotBeRead) {
   expect_failure("trend.db");
 }
 
-TEST_F(ReadOnlyFolder, FailsWhereTheLogIsNoFile) {
+TEST_F(ReadOnlyFolder, FailsADumpIfTheLogIsNotAFile) {
   record(small_log(5), on_medium("trend.db"));
   fs::create_directory(on_medium("trend.db-wal"));
   expect_failure("trend.db");
@@ -189,17 +189,17 @@ TEST_F(ReadOnlyFolder, FailsWhereTheLogIsNoFile) {
   expect_failure("trend.db");
 }
 
-TEST_F(ReadOnlyFolder, FailsWhereTheDatabaseCannotBeRead) {
+TEST_F(ReadOnlyFolder, FailsADumpIfTheDatabaseCannotBeRead) {
   record(small_log(5), on_medium("trend.db"));
   fs::permissions(on_medium("trend.db"), fs::perms(0));
   expect_failure("trend.db");
 }
 
-TEST_F(ReadOnlyFolder, FailsWhereATransactionWasLeftHalfDone) {
+TEST_F(ReadOnlyFolder, FailsADumpIfATransactionIsIncomplete) {
   const std::string db = folder_.file("live.db");
   record(small_log(5), db);
   run_sql(db, "PRAGMA journal_mode = delete");
-  // With next to no cache, pages are written before the transaction ends.
+  // With a very small cache, SQLite writes pages before the transaction ends.
   std::string rows = "PRAGMA cache_size = 1; BEGIN IMMEDIATE;";
   for (int minute = 100; minute < 3000; ++minute) rows += insert_row(minute);
   run_sql(db, rows, [&] {
@@ -211,7 +211,7 @@ TEST_F(ReadOnlyFolder, FailsWhereATransactionWasLeftHalfDone) {
   expect_failure("trend.db");
 }
 
-TEST(BesideADatabase, ALogThatIsAFolderFailsEverywhere) {
+TEST(BesideADatabase, ALogThatIsAFolderFailsTheDump) {
   const TemporaryFolder folder;
   const std::string db = folder.file("trend.db");
   record(small_log(5), db);

@@ -1,5 +1,5 @@
-// A database of one user that another user dumps. These tests start programs as other users, and
-// so need root.
+// A user dumps the database of another user. These tests start programs as other users, so they
+// need root.
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 constexpr uid_t OWNER = 65533;
 constexpr uid_t OTHER = 65534;
 
-/// Makes this process act as another user while the object lives.
+/// Makes this process act as another user while the object exists.
 class ActingAs {
  public:
   explicit ActingAs(uid_t user) {
@@ -33,7 +33,7 @@ class ActingAs {
   ActingAs& operator=(const ActingAs&) = delete;
 };
 
-/// A folder into which everybody may write, with programs that everybody may start.
+/// A folder that all users may write, with programs that all users may start.
 class OtherUser : public testing::Test {
  protected:
   void SetUp() override {
@@ -56,7 +56,7 @@ class OtherUser : public testing::Test {
     });
   }
 
-  /// Loads the row of one minute of the first hour of 2020.
+  /// Loads the row of this minute of the first hour of 2020.
   void load_as(uid_t user, int minute) const {
     const std::string time = "00:" + std::to_string(minute / 10) + std::to_string(minute % 10);
     const ProcessResult result =
@@ -71,14 +71,14 @@ class OtherUser : public testing::Test {
                   {"-x", db_, "-d", "/plant", "-u", "-nh", "-w", "%M", "-y", "%S"}, "");
   }
 
-  /// Opens the database in this process as `user`; returns why that fails, or nothing.
+  /// Opens the database in this process as `user`. Returns the error, or an empty text.
   std::string open_as(uid_t user) const {
     const ActingAs acting(user);
     CLog log;
     return log.open(db_, OpenOptions{}) == 0 ? "" : log.error();
   }
 
-  /// Leaves the database as a writer leaves it that is killed: with a log that has a row.
+  /// Leaves the database in the state after a writer was killed: the log holds a row.
   void make_unclosed() const {
     const std::string live = folder_.file("live.db");
     record({.params = {{"a", ACTUAL}}, .minutes = {1}, .rows = {{1, 60, 1, {5}}}}, live);
@@ -101,7 +101,7 @@ class OtherUser : public testing::Test {
   std::string db_ = shared_ + "/trend.db";
 };
 
-TEST_F(OtherUser, LeavesNothingWithWhichTheOwnerCannotWrite) {
+TEST_F(OtherUser, DoesNotStopTheOwnerFromWriting) {
   load_as(OWNER, 1);
   EXPECT_EQ(dump_as(OTHER).out, "01,00,1\n");
   EXPECT_EQ(list_folder(shared_), std::vector<std::string>{"trend.db"});
@@ -110,7 +110,7 @@ TEST_F(OtherUser, LeavesNothingWithWhichTheOwnerCannotWrite) {
   EXPECT_EQ(list_folder(shared_), std::vector<std::string>{"trend.db"});
 }
 
-TEST_F(OtherUser, LeavesNothingInAFolderOfItsOwn) {
+TEST_F(OtherUser, LeavesNoFileInItsOwnFolder) {
   load_as(OWNER, 1);
   ASSERT_EQ(chown(shared_.c_str(), OTHER, OTHER), 0);
   EXPECT_EQ(dump_as(OTHER).out, "01,00,1\n");
@@ -140,7 +140,7 @@ TEST_F(OtherUser, DumpsBesideALivingWriter) {
   EXPECT_EQ(list_folder(shared_), std::vector<std::string>{"trend.db"});
 }
 
-TEST_F(OtherUser, SeesWhatTheOwnerRecordsWhileTheDatabaseIsOpen) {
+TEST_F(OtherUser, SeesRowsRecordedWhileTheDatabaseIsOpen) {
   load_as(OWNER, 1);
   std::vector<CDeviceProperties> devices;
   CLog log;
@@ -171,7 +171,7 @@ TEST_F(OtherUser, SeesWhatTheOwnerRecordsWhileTheDatabaseIsOpen) {
   EXPECT_EQ(list_folder(shared_), std::vector<std::string>{"trend.db"});
 }
 
-TEST_F(OtherUser, CannotReadWhatWasNotClosedProperly) {
+TEST_F(OtherUser, CannotReadADatabaseThatWasNotClosed) {
   make_unclosed();
   const std::vector<std::string> files = list_folder(shared_);
   EXPECT_EQ(dump_as(OTHER).err, "Error opening trend db: '" + db_ + "'\n");
@@ -195,7 +195,7 @@ TEST_F(OtherUser, ReadsWhatRootRecovered) {
   EXPECT_EQ(list_folder(shared_), std::vector<std::string>{"trend.db"});
 }
 
-TEST_F(OtherUser, DoesNotMakeTheIndexEvenIfTheDatabaseMayBeWritten) {
+TEST_F(OtherUser, DoesNotCreateTheIndexOfAWritableDatabase) {
   make_unclosed();
   fs::permissions(db_, fs::perms(0666));
   EXPECT_NE(open_as(OTHER), "");

@@ -1,4 +1,4 @@
-// A trend library that runs out of memory in the call that the database's path names: "open",
+// A trend library that runs out of memory in one call. The path of the database says which: "open",
 // "catalogue", "first query", or "second query" after a full chunk of rows.
 #include <new>
 

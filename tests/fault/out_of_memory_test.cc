@@ -1,4 +1,4 @@
-// The program where memory runs out.
+// The program if memory runs out.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -36,7 +36,7 @@ void expect_failure(const std::string& call, const std::string& output) {
   EXPECT_EQ(read_file(file), output);
 }
 
-TEST(OutOfMemory, EndsTheProgramWhereTheLogIsOpened) { expect_failure("open", ""); }
+TEST(OutOfMemory, EndsTheProgramWhenTheLogIsOpened) { expect_failure("open", ""); }
 
 TEST(OutOfMemory, EndsTheProgramInTheSelection) { expect_failure("catalogue", ""); }
 
@@ -46,8 +46,8 @@ TEST(OutOfMemory, KeepsTheRowsPrintedBefore) {
   expect_failure("second query", std::string(HEADER) + ROWS);
 }
 
-TEST(OutOfMemory, SparesADumpThatNeverGetsThere) {
-  // The limit's probe is the first query here, and finds a row at the time 60.
+TEST(OutOfMemory, DoesNotAffectADumpThatEndsEarlier) {
+  // Here the first query is the one that finds the limit of -m. It finds a row at the time 60.
   const ProcessResult result = run("no call", {"-m", "2", "-nh"});
   EXPECT_EQ(result.exit_status, 0);
   EXPECT_EQ(result.err, "");

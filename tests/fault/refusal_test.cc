@@ -1,4 +1,4 @@
-// Files that trendcsv must not take for a trend database, or must not read at all.
+// Files that trendcsv must not accept as a trend database, or must not read at all.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -10,7 +10,7 @@
 
 namespace {
 
-/// The dump of `db`, which must fail before it prints anything.
+/// Dumps `db`, which must fail before it prints anything.
 void expect_not_opened(const std::string& db) {
   const ProcessResult result = run_tool("trendcsv", {"-x", db, "-d", "/plant"});
   EXPECT_EQ(result.exit_status, 1);
@@ -22,7 +22,7 @@ void expect_not_opened(const std::string& db) {
 
 class Refusal : public testing::Test {
  protected:
-  /// The same for a file with `content`, which must then be as before, and alone in its folder.
+  /// The same for a file with `content`, which must stay unchanged and alone in its folder.
   void expect_content_refused(const std::string& content) {
     write_file(db_, content);
     expect_not_opened(db_);
@@ -30,14 +30,14 @@ class Refusal : public testing::Test {
     EXPECT_EQ(list_folder(folder_.path()), std::vector<std::string>{"trend.db"});
   }
 
-  /// The same for a database that `sql` makes.
+  /// The same for a database that `sql` creates.
   void expect_sql_refused(const std::string& sql) {
     std::filesystem::remove(db_);
     run_sql(db_, sql);
     expect_content_refused(read_file(db_));
   }
 
-  /// The same, and also where the database asks for a write-ahead log.
+  /// The same for the database in both journal modes.
   void expect_sql_refused_in_any_mode(const std::string& sql) {
     expect_sql_refused(sql);
     expect_sql_refused(sql + "; PRAGMA journal_mode = wal");
@@ -47,8 +47,8 @@ class Refusal : public testing::Test {
   std::string db_ = folder_.file("trend.db");
 };
 
-TEST_F(Refusal, TakesTheLooseSchemaOtherwise) {
-  // What the tests below spoil is a good database before.
+TEST_F(Refusal, DoesNotConcernTheUnchangedDatabase) {
+  // The tests below damage this database; undamaged it is accepted.
   run_sql(db_, std::string(LOOSE_SCHEMA) + IDENTITY + CATALOGUE + insert_row(2) + insert_row(1));
   EXPECT_EQ(run_tool("trendcsv", {"-x", db_, "-d", "/plant", "-u"}).out,
             "Date,Time,a:Value\n1970-01-01,00:02,2\n1970-01-01,00:01,1\n");
@@ -130,7 +130,7 @@ TEST_F(Refusal, OfViewsInsteadOfTables) {
   }
 }
 
-TEST_F(Refusal, OfADatabaseCutOffAnywhere) {
+TEST_F(Refusal, OfATruncatedDatabase) {
   Random random(5);
   ModelLog log;
   log.params = {{"a", ACTUAL}};
@@ -158,8 +158,8 @@ TEST_F(Refusal, OfADatabaseCutOffAnywhere) {
   }
 }
 
-TEST_F(Refusal, OfADatabaseCutOffBesideWhatReadersAndWritersLeave) {
-  // With a log that holds something, a cut between two pages may be the work of a writer.
+TEST_F(Refusal, OfATruncatedDatabaseBesideALog) {
+  // If the log is not empty, a file that ends between two pages may be the work of a writer.
   ModelLog log;
   log.params = {{"a", ACTUAL}};
   log.minutes = {1};
@@ -180,7 +180,7 @@ TEST_F(Refusal, OfADatabaseCutOffBesideWhatReadersAndWritersLeave) {
   }
 }
 
-TEST_F(Refusal, OfADatabaseWithoutWriteAheadLogCutOffAnywhere) {
+TEST_F(Refusal, OfATruncatedDatabaseInRollbackMode) {
   std::string sql = std::string("BEGIN;") + LOOSE_SCHEMA + IDENTITY + CATALOGUE;
   for (int minute = 1; minute <= 800; ++minute) sql += insert_row(minute);
   run_sql(db_, sql + "COMMIT");

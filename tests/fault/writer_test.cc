@@ -19,8 +19,8 @@ namespace {
 constexpr int BATCH = 10;
 constexpr double COARSE = -1;
 
-/// Records rows in the background: in every transaction the rows of ten minutes, with the number of
-/// the minute for their value, and the row of a coarser interval that they hide.
+/// Records rows in the background. Each transaction has ten one-minute rows, whose values are the
+/// numbers of their minutes, and a row of a longer interval, which they hide.
 class BusyRecorder {
  public:
   explicit BusyRecorder(const std::string& db) {
@@ -50,14 +50,14 @@ class BusyRecorder {
   BusyRecorder(const BusyRecorder&) = delete;
   BusyRecorder& operator=(const BusyRecorder&) = delete;
 
-  /// The number of minutes that are recorded for good.
+  /// The number of minutes that are committed.
   int committed() const { return committed_; }
 
  private:
   void record_batch() {
     ASSERT_EQ(recorder_.begin(), 0) << recorder_.error();
     int minute = committed_;
-    // The row that the others hide comes first.
+    // Append the row that the others hide first.
     const std::int64_t end = 60 * std::int64_t{minute + BATCH};
     ASSERT_EQ(recorder_.append(coarse_, end, 1, std::vector<double>{COARSE}), 0);
     for (int i = 0; i < BATCH; ++i) {
@@ -77,7 +77,7 @@ class BusyRecorder {
   std::thread thread_;
 };
 
-/// Dumps `db` and gives the values of the rows.
+/// Dumps `db` and returns the values of the rows.
 std::vector<int> dump_values(const std::string& db, std::vector<std::string> more) {
   more.insert(more.begin(), {"-x", db, "-d", "/plant", "-u", "-nh"});
   const ProcessResult result = run_tool("trendcsv", more);
@@ -91,14 +91,14 @@ std::vector<int> dump_values(const std::string& db, std::vector<std::string> mor
   return values;
 }
 
-/// Waits until there is something to dump.
+/// Waits until there are rows to dump.
 void wait_for_rows(const BusyRecorder& recorder) {
   while (recorder.committed() < 5 * BATCH) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 }
 
-TEST(WhileRecording, ADumpNewestFirstHasEveryRowUpToACommit) {
+TEST(WhileRecording, ADescendingDumpHasEveryRowUpToACommit) {
   const TemporaryFolder folder;
   const std::string db = folder.file("trend.db");
   const BusyRecorder recorder(db);
@@ -113,7 +113,7 @@ TEST(WhileRecording, ADumpNewestFirstHasEveryRowUpToACommit) {
   }
 }
 
-TEST(WhileRecording, ADumpOldestFirstHasEveryRowUpToACommit) {
+TEST(WhileRecording, AnAscendingDumpHasEveryRowUpToACommit) {
   const TemporaryFolder folder;
   const std::string db = folder.file("trend.db");
   const BusyRecorder recorder(db);

@@ -87,14 +87,14 @@ class DisplayNames : public testing::Test {
   const TemporaryFolder folder_;
 };
 
-/// Sets a leaf with the command that a user would type.
+/// Sets a leaf with the command that a user types.
 void set_leaf(const RedisServer& server, const std::string& path, const std::string& text) {
   EXPECT_EQ(server.cli({"SET", path, text}), "OK\n");
 }
 
 }  // namespace
 
-TEST_F(DisplayNames, AreComposedOfTheNamesOfAllLevels) {
+TEST_F(DisplayNames, ContainTheNamesOfAllLevels) {
   const RedisServer server(socket_path());
   set_leaf(server, "site/plant/Boiler/DisplayName", "Boiler 1");
   set_leaf(server, "site/plant/Boiler/Temp/DisplayName", "Flow temperature");
@@ -106,7 +106,7 @@ TEST_F(DisplayNames, AreComposedOfTheNamesOfAllLevels) {
       "Boiler 1 / Flow temperature (avg),Pump / Running");
 }
 
-TEST_F(DisplayNames, HavePathsForLevelsWithoutAName) {
+TEST_F(DisplayNames, ContainThePathsOfLevelsWithoutAName) {
   const RedisServer server(socket_path());
   set_leaf(server, "site/plant/Boiler/DisplayName", "Boiler 1");
   EXPECT_EQ(server.cli({"RPUSH", "site/plant/Boiler/Temp/DisplayName", "a list"}), "1\n");
@@ -184,7 +184,7 @@ TEST_F(DisplayNames, FallBackToPathsIfTheServiceHangs) {
   expect_dump_with_paths(CANT_CONNECT);
 }
 
-TEST_F(DisplayNames, FallBackToPathsIfTheServiceDemandsAPassword) {
+TEST_F(DisplayNames, FallBackToPathsIfTheServiceRequiresAPassword) {
   const RedisServer server(socket_path(), {"--requirepass", "secret"});
   expect_dump_with_paths(CANT_CONNECT);
 }
@@ -207,7 +207,7 @@ TEST_F(DisplayNames, FallBackToPathsIfTheServiceDiesDuringTheRequest) {
   expect_dump_with_paths(CANT_FETCH);
 }
 
-TEST_F(DisplayNames, FallBackToPathsIfTheServiceDiesWithinItsAnswer) {
+TEST_F(DisplayNames, FallBackToPathsIfTheServiceDiesDuringItsAnswer) {
   const FakeServer server(socket_path(), [](int client) {
     answer_ping(client);
     receive_some(client);

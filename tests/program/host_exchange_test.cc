@@ -1,4 +1,4 @@
-// Databases that pass between the machine that the programs are built for and the one that builds.
+// Databases that are copied between the target machine and the machine that builds.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -23,7 +23,7 @@ ProcessResult run_host(const std::string& name, const Arguments& arguments, cons
   return run_process(command, input, {{"TZ", zone}});
 }
 
-/// Runs it as built for the target.
+/// Runs a program as built for the target.
 ProcessResult run_target(const std::string& name, const Arguments& arguments,
                          const std::string& zone, const std::string& input = "") {
   return run_tool(name, arguments, input, {{"TZ", zone}});
@@ -35,7 +35,7 @@ struct DumpCase {
   Arguments arguments;
 };
 
-// The examples are of 2010, hence the bounds.
+// The examples are from 2010, so the bounds are too.
 const std::vector<DumpCase> DUMP_CASES = {
     {"UTC0", {"-u"}},
     {"UTC0", {"-u", "-a", "-pv"}},
@@ -57,7 +57,7 @@ std::string text_of(const DumpCase& how) {
   return text;
 }
 
-/// The rows of all tables of the database in `file`, as text, blobs as digits.
+/// The rows of all tables of the database in `file` as text, with blobs in hexadecimal.
 std::string content_of(const std::string& file) {
   sqlite3* handle = nullptr;
   const int status = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
@@ -82,7 +82,7 @@ std::string content_of(const std::string& file) {
   return text;
 }
 
-/// Expects that both machines print the same bytes for the databases in both files.
+/// Expects that the programs of both machines print the same bytes for both files.
 void expect_same_dumps(const std::string& device, const std::string& first,
                        const std::string& second, const std::vector<DumpCase>& cases) {
   for (const DumpCase& how : cases) {
@@ -106,7 +106,7 @@ void expect_same_dumps(const std::string& device, const std::string& first,
 
 class HostExchange : public testing::Test {
  protected:
-  /// Loads `input` on either machine, each into its own database.
+  /// Loads `input` on both machines, each into its own database.
   void load(const std::string& device, std::uint32_t minutes, const std::string& zone,
             const Arguments& more, const std::string& input) const {
     Arguments arguments = {"-x", host_db_, "-d", device, "-i", std::to_string(minutes)};
@@ -132,7 +132,7 @@ TEST_F(HostExchange, RunsProgramsOfTwoMachines) {
   EXPECT_NE(host.substr(MACHINE, 2), target.substr(MACHINE, 2));
 }
 
-TEST_F(HostExchange, KeepsTheExamplesByteByByte) {
+TEST_F(HostExchange, KeepsEveryByteOfTheExamples) {
   const std::pair<const char*, std::uint32_t> files[] = {{"normals-1440", 1440},
                                                          {"normals-60", 60}};
   for (const auto& [name, minutes] : files) {
@@ -185,7 +185,7 @@ std::string csv_of(const ModelLog& log, std::uint32_t minutes) {
   return text;
 }
 
-TEST_F(HostExchange, KeepsRandomLogsByteByByte) {
+TEST_F(HostExchange, KeepsEveryByteOfRandomLogs) {
   Random random(7);
   std::size_t rows = 0;
   for (int i = 0; i < 10; ++i) {
@@ -229,9 +229,9 @@ TEST_F(HostExchange, AddsRowsToADatabaseOfTheOtherMachine) {
             "2024-01-01,00:05,1.5\n2024-01-01,00:10,-2000000000\n2024-01-01,00:15,3.25\n");
 }
 
-TEST_F(HostExchange, ReadsALogThatTheOtherMachineLeftBehind) {
+TEST_F(HostExchange, ReadsAWriteAheadLogOfTheOtherMachine) {
   const std::string wal = folder_.file("copied.db-wal");
-  // A writer that is still there keeps its write-ahead log, which is copied without its index.
+  // A writer that is still open keeps its write-ahead log. The log is copied without its index.
   ModelLog log;
   log.params = {{"a", ACTUAL}};
   log.minutes = {1};
@@ -253,7 +253,7 @@ TEST_F(HostExchange, ReadsALogThatTheOtherMachineLeftBehind) {
   EXPECT_EQ(host.out, run_target("trendcsv", arguments, "UTC0").out);
 }
 
-TEST_F(HostExchange, WrapsLongIntervalsAlike) {
+TEST_F(HostExchange, WrapsLongIntervalsInTheSameWay) {
   for (const std::uint32_t minutes : {35791394U, 35791395U, 71582789U, 4294967295U}) {
     ASSERT_NO_FATAL_FAILURE(
         load("site", minutes, "UTC0", {"-u"},
@@ -269,7 +269,7 @@ TEST_F(HostExchange, WrapsLongIntervalsAlike) {
   expect_same_dumps("site", host_db_, target_db_, {{"UTC0", {"-b"}}, {"UTC0", {"-a"}}});
 }
 
-TEST_F(HostExchange, LeavesRowsBeyond2038ToTheMachineThatCanShowThem) {
+TEST_F(HostExchange, KeepsRowsAfter2038ForTheMachineThatCanShowThem) {
   ASSERT_EQ(sizeof(std::time_t), 4U);
   const Arguments load = {"-x", host_db_, "-d", "/plant", "-i", "5", "-u"};
   const std::string early = "2038-01-19,03:10,1\n";

@@ -1,4 +1,5 @@
-// Compares the text of very many doubles with that of the C library: the long form of number_test.
+// Compares the text of very many doubles with that of the C library: a longer version of
+// number_test.
 //   number_check [count = 100000000] [seed = 1]
 #include <algorithm>
 #include <chrono>
@@ -18,7 +19,8 @@ bool same(double v) {
   return false;
 }
 
-// Every double around the seams and the switches of the precision, as far as the count allows.
+// Checks every double near the powers of ten and the changes of precision, as far as the count
+// allows.
 bool check_switches(std::uint64_t count) {
   const auto steps = static_cast<std::int64_t>(std::min<std::uint64_t>(20000, count / 1000));
   for (int exponent = 5; exponent <= 17; ++exponent) {
@@ -57,6 +59,6 @@ int main(int argc, char** argv) {
                 spent.count());
     std::fflush(stdout);
   }
-  std::printf("%llu equal\n", static_cast<unsigned long long>(share * Samples::KIND_COUNT));
+  std::printf("%llu equal\n", static_cast<unsigned long long>(share) * Samples::KIND_COUNT);
   return EXIT_SUCCESS;
 }

@@ -1,4 +1,4 @@
-// Dumps whose output file is a file of the database itself.
+// Dumps with one of the database's own files as the output file.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -7,7 +7,7 @@
 
 namespace {
 
-/// A time about those of the rows, not where clocks change.
+/// A time near those of the rows, but not near a clock change.
 std::int64_t random_time(Random& random, const ModelLog& log, const Zone& zone) {
   if (log.rows.empty()) return 86'400;
   std::int64_t time = log.rows[pick(random, static_cast<std::uint32_t>(log.rows.size()))].time;

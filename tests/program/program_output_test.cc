@@ -48,7 +48,7 @@ TemporaryFolder* ProgramOutput::folder_ = nullptr;
 TEST_F(ProgramOutput, GoesToTheFileThatIsNamed) {
   const std::string file = folder_->file("rows.csv");
   const ProcessResult plain = run_tool("trendcsv", arguments());
-  for (const std::string before : {"", "no file", "a longer text that has to go"}) {
+  for (const std::string before : {"", "no file", "a longer text that must disappear"}) {
     if (before == "no file") {
       std::filesystem::remove(file);
     } else {
@@ -155,7 +155,7 @@ TEST_F(ProgramOutput, MayBeFull) {
   EXPECT_EQ(run_tool("trendcsv", arguments({"-f", "/dev/full"})).exit_status, 1);
 }
 
-TEST_F(ProgramOutput, EndsSilentlyIfNobodyReadsIt) {
+TEST_F(ProgramOutput, EndsTheProgramSilentlyIfNobodyReadsIt) {
   int ends[2] = {-1, -1};
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   auto running = std::async(std::launch::async, [&] {

@@ -243,7 +243,7 @@ TEST_F(Program, PrintsEveryRowOfAWholeLog) {
             "2023-06-12,16:00,1024,2048,0.5");
 }
 
-TEST_F(Program, TakesOddSettingsOfSqlite) {
+TEST_F(Program, AcceptsUnusualSettingsOfSqlite) {
   const ProcessResult plain = dump_log({});
   for (const std::vector<std::string>& arguments :
        {std::vector<std::string>{"-sp", "1"},
@@ -261,7 +261,7 @@ TEST_F(Program, TakesOddSettingsOfSqlite) {
   }
 }
 
-TEST_F(Program, SelectsAParameterTypedTwiceTwice) {
+TEST_F(Program, DumpsAParameterTwiceIfItIsTypedTwice) {
   const ProcessResult result =
       dump_log({"-m", "1", "-p", "temperature", "-p", "pump/runs", "-p", "temperature"});
   EXPECT_EQ(result.out,

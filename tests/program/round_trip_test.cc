@@ -45,7 +45,7 @@ class RoundTrip : public testing::Test {
   std::string db_ = folder_.file("trend.db");
 };
 
-TEST_F(RoundTrip, DumpsTheHourlyExampleAsItStands) {
+TEST_F(RoundTrip, DumpsTheHourlyExampleUnchanged) {
   load_file(db_, example("seattle-normals-60"), "60");
   const std::string wanted = read_file(example("seattle-normals-60"));
   ASSERT_EQ(lines_of(wanted).size(), 1440U);
@@ -54,7 +54,7 @@ TEST_F(RoundTrip, DumpsTheHourlyExampleAsItStands) {
             wanted);
 }
 
-TEST_F(RoundTrip, DumpsTheDailyExampleAsItStands) {
+TEST_F(RoundTrip, DumpsTheDailyExampleUnchanged) {
   load_file(db_, example("seattle-normals-1440"), "1440");
   const std::string wanted = read_file(example("seattle-normals-1440"));
   EXPECT_EQ(dump(db_, {"-a", "-i", "1440", "-p", "pressure", "-p", "outdoor/wind", "-p",
@@ -62,7 +62,7 @@ TEST_F(RoundTrip, DumpsTheDailyExampleAsItStands) {
             wanted);
 }
 
-TEST_F(RoundTrip, DumpsTheObservedExampleAsItStands) {
+TEST_F(RoundTrip, DumpsTheObservedExampleUnchanged) {
   load_file(db_, example("seattle-observed-1440"), "1440");
   const std::string wanted = read_file(example("seattle-observed-1440"));
   EXPECT_EQ(dump(db_, {"-a", "-p", "wind", "-p", "rain", "-p", "air/temperature"}), wanted);

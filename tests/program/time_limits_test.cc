@@ -34,7 +34,7 @@ class TimeLimits : public testing::Test {
                                "2106-02-07,06:29:16,6\n", "36812-02-20,00:36:15,7\n"});
   }
 
-  /// Of the rows whose times a time_t can hold, those with an index from `first` to below `end`.
+  /// Of the rows whose times fit into a time_t, those with an index from `first` to below `end`.
   [[nodiscard]] std::string rows(std::size_t first, std::size_t end, bool oldest_first) const {
     std::string text;
     for (std::size_t i = first; i < std::min(end, rows_.size()); ++i) {
@@ -69,10 +69,10 @@ class TimeLimits : public testing::Test {
 
   TemporaryFolder folder_;
   std::string db_ = folder_.file("trend.db");
-  std::vector<std::string> rows_;  ///< those whose times a time_t can hold
+  std::vector<std::string> rows_;  ///< those whose times fit into a time_t
 };
 
-TEST_F(TimeLimits, LeaveOutRowsThatATimeCannotHold) {
+TEST_F(TimeLimits, LeaveOutTimesThatDoNotFit) {
   ASSERT_EQ(rows_.size(), HAS_NARROW_TIMES ? 3U : 7U);
   for (const char* chunk_size : {"1", "2", "3", "4", "7", "512", "2147483647"}) {
     SCOPED_TRACE(chunk_size);
@@ -83,7 +83,7 @@ TEST_F(TimeLimits, LeaveOutRowsThatATimeCannotHold) {
   }
 }
 
-TEST_F(TimeLimits, LeaveSuchRowsOutOfTheCount) {
+TEST_F(TimeLimits, LeaveSuchTimesOutOfTheCount) {
   const std::size_t size = rows_.size();
   for (const char* chunk_size : {"0", "1", "2", "512"}) {
     SCOPED_TRACE(chunk_size);
@@ -97,7 +97,7 @@ TEST_F(TimeLimits, LeaveSuchRowsOutOfTheCount) {
   }
 }
 
-TEST_F(TimeLimits, HoldTheLastTimeOf32BitsInLocalTimeToo) {
+TEST_F(TimeLimits, IncludeTheLastTimeOf32BitsInLocalTimeToo) {
   const std::vector<std::string> arguments = {"-a", "-m", "2", "-o", "1", "-b"};
   EXPECT_EQ(dump(arguments, "IST-5:30").out,
             std::string(HEADER) + "2038-01-19,08:43:06,2\n2038-01-19,08:43:07,3\n");
@@ -105,7 +105,7 @@ TEST_F(TimeLimits, HoldTheLastTimeOf32BitsInLocalTimeToo) {
             std::string(HEADER) + "2038-01-18,22:13:06,2\n2038-01-18,22:13:07,3\n");
 }
 
-TEST_F(TimeLimits, TakeTheLastTimeOf32BitsAsABound) {
+TEST_F(TimeLimits, AcceptTheLastTimeOf32BitsAsABound) {
   expect_dump({"-u", "-a", "-s", "2038-01-19 03:14:07"}, rows(2, ALL, true));
   expect_dump({"-u", "-a", "-e", "2038-01-19 03:14:07"}, rows(0, 3, true));
   expect_dump({"-u", "-s", "2038-01-19 03:14:07", "-e", "2038-01-19 03:14:07"}, rows(2, 3, true));
@@ -117,7 +117,7 @@ TEST_F(TimeLimits, TakeTheLastTimeOf32BitsAsABound) {
   EXPECT_EQ(dump(last_minute, "EST5").out, std::string(HEADER) + "2038-01-18,22:14:07,3\n");
 }
 
-TEST_F(TimeLimits, RefuseLaterBoundsThatATimeCannotHold) {
+TEST_F(TimeLimits, RefuseLaterBoundsThatDoNotFit) {
   struct Bound {
     const char* time;
     std::size_t rows_before;
@@ -141,7 +141,7 @@ TEST_F(TimeLimits, RefuseLaterBoundsThatATimeCannotHold) {
   }
 }
 
-TEST_F(TimeLimits, RefuseLaterBoundsByTheLocalClock) {
+TEST_F(TimeLimits, RefuseLaterBoundsInLocalTime) {
   const std::vector<std::string> start = {"-m", "1", "-a", "-s", "2038-01-18 22:14:08"};
   const std::vector<std::string> end = {"-m", "1", "-e", "2038-01-18 22:14:08"};
   if (HAS_NARROW_TIMES) {
@@ -153,7 +153,7 @@ TEST_F(TimeLimits, RefuseLaterBoundsByTheLocalClock) {
   }
 }
 
-TEST_F(TimeLimits, TakeBoundsBackToTheFirstTimeOf32Bits) {
+TEST_F(TimeLimits, AcceptBoundsFromTheFirstTimeOf32Bits) {
   for (const std::string time : {"1901-12-13 20:45:52", "1901-12-13 20:45:53",
                                  "1969-12-31 23:59:58", "1970-01-01 00:00:00"}) {
     SCOPED_TRACE(time);
@@ -163,7 +163,7 @@ TEST_F(TimeLimits, TakeBoundsBackToTheFirstTimeOf32Bits) {
   }
 }
 
-TEST_F(TimeLimits, RefuseEarlierBoundsThatATimeCannotHold) {
+TEST_F(TimeLimits, RefuseEarlierBoundsThatDoNotFit) {
   for (const std::string time : {"1901-12-13 20:45:51", "1900-01-01 00:00:00"}) {
     SCOPED_TRACE(time);
     if (HAS_NARROW_TIMES) {
@@ -176,7 +176,7 @@ TEST_F(TimeLimits, RefuseEarlierBoundsThatATimeCannotHold) {
   }
 }
 
-TEST_F(TimeLimits, LetTheLoaderTakeTheLastTimeOf32Bits) {
+TEST_F(TimeLimits, LetTheLoaderAcceptTheLastTimeOf32Bits) {
   const std::string db = folder_.file("loaded.db");
   const std::string text = std::string(HEADER) + "2038-01-19,03:14:07,1\n";
   const std::vector<std::string> arguments = {"-x", db,   "-d", "/plant", "-i",
@@ -188,8 +188,8 @@ TEST_F(TimeLimits, LetTheLoaderTakeTheLastTimeOf32Bits) {
 
   const std::string later = std::string(HEADER) + "2038-01-19,03:14:08,2\n";
   const ProcessResult late = run_tool("trendload", arguments, later);
-  EXPECT_EQ(late.err, HAS_NARROW_TIMES ? "trendload: -:2: '2038-01-19 03:14:08' is later than a "
-                                         "time can be on this system\n"
+  EXPECT_EQ(late.err, HAS_NARROW_TIMES ? "trendload: -:2: '2038-01-19 03:14:08' is later than the "
+                                         "last time that this system can represent\n"
                                        : "");
   EXPECT_EQ(late.exit_status, HAS_NARROW_TIMES ? 1 : 0);
 }

@@ -1,4 +1,4 @@
-// What trendload refuses, and that it then leaves everything as it was.
+// What trendload refuses. It then leaves everything unchanged.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -16,7 +16,7 @@ const std::string GOOD = "Date,Time,a:.ValueIntMin,a:Value\n2023-05-01,01:00,1,2
 struct BadInput {
   const char* name;
   std::string csv;
-  std::string message;  ///< behind the name of the input
+  std::string message;  ///< after the name of the input
 };
 
 void PrintTo(const BadInput& input, std::ostream* out) { *out << input.name; }
@@ -27,15 +27,15 @@ const BadInput BAD_INPUTS[] = {
     {"Nothing", "", ":1: the header is missing"},
     {"AnEmptyLine", "\n", ":1: the header does not start with Date,Time"},
     {"NoHeader", "2023-05-01,01:00,1\n", ":1: the header does not start with Date,Time"},
-    {"NoColumns", "Date,Time\n", ":1: the header names no parameter"},
+    {"NoColumns", "Date,Time\n", ":1: the header has no parameter column"},
     {"DisplayNames", "Date,Time,Boiler (min)\n",
      ":1: column 'Boiler (min)' is not a parameter path with a colon and a statistic"},
-    {"AColumnTwice", "Date,Time,a:Value,a:Value\n", ":1: column 'a:Value' is there twice"},
+    {"AColumnTwice", "Date,Time,a:Value,a:Value\n", ":1: column 'a:Value' appears twice"},
     {"AMissingStatistic", "Date,Time,a:Value,a:.ValueIntMax\n2023-05-01,05:00,1,2\n",
-     ":1: parameter 'a' is recorded without :.ValueIntMax"},
-    {"TooFewFields", row("2023-05-01,02:00,1"), ":3: 3 fields where the header has 4"},
-    {"TooManyFields", row("2023-05-01,02:00,1,2,3"), ":3: 5 fields where the header has 4"},
-    {"AnEmptyRow", row(""), ":3: 1 fields where the header has 4"},
+     ":1: parameter 'a' exists in the database without :.ValueIntMax"},
+    {"TooFewFields", row("2023-05-01,02:00,1"), ":3: 3 fields, but the header has 4"},
+    {"TooManyFields", row("2023-05-01,02:00,1,2,3"), ":3: 5 fields, but the header has 4"},
+    {"AnEmptyRow", row(""), ":3: 1 fields, but the header has 4"},
     {"AHalfTime", row("2023-05-01,02,1,2"),
      ":3: '2023-05-01 02' does not match the format '%F %R'"},
     {"ALongTime", row("2023-05-01,02:00:00,1,2"),
@@ -70,7 +70,7 @@ class TrendloadRefusal : public testing::TestWithParam<BadInput> {
     return result;
   }
 
-  /// The names of all files there are.
+  /// The names of all files in the folder.
   std::vector<std::string> files() const {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
@@ -80,7 +80,7 @@ class TrendloadRefusal : public testing::TestWithParam<BadInput> {
     return names;
   }
 
-  /// Expects an empty trend database; none, or a file of no bytes, if the header was bad.
+  /// Expects an empty trend database or, if the header was bad, no file or an empty one.
   void expect_no_rows() const {
     if (GetParam().message.starts_with(":1:")) {
       EXPECT_TRUE(!std::filesystem::exists(db_) || std::filesystem::is_empty(db_));
@@ -91,17 +91,17 @@ class TrendloadRefusal : public testing::TestWithParam<BadInput> {
               "Error: device '/plant' is not trended\n");
   }
 
-  /// What the database holds.
+  /// The content of the database.
   std::string dump() const { return run_tool("trendcsv", {"-x", db_, "-d", "/plant", "-u"}).out; }
 
   TemporaryFolder folder_;
   std::string db_ = folder_.file("trend.db");
 };
 
-/// A database in which the parameter of the bad inputs exists, with no row in their way.
+/// A database that has the parameter of the bad inputs, but none of their rows.
 const std::string EXISTING = "Date,Time,a:.ValueIntMin,a:Value\n2023-04-01,01:00,7,8\n";
 
-TEST_P(TrendloadRefusal, SaysWhereAndLeavesTheDatabaseAsItWas) {
+TEST_P(TrendloadRefusal, LeavesTheDatabaseUnchanged) {
   ASSERT_EQ(run_tool("trendload", options(), EXISTING).exit_status, 0);
   const std::string bytes = read_file(db_);
   const std::string rows = dump();
@@ -117,8 +117,8 @@ TEST_P(TrendloadRefusal, SaysWhereAndLeavesTheDatabaseAsItWas) {
   EXPECT_EQ(dump(), rows);
 }
 
-TEST_P(TrendloadRefusal, LeavesNoRowsWhereThereWasNoDatabase) {
-  // Without an existing parameter there is no statistic that it lacks.
+TEST_P(TrendloadRefusal, LeavesNoRowsInANewDatabase) {
+  // A parameter that does not exist yet has no missing statistic.
   if (std::string(GetParam().name) == "AMissingStatistic") {
     EXPECT_EQ(run_tool("trendload", options(), GetParam().csv).exit_status, 0);
     return;
@@ -141,7 +141,7 @@ INSTANTIATE_TEST_SUITE_P(Of, TrendloadRefusal, testing::ValuesIn(BAD_INPUTS),
 
 class TrendloadTrouble : public TrendloadRefusal {};
 
-TEST_F(TrendloadTrouble, RefusesARowThatIsRecordedAlready) {
+TEST_F(TrendloadTrouble, RefusesARowThatExists) {
   ASSERT_EQ(run_tool("trendload", options(), GOOD).exit_status, 0);
   const std::string rows = dump();
   const ProcessResult result =
@@ -153,7 +153,7 @@ TEST_F(TrendloadTrouble, RefusesARowThatIsRecordedAlready) {
   EXPECT_EQ(dump(), rows);
 }
 
-TEST_F(TrendloadTrouble, RefusesABadRowBehindManyGoodOnes) {
+TEST_F(TrendloadTrouble, RefusesABadRowAfterManyGoodOnes) {
   std::string csv = "Date,Time,a:Value\n";
   for (int i = 0; i < 20'000; ++i) csv += std::to_string(1'700'000'000 + 60 * i) + ",,1\n";
   csv += "never,,1\n";
@@ -181,10 +181,10 @@ TEST_F(TrendloadTrouble, RefusesAFolderForInput) {
   EXPECT_EQ(files(), std::vector<std::string>{});
 }
 
-TEST_F(TrendloadTrouble, RefusesADatabaseThatIsNone) {
+TEST_F(TrendloadTrouble, RefusesAFileThatIsNotADatabase) {
   const std::string text =
-      "This is a text of more than a hundred bytes, which SQLite would need to "
-      "take it for one of its files, if it began as these begin.\n";
+      "This is a text of more than a hundred bytes, as many as the header of an "
+      "SQLite database has. It is not a database, but an ordinary text.\n";
   write_file(db_, text);
   const ProcessResult result = run_tool("trendload", options(), GOOD);
   EXPECT_EQ(result.exit_status, 1);
@@ -197,7 +197,7 @@ TEST_F(TrendloadTrouble, RefusesAFolderForADatabase) {
   std::filesystem::create_directory(db_);
   const ProcessResult result = run_tool("trendload", options(), GOOD);
   EXPECT_EQ(result.exit_status, 1);
-  EXPECT_EQ(result.err, "trendload: " + db_ + ": it is no regular file\n");
+  EXPECT_EQ(result.err, "trendload: " + db_ + ": it is not a regular file\n");
   EXPECT_TRUE(std::filesystem::is_directory(db_));
 }
 
@@ -210,7 +210,7 @@ TEST_F(TrendloadTrouble, RefusesADatabaseInAFolderThatDoesNotExist) {
   EXPECT_EQ(files(), std::vector<std::string>{});
 }
 
-TEST_F(TrendloadTrouble, LeavesNothingWhereANewDatabaseCannotBeWritten) {
+TEST_F(TrendloadTrouble, LeavesNoFileIfANewDatabaseCannotBeWritten) {
   const ProcessResult result = run_tool("trendload", options(), GOOD, {}, [] {
     const rlimit limit = {5000, 5000};
     // Ignored, so that a write beyond the limit fails as on a full disk.
@@ -230,14 +230,21 @@ TEST_F(TrendloadTrouble, RefusesEveryBadCommandLine) {
       {{"-x", db_, "-i", "60"}, "-d, the device, is missing"},
       {{"-x", db_, "-d", "", "-i", "60"}, "-d, the device, is missing"},
       {{"-x", db_, "-d", "/plant"}, "-i, the interval in minutes, is missing"},
-      {{"-x", db_, "-d", "/plant", "-i", "0"}, "-i takes a number of minutes"},
-      {{"-x", db_, "-d", "/plant", "-i", "-5"}, "-i takes a number of minutes"},
-      {{"-x", db_, "-d", "/plant", "-i", "+5"}, "-i takes a number of minutes"},
-      {{"-x", db_, "-d", "/plant", "-i", "60x"}, "-i takes a number of minutes"},
-      {{"-x", db_, "-d", "/plant", "-i", "1.5"}, "-i takes a number of minutes"},
-      {{"-x", db_, "-d", "/plant", "-i", ""}, "-i takes a number of minutes"},
-      {{"-x", db_, "-d", "/plant", "-i", "4294967296"}, "-i takes a number of minutes"},
-      {{"-x", db_, "-d", "/plant", "-i", "60", "a.csv", "b.csv"}, "there is more than one file"},
+      {{"-x", db_, "-d", "/plant", "-i", "0"},
+       "-i must be a number of minutes from 1 to 4294967295"},
+      {{"-x", db_, "-d", "/plant", "-i", "-5"},
+       "-i must be a number of minutes from 1 to 4294967295"},
+      {{"-x", db_, "-d", "/plant", "-i", "+5"},
+       "-i must be a number of minutes from 1 to 4294967295"},
+      {{"-x", db_, "-d", "/plant", "-i", "60x"},
+       "-i must be a number of minutes from 1 to 4294967295"},
+      {{"-x", db_, "-d", "/plant", "-i", "1.5"},
+       "-i must be a number of minutes from 1 to 4294967295"},
+      {{"-x", db_, "-d", "/plant", "-i", ""},
+       "-i must be a number of minutes from 1 to 4294967295"},
+      {{"-x", db_, "-d", "/plant", "-i", "4294967296"},
+       "-i must be a number of minutes from 1 to 4294967295"},
+      {{"-x", db_, "-d", "/plant", "-i", "60", "a.csv", "b.csv"}, "only one file is allowed"},
   };
   for (const auto& [arguments, message] : cases) {
     const ProcessResult result = run_tool("trendload", arguments, GOOD);
@@ -257,7 +264,7 @@ TEST_F(TrendloadTrouble, RefusesEveryBadCommandLine) {
   EXPECT_EQ(files(), std::vector<std::string>{});
 }
 
-TEST_F(TrendloadTrouble, TakesTheLongestInterval) {
+TEST_F(TrendloadTrouble, AcceptsTheLongestInterval) {
   std::vector<std::string> arguments = options();
   arguments[5] = "4294967295";
   EXPECT_EQ(run_tool("trendload", arguments, GOOD).exit_status, 0);

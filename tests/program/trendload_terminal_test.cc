@@ -10,7 +10,6 @@
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 
 /// A long file of good rows.
 std::string long_csv() {
@@ -28,7 +27,7 @@ class TrendloadTerminal : public testing::Test {
     return result;
   }
 
-  /// Loads rows.csv with a terminal for everything, and gives what it shows.
+  /// Loads rows.csv with a terminal as input and output, and returns what the terminal shows.
   std::string load_on_terminal(int& exit_status) const {
     std::vector<std::string> words = command();
     std::vector<char*> arguments;
@@ -57,7 +56,7 @@ class TrendloadTerminal : public testing::Test {
   TemporaryFolder folder_;
 };
 
-TEST_F(TrendloadTerminal, ShowsHowFarALongLoadHasCome) {
+TEST_F(TrendloadTerminal, ShowsTheProgressOfALongLoad) {
   write_file(folder_.file("rows.csv"), long_csv());
   int exit_status = -1;
   const std::string shown = load_on_terminal(exit_status);
@@ -74,7 +73,7 @@ TEST_F(TrendloadTerminal, PutsAMessageOnALineOfItsOwn) {
   EXPECT_EQ(exit_status, 1);
   // The terminal turns a line feed into a carriage return and a line feed.
   EXPECT_THAT(shown, testing::EndsWith("16384 rows\r\ntrendload: " + folder_.file("rows.csv") +
-                                       ":20002: 1 fields where the header has 3\r\n"));
+                                       ":20002: 1 fields, but the header has 3\r\n"));
 }
 
 TEST_F(TrendloadTerminal, ShowsNothingForAShortLoad) {

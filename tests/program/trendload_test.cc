@@ -1,4 +1,4 @@
-// What trendload records; what it refuses stands in trendload_refusal_test.cc.
+// What trendload records. trendload_refusal_test.cc tests what it refuses.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -27,7 +27,7 @@ class Trendload : public testing::Test {
     return run_tool("trendload", arguments, csv, environment);
   }
 
-  /// Loads `csv`, which must succeed without a word.
+  /// Loads `csv`, which must succeed without a message.
   void load_well(const std::string& csv, std::vector<std::string> more = {}) {
     const ProcessResult result = load(csv, std::move(more));
     EXPECT_EQ(result.exit_status, 0);
@@ -46,7 +46,7 @@ class Trendload : public testing::Test {
   std::string db_ = folder_.file("trend.db");
 };
 
-TEST_F(Trendload, CreatesDatabaseDeviceParametersAndSeries) {
+TEST_F(Trendload, CreatesEverythingThatDoesNotExist) {
   const std::string csv =
       "Date,Time,a:.ValueIntMin,a:.ValueIntSum,b/c:Value\n"
       "2023-05-01,01:00,1,2,3.5\n"
@@ -58,7 +58,7 @@ TEST_F(Trendload, CreatesDatabaseDeviceParametersAndSeries) {
   EXPECT_EQ(dump({"-i", "60"}), csv);
 }
 
-TEST_F(Trendload, FillsAFileOfNoBytes) {
+TEST_F(Trendload, FillsAnEmptyFile) {
   write_file(db_, "");
   load_well(std::string(HEADER) + "2023-05-01,01:00,1\n");
   EXPECT_EQ(dump(), std::string(HEADER) + "2023-05-01,01:00,1\n");
@@ -69,7 +69,7 @@ TEST_F(Trendload, RecordsAHeaderWithoutRows) {
   EXPECT_EQ(dump(), HEADER);
 }
 
-TEST_F(Trendload, ReadsPercentValidAndTakesAHundredWithoutIt) {
+TEST_F(Trendload, ReadsPercentValidOrUsesAHundred) {
   load_well(
       "Date,Time,Percent Valid,a:Value\n"
       "2023-05-01,01:00,12.35,1\n"
@@ -82,7 +82,7 @@ TEST_F(Trendload, ReadsPercentValidAndTakesAHundredWithoutIt) {
             "2023-05-01,03:00,100.00,3\n");
 }
 
-TEST_F(Trendload, LeavesEmptyFieldsOut) {
+TEST_F(Trendload, ReadsEmptyFieldsAsMissingValues) {
   const std::string csv =
       "Date,Time,a:.ValueIntMin,a:.ValueIntMax,b:Value\n"
       "2023-05-01,01:00,,2,\n"
@@ -91,7 +91,7 @@ TEST_F(Trendload, LeavesEmptyFieldsOut) {
   EXPECT_EQ(dump(), csv);
 }
 
-TEST_F(Trendload, TakesTheLastColonOfAColumn) {
+TEST_F(Trendload, SplitsAColumnNameAtTheLastColon) {
   const std::string csv = "Date,Time,a:b:Value\n2023-05-01,01:00,1\n";
   load_well(csv);
   EXPECT_EQ(dump({"-p", "a:b"}), csv);
@@ -112,7 +112,7 @@ TEST_F(Trendload, KeepsTheStatisticsOfAnExistingParameter) {
             "2023-05-01,03:00,,8,\n");
 }
 
-TEST_F(Trendload, LetsParametersJoinLater) {
+TEST_F(Trendload, AddsParametersToAnExistingDevice) {
   load_well("Date,Time,m:Value\n2023-05-01,01:00,1\n");
   load_well(
       "Date,Time,a:.ValueIntMin,a:Value,m:Value,z:Value\n"
@@ -137,7 +137,7 @@ TEST_F(Trendload, KeepsDevicesAndIntervalsApart) {
   EXPECT_EQ(run_tool("trendcsv", {"-x", db_, "-d", "/other", "-u"}).out, row + "3\n");
 }
 
-TEST_F(Trendload, TakesRowsInAnyOrder) {
+TEST_F(Trendload, AcceptsRowsInAnyOrder) {
   load_well(std::string(HEADER) +
             "2023-05-01,02:00,2\n2023-05-01,04:00,4\n2023-05-01,01:00,1\n2023-05-01,03:00,3\n");
   load_well(std::string(HEADER) + "2023-05-01,02:30,2.5\n");
@@ -172,7 +172,7 @@ TEST_F(Trendload, ReadsAHeaderWithoutLineFeed) {
   EXPECT_EQ(dump(), HEADER);
 }
 
-TEST_F(Trendload, ReadsTimesUnderAnotherFormat) {
+TEST_F(Trendload, ReadsTimesInAnotherFormat) {
   load_well(std::string(HEADER) + "05/01/2023,01:02:03 PM,1\n", {"-t", "%m/%d/%Y %I:%M:%S %p"});
   EXPECT_EQ(dump({"-y", "%T"}), std::string(HEADER) + "2023-05-01,13:02:03,1\n");
 }
@@ -185,7 +185,7 @@ TEST_F(Trendload, ReadsLocalTimesUnlessToldOtherwise) {
   EXPECT_EQ(dump(), std::string(HEADER) + "2023-05-01,00:00,1\n");
 }
 
-TEST_F(Trendload, TakesADatabaseNameThatLooksLikeAnOptionOfSqlite) {
+TEST_F(Trendload, AcceptsNamesThatAreSpecialToSqlite) {
   for (const std::string name : {"a?b#c%41 d", "file:x", ":memory:"}) {
     const std::string csv = std::string(HEADER) + "2023-05-01,01:00,1\n";
     const ProcessResult result =

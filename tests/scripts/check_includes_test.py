@@ -40,7 +40,7 @@ class CheckIncludes(unittest.TestCase):
     path.write_text(text)
 
   def check(self, *sources):
-    """Returns the exit status and what is printed where a build compiles `sources`."""
+    """Returns the exit status and the output of the check for a build that compiles `sources`."""
     self.write("build/compile_commands.json", json.dumps([
         {"directory": str(self.root / "build"),
          "command": f"clang++ -I.. -isystem {self.system} -o x.o -c ../{source}"}
@@ -79,13 +79,13 @@ class CheckIncludes(unittest.TestCase):
   def test_sees_an_include_with_odd_spaces_and_brackets(self):
     self.expect_refused("libtrend/lock.h", "  #\tinclude/**/<libtrend//lock.h>\n")
 
-  def test_sees_an_include_by_a_way_around(self):
+  def test_sees_an_include_with_an_indirect_path(self):
     self.expect_refused("libtrend/lock.h", '#include "../text/../libtrend/lock.h"\n')
 
   def test_sees_an_include_on_two_lines(self):
     self.expect_refused("libtrend/lock.h", '#inc\\\nlude "libtrend/lock.h"\n')
 
-  def test_sees_an_include_of_what_was_read_before(self):
+  def test_sees_an_include_of_a_file_that_was_read_before(self):
     self.write("libtrend/log.h", '#pragma once\n#include "libtrend/lock.h"\n')
     self.expect_refused("libtrend/lock.h", '#include "libtrend/log.h"\n#include "libtrend/lock.h"\n')
 
@@ -105,10 +105,10 @@ class CheckIncludes(unittest.TestCase):
     self.assertEqual(self.check("src/a.cc"),
                      (1, "text/number.h: must not include libtrend/log.h\n"))
 
-  def test_a_library_is_for_the_folder_that_lists_it(self):
+  def test_a_library_is_only_for_the_folder_that_lists_it(self):
     self.expect_refused(self.system / "sqlite3.h", "#include <sqlite3.h>\n")
 
-  def test_a_library_is_for_implementation_files(self):
+  def test_a_library_is_only_for_implementation_files(self):
     self.write("libtrend/sqlite/a.cc", '#include "log.h"\n')
     self.write("libtrend/sqlite/log.h", "#include <sqlite3.h>\n")
     self.assertEqual(
@@ -134,7 +134,7 @@ class CheckIncludes(unittest.TestCase):
     self.write("extra/a.h", "")
     self.expect_refused("extra/a.h", '#include "extra/a.h"\n')
 
-  def test_fails_where_the_compiler_does(self):
+  def test_fails_if_the_compiler_does(self):
     self.write("src/a.cc", '#include "missing.h"\n')
     status, output = self.check("src/a.cc")
     self.assertEqual(status, 1)

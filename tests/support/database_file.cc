@@ -36,10 +36,10 @@ void run_sql(const std::string& path, const std::string& sql, const std::functio
 
 std::string insert_row(std::int64_t minute) {
   const auto value = std::bit_cast<std::uint64_t>(static_cast<double>(minute));
+  const std::int64_t id = (std::int64_t{1} << 40) + 60 * minute;
   char sql[120];
   std::snprintf(sql, sizeof sql, "INSERT INTO snapshot VALUES (%lld, 1.0, x'%016llx');",
-                static_cast<long long>((std::int64_t{1} << 40) + 60 * minute),
-                static_cast<unsigned long long>(value));
+                static_cast<long long>(id), static_cast<unsigned long long>(value));
   return sql;
 }
 

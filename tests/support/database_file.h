@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-/// The tables of a trend database as SQL, without the strictness that keeps wrong types out.
+/// The tables of a trend database as SQL, but not STRICT, so that columns accept wrong types.
 extern const char* const LOOSE_SCHEMA;
 
 /// The marks that make a database a trend database.
@@ -16,12 +16,12 @@ extern const char* const IDENTITY;
 /// minute with the id 1.
 extern const char* const CATALOGUE;
 
-/// Runs `sql` on the SQLite database at `path`, which is created if need be; throws on failure.
-/// Calls `look` before the connection ends.
+/// Runs `sql` on the SQLite database at `path`, which is created if it does not exist. Throws on
+/// failure. Calls `look` before the connection ends.
 void run_sql(const std::string& path, const std::string& sql,
              const std::function<void()>& look = {});
 
-/// The SQL that records the row of minute `minute` in the one series, with `minute` for its value.
+/// The SQL that records the row of minute `minute` in the series, with `minute` as its value.
 [[nodiscard]] std::string insert_row(std::int64_t minute);
 
 /// The names of the files in a folder, in order.

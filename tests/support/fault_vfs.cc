@@ -46,6 +46,13 @@ int pass_on(sqlite3_file* file, Arguments... arguments) {
   return code != SQLITE_OK ? code : (methods_of(file)->base->*MEMBER)(file, arguments...);
 }
 
+/// Counts locks of the index only: SQLite does not look whether they could be released.
+int lock_index(sqlite3_file* file, int offset, int count_of_locks, int flags) {
+  const int code = (flags & SQLITE_SHM_LOCK) != 0 ? count(Call::SHM_LOCK) : SQLITE_OK;
+  return code != SQLITE_OK ? code
+                           : methods_of(file)->base->xShmLock(file, offset, count_of_locks, flags);
+}
+
 int open_file(sqlite3_vfs* /*vfs*/, const char* name, sqlite3_file* file, int flags, int* given) {
   int code = count(Call::OPEN);
   file->pMethods = nullptr;
@@ -61,7 +68,7 @@ int open_file(sqlite3_vfs* /*vfs*/, const char* name, sqlite3_file* file, int fl
   own.xLock = pass_on<Call::LOCK, &sqlite3_io_methods::xLock>;
   own.xUnlock = pass_on<Call::UNLOCK, &sqlite3_io_methods::xUnlock>;
   own.xShmMap = pass_on<Call::SHM_MAP, &sqlite3_io_methods::xShmMap>;
-  own.xShmLock = pass_on<Call::SHM_LOCK, &sqlite3_io_methods::xShmLock>;
+  own.xShmLock = lock_index;
   Methods* methods = new (methods_of(file)) Methods{own, base};
   file->pMethods = &methods->own;
   return SQLITE_OK;

@@ -25,10 +25,10 @@ enum class Call {
 /// What happens at which call.
 struct Fault {
   Call call = Call::OPEN;
-  int number = 1;                ///< of the call of this kind, counted from 1
-  int code = 0;                  ///< SQLite's code that the call returns; 0 lets it succeed
-  bool lasts = false;            ///< whether all later calls of this kind return the code too
-  std::function<void()> action;  ///< runs before the call; what it calls is not counted
+  int number = 1;                     ///< of the call of this kind, counted from 1
+  int code = 0;                       ///< SQLite's code that the call returns; 0 lets it succeed
+  bool lasts = false;                 ///< whether all later calls of this kind return the code too
+  std::function<void()> action = {};  ///< runs before the call; what it calls is not counted
 };
 
 /// Puts the layer under every connection that is opened from now on. To be called once, before

@@ -29,14 +29,14 @@ std::chrono::year year_of(std::int64_t time) {
   return year_month_day(std::chrono::floor<days>(sys_seconds(seconds(time)))).year();
 }
 
-/// Two o'clock on a Sunday of a month, as if the place were at Greenwich.
+/// Two o'clock on a Sunday of a month, as if the zone were UTC.
 std::int64_t sunday_at_two(std::chrono::year year, unsigned month, unsigned which) {
   const auto day = year / std::chrono::month(month) / std::chrono::Sunday[which];
   return std::chrono::duration_cast<seconds>(sys_days(day).time_since_epoch()).count() + 7200;
 }
 
-/// `time`, which is what a clock shows counted in seconds, under a format of the few letters that
-/// the tests use.
+/// `time` as text. It is local time, in seconds since 1970. Supports only the conversions that the
+/// tests use.
 std::string format_time(const std::string& format, std::int64_t time) {
   const sys_seconds point{seconds(time)};
   const auto midnight = std::chrono::floor<days>(point);
@@ -90,7 +90,7 @@ std::string format_number(double value) {
   return print("%.*G", precision, value);
 }
 
-/// The parameters to dump, each as its place in the log.
+/// The parameters to dump, as indices into those of the log.
 std::vector<std::size_t> selected_params(const ModelLog& log, const DumpRequest& request) {
   std::vector<std::size_t> selected;
   const auto place = [&](const std::string& path) {
@@ -99,7 +99,7 @@ std::vector<std::size_t> selected_params(const ModelLog& log, const DumpRequest&
     return i;
   };
   if (!request.params.empty()) {
-    // The distinct names in order; a name typed twice follows once more behind them all.
+    // The distinct names in order, then every further occurrence of a name.
     std::vector<std::string> names = request.params;
     std::sort(names.begin(), names.end());
     std::vector<std::string> surplus;
@@ -114,7 +114,7 @@ std::vector<std::size_t> selected_params(const ModelLog& log, const DumpRequest&
     return selected;
   }
   for (std::size_t i = 0; i < log.params.size(); ++i) selected.push_back(i);
-  // Top level first, then folder by folder; enough for paths of at most one '/'.
+  // Names of the top level first, then folder by folder. Correct for paths with at most one '/'.
   const auto is_nested = [&](std::size_t i) {
     return log.params[i].path.find('/') != std::string::npos;
   };
@@ -161,7 +161,8 @@ std::string format_header(const ModelLog& log, const DumpRequest& request,
   return line + "\n";
 }
 
-/// Leaves `count` rows, all for 0, behind the first `offset` ones.
+/// Removes the first `offset` rows, and keeps `count` of the others, or all of them if `count` is
+/// 0.
 void keep(std::vector<ModelRow>& rows, std::size_t offset, std::size_t count) {
   rows.erase(rows.begin(), rows.begin() + static_cast<long>(std::min(offset, rows.size())));
   if (count != 0 && count < rows.size()) rows.resize(count);

@@ -1,7 +1,7 @@
 // A plain model of a trend log and of what dumping it prints, and logs made at random.
 //
-// It shares no code with the programs: every rule is written down here once more, in the most
-// obvious way and without regard to speed.
+// It shares no code with the programs: every rule is implemented here again, in the simplest way,
+// and speed does not matter.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 #include "tests/support/process.h"
 
-/// The statistics that a parameter carries; bits in the order of the columns.
+/// The statistics that are recorded for a parameter; bits in the order of the columns.
 enum : unsigned { MIN = 1, MAX = 2, AVG = 4, ACTUAL = 8, SUM = 16 };
 
 struct ModelParam {
@@ -35,19 +35,20 @@ struct ModelLog {
   std::vector<ModelRow> rows;
 };
 
-/// A time zone whose clocks change at two on the given Sundays, counted from 1, of two months.
+/// A time zone whose clocks change at two o'clock on a Sunday of two months. The Sundays of a month
+/// count from 1.
 struct Zone {
   const char* name = "UTC0";  ///< as in the environment variable TZ
-  int standard = 0;           ///< seconds east of Greenwich
+  int standard = 0;           ///< offset from UTC in seconds
   int summer = 0;
   unsigned start_month = 0;  ///< 0 for no daylight saving
   unsigned start_sunday = 0;
   unsigned end_month = 0;
   unsigned end_sunday = 0;
 
-  /// Seconds east of Greenwich in force at `time`.
+  /// The offset from UTC at `time`, in seconds.
   [[nodiscard]] int offset(std::int64_t time) const;
-  /// Whether clocks change within two hours of `time`.
+  /// Whether the clocks change within two hours of `time`.
   [[nodiscard]] bool is_near_change(std::int64_t time) const;
 };
 
@@ -78,7 +79,7 @@ struct DumpRequest {
   std::string date_format;  ///< empty for the default
   std::string time_format;
 
-  /// The arguments of trendcsv that say so.
+  /// The arguments of trendcsv for these options.
   [[nodiscard]] std::vector<std::string> arguments(const std::string& db,
                                                    const std::string& device) const;
 };
@@ -87,11 +88,11 @@ struct DumpRequest {
 [[nodiscard]] std::int64_t utc(int year, unsigned month, unsigned day, int hour = 0,
                                int minute = 0);
 
-/// The rows of `log` that a query for `intervals`, all for none, is to see, oldest first.
+/// The rows of `log`, oldest first, that a query for `intervals` sees. No intervals means all.
 [[nodiscard]] std::vector<ModelRow> visible_rows(const ModelLog& log,
                                                  const std::vector<std::uint32_t>& intervals);
 
-/// What dumping `log` prints, and the exit status of that.
+/// What a dump of `log` must print, and its exit status.
 [[nodiscard]] std::pair<std::string, int> expected_dump(const ModelLog& log,
                                                         const DumpRequest& request);
 
@@ -107,8 +108,8 @@ using Random = std::mt19937;
 /// A number from 0 to `limit` - 1.
 [[nodiscard]] std::uint32_t pick(Random& random, std::uint32_t limit);
 
-/// A value of a kind that dumps meet or should survive: NaN, infinities, numbers about powers of
-/// ten, bits at random.
+/// A value of any kind that a log can hold: NaN, infinities, numbers near powers of ten, random
+/// bits.
 [[nodiscard]] double random_value(Random& random);
 
 /// A log with up to about a hundred rows, many of them around a change of the clocks. All times are

@@ -1,4 +1,4 @@
-// Doubles to test the text of numbers with, and the text that they have to have.
+// Doubles to test the text of numbers with, and the text that is expected.
 #pragma once
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 
 #include "text/number.h"
 
-/// The rule, by the C library alone.
+/// The expected text, made by the C library alone.
 inline std::string reference_text(double v) {
   int precision = 6;
   if (v != 0 && std::isfinite(v)) {
@@ -26,7 +26,7 @@ inline std::string reference_text(double v) {
   return {text, static_cast<std::size_t>(length)};
 }
 
-/// The text that format_value writes, in a buffer of no more than MAX_VALUE_TEXT bytes.
+/// The text that format_value writes into a buffer of MAX_VALUE_TEXT bytes.
 inline std::string formatted(double v) {
   static std::vector<char> buffer(MAX_VALUE_TEXT);
   return {buffer.data(), format_value(v, buffer.data())};
@@ -41,8 +41,8 @@ inline double power_of_ten(int exponent) {
   return std::strtod(("1e" + std::to_string(exponent)).c_str(), nullptr);
 }
 
-/// The least double from v on whose log10 reaches the exponent: where the precision changes. It is
-/// searched within that many doubles to both sides of 10^exponent.
+/// The smallest double whose log10 reaches the exponent, where the precision changes. It is
+/// searched for among that many doubles on both sides of 10^exponent.
 inline double switch_of_precision(int exponent, std::int64_t reach = 4096) {
   const double power = power_of_ten(exponent);
   std::int64_t below = -reach;
@@ -60,14 +60,14 @@ class Samples {
   enum Kind {
     RANDOM_BITS,       ///< any finite double, both signs
     UNIFORM,           ///< uniform in +-10^k for k of 0 to 16
-    ANY_MAGNITUDE,     ///< random mantissas, 1e-10 to 1e17 alike
+    ANY_MAGNITUDE,     ///< random mantissas and magnitudes, 1e-10 to 1e17
     DECIMAL,           ///< one to nine decimal places
     WHOLE,             ///< integers of any length up to 19 digits
     HALF,              ///< k + 0.5, and its nearest neighbours
-    DYADIC,            ///< few bits below the point: exact ties of six digits among them
+    DYADIC,            ///< few binary fraction bits, with exact ties of six digits
     SIX_DIGIT_TIE,     ///< next to the middle of two numbers of six digits
     NEAR_POWER,        ///< within 64 doubles of any power of ten, 1e-320 to 1e308
-    NEAR_SWITCH,       ///< around the doubles where log10 starts to give one more
+    NEAR_SWITCH,       ///< around the doubles where log10 reaches the next integer
     NEAR_ROUNDING_UP,  ///< around 999999.5, 99999.95, ..., which round up to a power of ten
     NEAR_SEAM,         ///< within 70 of the powers 1e5 to 1e16, not whole
     SUBNORMAL,
@@ -93,14 +93,15 @@ class Samples {
   }
   double whole() { return whole_below(ten(between(1, 19))); }
 
-  // Powers of ten from a table: a check draws hundreds of millions.
+  // Powers of ten come from a table, because a check needs hundreds of millions.
   static double ten(int exponent) {
     static const std::vector<double> POWERS = [] {
       std::vector<double> powers;
       for (int i = -320; i <= 308; ++i) powers.push_back(power_of_ten(i));
       return powers;
     }();
-    return POWERS[static_cast<std::size_t>(exponent + 320)];
+    const int index = exponent + 320;
+    return POWERS[static_cast<std::size_t>(index)];
   }
   static double switched(int exponent) {
     static const std::vector<double> SWITCHES = [] {

@@ -1,4 +1,4 @@
-// Running programs, and folders for their files.
+// Runs programs, and makes folders for their files.
 #pragma once
 
 #include <filesystem>
@@ -9,7 +9,7 @@
 
 /// How a program ended, and what it wrote.
 struct ProcessResult {
-  int exit_status = -1;  ///< 128 plus the signal's number where a signal ended it, as in a shell
+  int exit_status = -1;  ///< 128 plus the signal's number if a signal ended it, as in a shell
   std::string out;
   std::string err;
 };
@@ -18,7 +18,7 @@ struct ProcessResult {
 using Environment = std::vector<std::pair<std::string, std::string>>;
 
 /// Runs `command`, a program's path and its arguments, with `input` on its standard input, and
-/// waits for its end. `before_start` runs in the new process right before the program.
+/// waits until it ends. `before_start` runs in the new process just before the program.
 [[nodiscard]] ProcessResult run_process(const std::vector<std::string>& command,
                                         const std::string& input = "",
                                         const Environment& environment = {},
@@ -27,7 +27,7 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 /// For `before_start`: makes `folder` the working directory.
 [[nodiscard]] std::function<void()> enter(const std::string& folder);
 
-/// Runs one of the project's own programs, named like "trendcsv"; under the emulator where the
+/// Runs one of the project's own programs, with a name like "trendcsv". Uses the emulator if the
 /// build is for another machine.
 [[nodiscard]] ProcessResult run_tool(const std::string& name,
                                      const std::vector<std::string>& arguments,
@@ -38,11 +38,11 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 /// The command that runs one of the project's own programs.
 [[nodiscard]] std::vector<std::string> tool_command(const std::string& name);
 
-/// How many rounds of a random test to run: `count`, or a quarter of them under the emulator, where
-/// starting a program takes long.
+/// How many rounds of a random test to run: `count`, or a quarter of that under the emulator, where
+/// programs start slowly.
 [[nodiscard]] int random_rounds(int count);
 
-/// An empty folder that vanishes with this object.
+/// A temporary folder. The destructor removes it with its files.
 class TemporaryFolder {
  public:
   TemporaryFolder();

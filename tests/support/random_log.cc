@@ -1,4 +1,4 @@
-// Logs made at random, and recording them.
+// Makes random logs and records them.
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -29,7 +29,7 @@ double about_power_of_ten(Random& random) {
   }
 }
 
-/// A time shortly before the clocks change somewhere, or any.
+/// A time shortly before the clocks change in some zone, or any time.
 std::int64_t random_begin(Random& random) {
   switch (pick(random, 5)) {
     case 0:

@@ -36,7 +36,7 @@ std::string RedisServer::cli(const std::vector<std::string>& arguments,
 }
 
 void RedisServer::publish(const std::string& path, const std::string& text) const {
-  // With "-x" the last argument is what comes on standard input, which may hold a zero byte.
+  // With "-x" the last argument is read from standard input, and may contain a zero byte.
   if (cli({"-x", "SET", path}, text) != "OK\n") throw std::runtime_error("can't publish " + path);
 }
 
@@ -54,7 +54,7 @@ void RedisServer::start(const std::vector<std::string>& settings) {
   process_ = fork();
   if (process_ < 0) throw std::runtime_error("can't start a process");
   if (process_ == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);  // so that a test that is killed leaves no server behind
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // if the test is killed, its server ends too
     const int null = open("/dev/null", O_RDWR);
     dup2(null, STDIN_FILENO);
     dup2(null, STDOUT_FILENO);

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-/// A Redis server that listens on a Unix socket alone and keeps nothing on disk.
+/// A Redis server that listens only on a Unix socket and writes nothing to the disk.
 class RedisServer {
  public:
   /// Starts a server and waits until it answers. `settings` are further arguments of its command
@@ -16,17 +16,18 @@ class RedisServer {
   RedisServer(const RedisServer&) = delete;
   RedisServer& operator=(const RedisServer&) = delete;
 
-  /// Runs redis-cli on the server and gives what it prints. `input` is its standard input.
+  /// Runs redis-cli on the server and returns what it prints. `input` is its standard input.
   std::string cli(const std::vector<std::string>& arguments, const std::string& input = "") const;
 
   /// Publishes a leaf, with any bytes as its text.
   void publish(const std::string& path, const std::string& text) const;
 
-  /// Ends the server; its socket's file stays.
+  /// Stops the server. The file of its socket stays.
   void stop();
-  /// Lets the server hang; it can still be connected to, as the system does that.
+  /// Makes the server hang. Clients can still connect, because the system accepts connections for
+  /// it.
   void suspend() const;
-  /// Lets a server that hangs go on.
+  /// Lets a hanging server continue.
   void resume() const;
 
  private:

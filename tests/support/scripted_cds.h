@@ -1,5 +1,5 @@
-// A CDS that does what a test tells it and remembers what it was asked. It is linked together with
-// libcds/client.cc, in place of the rest of libcds.
+// A CDS client that follows the script of a test and records its calls. It is linked with
+// libcds/client.cc and replaces the rest of libcds.
 #pragma once
 
 #include <map>
@@ -8,7 +8,7 @@
 
 #include "libcds/cds.h"
 
-/// How the lookup of one leaf ends.
+/// The result of the lookup of one leaf.
 struct ScriptedLeaf {
   toolkit::api_status_t status = toolkit::API_STATUS_NOT_FOUND;
   toolkit::element_type_t type = toolkit::ELEMENT_TYPE_NONE;
@@ -23,7 +23,7 @@ struct InitCall {
   [[nodiscard]] bool operator==(const InitCall&) const = default;
 };
 
-/// What the CDS does, and what was asked of it.
+/// What the CDS does, and the calls that were made.
 struct CdsScript {
   bool is_reachable = true;
   int request_status = 0;
@@ -33,8 +33,8 @@ struct CdsScript {
   std::vector<std::string> calls;  ///< "pcd_init", "get_leaves", "pcd_close"
   std::vector<InitCall> inits;
   std::vector<std::vector<std::string>> requests;  ///< the paths of each get_leaves
-  bool were_replies_empty = true;                  ///< the vectors that every get_leaves was given
-  int foreign_closes = 0;                          ///< closes of what pcd_init did not give
+  bool were_replies_empty = true;                  ///< whether every get_leaves got empty vectors
+  int foreign_closes = 0;  ///< closes of handles that pcd_init did not return
 
   /// Makes `text` the display name of the node at `path`.
   void name_node(const std::string& path, const std::string& text) {
@@ -42,5 +42,5 @@ struct CdsScript {
   }
 };
 
-/// The script that all clients follow. A test begins by assigning an empty one.
+/// The script that all clients follow. A test first assigns an empty one.
 CdsScript& cds_script();

@@ -36,7 +36,7 @@ struct CLog::Connection {
 
 namespace {
 
-/// Notes a call of the member `name` and returns what the script wants of it.
+/// Records a call of the member `name` and returns its result from the script.
 int note_call(const std::string& name, const Statuses& statuses) {
   std::vector<std::string>& calls = trend_log_script().calls;
   calls.push_back(name);

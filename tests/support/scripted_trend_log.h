@@ -1,5 +1,5 @@
-// A trend library that does what a test tells it and remembers what it was asked. It is linked in
-// place of libtrend.
+// A trend library that follows the script of a test and records its calls. It is linked instead of
+// libtrend.
 #pragma once
 
 #include <functional>
@@ -35,7 +35,7 @@ struct OpenCall {
   [[nodiscard]] bool operator==(const OpenCall&) const = default;
 };
 
-/// What one `CLog::get_trend_data` asked for of the selected data.
+/// The arguments of one `CLog::get_trend_data` that select rows.
 struct Query {
   std::pair<long, long> range;
   unsigned count;
@@ -48,19 +48,19 @@ struct Query {
 
 std::ostream& operator<<(std::ostream& stream, const Query& query);
 
-/// What else a `CLog::get_trend_data` was given.
+/// The other arguments of one `CLog::get_trend_data`.
 struct QueriedSelection {
   toolkit::trend::CDeviceParams device;
   std::vector<toolkit::trend::CPeriodProperties> periods;
   bool result_was_empty;
 };
 
-/// What the calls of one kind return, by the number of the call, which counts from 1. A call that
-/// has no entry returns 0.
+/// What the calls of one function return, by the number of the call, counted from 1. A call without
+/// an entry returns 0.
 using Statuses = std::map<int, int>;
 
-/// What the library does, and what was asked of it. A call that fails leaves its result filled all
-/// the same, so that reading it would show.
+/// What the library does, and the calls that were made. A call that fails fills its result too, so
+/// that a test notices if it is used.
 struct TrendLogScript {
   std::vector<toolkit::trend::CDeviceProperties> devices;
   std::vector<toolkit::trend::CParamProperties> params;  ///< of every device
@@ -77,16 +77,16 @@ struct TrendLogScript {
 
   std::vector<std::string> calls;  ///< the members' names; "release" is the end of a connection
   std::vector<OpenCall> opens;
-  std::vector<toolkit::trend::CDeviceProperties> params_devices;  ///< what get_params was given
+  std::vector<toolkit::trend::CDeviceProperties> params_devices;  ///< the arguments of get_params
   std::vector<Query> queries;
   std::vector<QueriedSelection> selections;  ///< one per query
 };
 
-/// The script that all handles follow. A test begins by assigning an empty one.
+/// The script that all handles follow. A test first assigns an empty one.
 TrendLogScript& trend_log_script();
 
-/// Records to fill a script with. `flags` holds the letters of the statistics that the parameter
-/// carries: n minimum, x maximum, v average, a actual value, s sum.
+/// Records to fill a script with. `flags` holds the letters of the statistics that are recorded for
+/// the parameter: n minimum, x maximum, v average, a actual value, s sum.
 [[nodiscard]] toolkit::trend::CDeviceProperties make_device(const std::string& path);
 [[nodiscard]] toolkit::trend::CParamProperties make_param(const std::string& path,
                                                           const std::string& flags);

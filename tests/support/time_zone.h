@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-/// Sets the time zone for as long as the object lives. The zones here spell out their rules, so
-/// that no time zone files are needed.
+/// Sets the time zone while the object exists. The zones here contain their rules, so that no time
+/// zone files are needed.
 class TimeZone {
  public:
   explicit TimeZone(const char* zone) {

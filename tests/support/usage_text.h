@@ -1,9 +1,9 @@
-// The usage text as it has to come out.
+// The expected usage text.
 #pragma once
 
 #include <string>
 
-/// The text for a program invoked as `program`, while chunks are `chunk_size` rows.
+/// The text for a program invoked as `program` with a chunk size of `chunk_size` rows.
 [[nodiscard]] inline std::string expected_usage(const std::string& program,
                                                 const std::string& chunk_size) {
   return "Usage: " + program +

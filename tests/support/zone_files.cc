@@ -10,7 +10,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The big-endian number of `size` bytes at `place`.
+/// The big-endian number in the `size` bytes at `place`.
 std::int64_t read_number(const std::string& content, std::size_t place, std::size_t size) {
   std::uint64_t number = 0;
   for (std::size_t i = 0; i < size; ++i) {
@@ -19,8 +19,8 @@ std::int64_t read_number(const std::string& content, std::size_t place, std::siz
   return static_cast<std::int64_t>(number);
 }
 
-/// One of the two parts of a zone file: a header with counts, and what it counts. The times of the
-/// first part have 32 bits, those of the second 64.
+/// One of the two parts of a zone file: a header with counts, and the entries that it counts. Times
+/// have 32 bits in the first part and 64 in the second.
 struct Part {
   static constexpr std::size_t HEADER_SIZE = 44;
 

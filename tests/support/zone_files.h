@@ -11,5 +11,6 @@ struct SystemZone {
   std::vector<std::int64_t> changes;  ///< seconds since the epoch of changes and leap seconds
 };
 
-/// All of them; zones with equal files are there once. Without a time zone database there are none.
+/// Returns all zones, but only one of those with equal files. Empty if there is no time zone
+/// database.
 [[nodiscard]] std::vector<SystemZone> system_zones();

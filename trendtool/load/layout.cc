@@ -6,14 +6,13 @@
 #include "text/column_names.h"
 #include "text/csv.h"
 
-using toolkit::trend::CParamProperties;
 using toolkit::trend::STATISTICS;
 
 static_assert(COLUMN_SUFFIXES.size() == STATISTICS.size());
 
 namespace {
 
-/// Adds the column that `field` names. Returns what is wrong with it, nothing for a good one.
+/// Adds the column that `field` names. Returns what is wrong with it, or an empty text.
 std::string add_column(std::string_view field, Layout& layout) {
   const std::size_t colon = field.rfind(':');
   const auto* suffix =
@@ -32,7 +31,7 @@ std::string add_column(std::string_view field, Layout& layout) {
   }
   const auto statistic = static_cast<std::size_t>(suffix - COLUMN_SUFFIXES.begin());
   bool& has_column = (*param).*STATISTICS[statistic].flag;
-  if (has_column) return "column " + quote(field) + " is there twice";
+  if (has_column) return "column " + quote(field) + " appears twice";
   has_column = true;
   layout.columns.push_back({static_cast<std::size_t>(param - layout.params.begin()), statistic});
   return "";
@@ -45,10 +44,10 @@ std::string read_header(std::string_view line, Layout& layout) {
   if (fields.size() < 2 || fields[0] != "Date" || fields[1] != "Time") {
     return "the header does not start with Date,Time";
   }
-  if (line.find('\0') != line.npos) return "the header has a zero byte in it";
+  if (line.find('\0') != line.npos) return "the header contains a zero byte";
   layout.has_percent = fields.size() > 2 && fields[2] == "Percent Valid";
   for (std::size_t i = layout.fixed_fields(); i < fields.size(); ++i) {
     if (std::string wrong = add_column(fields[i], layout); !wrong.empty()) return wrong;
   }
-  return layout.columns.empty() ? "the header names no parameter" : "";
+  return layout.columns.empty() ? "the header has no parameter column" : "";
 }

@@ -1,4 +1,4 @@
-// The layout of the CSV to load, as its header tells it.
+// The layout of the CSV to load, which its header defines.
 #pragma once
 
 #include <cstddef>
@@ -17,12 +17,13 @@ struct ValueColumn {
 /// What the header says about the rows.
 struct Layout {
   bool has_percent = false;
-  std::vector<toolkit::trend::CParamProperties> params;  ///< with the flags that have columns
-  std::vector<ValueColumn> columns;                      ///< in the order of the fields
+  std::vector<toolkit::trend::CParamProperties>
+      params;                        ///< with the flags of the statistics that have columns
+  std::vector<ValueColumn> columns;  ///< in the order of the fields
 
   /// Returns the number of fields in a row before the first value.
   [[nodiscard]] std::size_t fixed_fields() const { return has_percent ? 3 : 2; }
 };
 
-/// Reads the header into `layout`. Returns what is wrong with it, nothing for a good one.
+/// Reads the header into `layout`. Returns what is wrong with it, or an empty text.
 [[nodiscard]] std::string read_header(std::string_view line, Layout& layout);

@@ -44,7 +44,7 @@ TEST(ReadHeader, KnowsAllFiveStatistics) {
   for (const auto& statistic : STATISTICS) EXPECT_TRUE(layout.params[0].*statistic.flag);
 }
 
-TEST(ReadHeader, TakesPercentValidBehindTheTime) {
+TEST(ReadHeader, AcceptsPercentValidAfterTheTime) {
   Layout layout;
   ASSERT_EQ(read_header("Date,Time,Percent Valid,a:Value", layout), "");
   EXPECT_TRUE(layout.has_percent);
@@ -52,7 +52,7 @@ TEST(ReadHeader, TakesPercentValidBehindTheTime) {
   EXPECT_EQ(layout.columns.size(), 1U);
 }
 
-TEST(ReadHeader, RefusesPercentValidElsewhere) {
+TEST(ReadHeader, RefusesPercentValidAtAnyOtherPlace) {
   EXPECT_EQ(header_error("Date,Time,a:Value,Percent Valid"),
             "column 'Percent Valid' is not a parameter path with a colon and a statistic");
 }
@@ -64,24 +64,22 @@ TEST(ReadHeader, SplitsAtTheLastColon) {
   EXPECT_EQ(layout.params[1].path, ":");
 }
 
-TEST(ReadHeader, WantsDateAndTimeFirst) {
-  for (const char* line :
-       {"", "Date", "Time,Date,a:Value", "date,time,a:Value", "Date,Time ,a:Value",
-        "\xEF\xBB\xBF"
-        "Date,Time,a:Value"}) {
+TEST(ReadHeader, RequiresDateAndTimeFirst) {
+  for (const char* line : {"", "Date", "Time,Date,a:Value", "date,time,a:Value",
+                           "Date,Time ,a:Value", "\uFEFFDate,Time,a:Value"}) {
     EXPECT_EQ(header_error(line), "the header does not start with Date,Time") << line;
   }
 }
 
 TEST(ReadHeader, RefusesAZeroByte) {
-  // A dump would end the column's name there.
+  // trendcsv would print the column's name only up to there.
   EXPECT_EQ(header_error(std::string("Date,Time,a\0b:Value", 19)),
-            "the header has a zero byte in it");
+            "the header contains a zero byte");
 }
 
-TEST(ReadHeader, WantsAtLeastOneParameter) {
-  EXPECT_EQ(header_error("Date,Time"), "the header names no parameter");
-  EXPECT_EQ(header_error("Date,Time,Percent Valid"), "the header names no parameter");
+TEST(ReadHeader, RequiresAtLeastOneParameter) {
+  EXPECT_EQ(header_error("Date,Time"), "the header has no parameter column");
+  EXPECT_EQ(header_error("Date,Time,Percent Valid"), "the header has no parameter column");
 }
 
 TEST(ReadHeader, RefusesColumnsWithoutAStatistic) {
@@ -93,7 +91,7 @@ TEST(ReadHeader, RefusesColumnsWithoutAStatistic) {
 }
 
 TEST(ReadHeader, RefusesTheSameColumnTwice) {
-  EXPECT_EQ(header_error("Date,Time,a:Value,b:Value,a:Value"), "column 'a:Value' is there twice");
+  EXPECT_EQ(header_error("Date,Time,a:Value,b:Value,a:Value"), "column 'a:Value' appears twice");
 }
 
 }  // namespace

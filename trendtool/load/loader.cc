@@ -23,7 +23,7 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-/// Shows on a terminal how far a long load has come.
+/// Shows the progress of a long load, if standard error is a terminal.
 class Progress {
  public:
   void show(std::size_t rows) {
@@ -46,7 +46,8 @@ int fail(const std::string& where, const std::string& wrong) {
   return 1;
 }
 
-/// Loads the lines after the header. Returns what is wrong with the last one read, or nothing.
+/// Loads the lines after the header. Returns what is wrong with the last line read, or an empty
+/// text.
 std::string load_rows(RowLoader& loader, LineReader& lines) {
   Progress progress;
   std::string_view line;

@@ -13,7 +13,7 @@ int main(int argc, char** argv) {
     print_load_usage();
     return 0;
   } catch (const std::exception&) {
-    // Only a failed allocation gets this far.
+    // Only a failed allocation can be the reason.
     std::fputs("trendload: out of memory\n", stderr);
     return 1;
   }

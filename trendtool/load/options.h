@@ -17,8 +17,8 @@ struct LoadOptions {
   bool wants_help = false;                              ///< -h
 };
 
-/// Reads the command line into `options`. Returns false, after a message on standard error, where
-/// it is wrong.
+/// Reads the command line into `options`. If it is wrong, prints a message on standard error and
+/// returns false.
 [[nodiscard]] bool parse_load_options(int argc, char** argv, LoadOptions& options);
 
 /// Prints a summary of the options to standard output.

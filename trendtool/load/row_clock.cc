@@ -10,7 +10,8 @@
 
 namespace {
 
-/// The times at which the clock shows the same; two equal ones where there is but one.
+/// The two times at which a clock shows the same date and time. They are equal if there is only
+/// one.
 struct Times {
   std::time_t first = 0;
   std::time_t second = 0;
@@ -29,7 +30,7 @@ Times times_of(const std::tm& fields, bool use_utc) {
   constexpr std::time_t DAY = 86400;
   const bool has_days_around = time > 0 && time <= std::numeric_limits<std::time_t>::max() - DAY;
   if (use_utc || fields.tm_isdst >= 0 || !has_days_around) return times;
-  // The C library chose the offset from UTC of before or of after a change; try both.
+  // The C library chose the UTC offset from before or after a clock change; try both.
   const std::time_t wall = to_epoch(fields, true);
   for (const std::time_t near : {time - DAY, time + DAY}) {
     std::tm there = {};
@@ -56,7 +57,7 @@ bool RowClock::look_ahead(const std::string& text) {
     ahead_ = times.second;
     return true;
   }
-  // A row outside the hour that comes twice says it for certain.
+  // A row outside the repeated hour shows the order for certain.
   if (ahead_ != 0) rising_ = times.second > ahead_;
   return false;
 }
@@ -100,8 +101,9 @@ std::string RowClock::convert(const std::string& text, std::time_t& time) {
   time = resolve(times.first, times.second);
   if (time <= 0) {
     const bool is_too_late = fields.tm_year > 1970 - 1900;
-    return quote(text) + (is_too_late ? " is later than a time can be on this system"
-                                      : " is not after the epoch");
+    return quote(text) + (is_too_late
+                              ? " is later than the last time that this system can represent"
+                              : " is not after the epoch");
   }
   if (!shows(time, fields, use_utc_)) return quote(text) + " is a time that does not exist";
   follow(time);

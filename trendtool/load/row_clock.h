@@ -1,4 +1,4 @@
-// The times of rows that follow one another.
+// Converts the times of successive rows.
 #pragma once
 
 #include <ctime>
@@ -9,20 +9,21 @@
 
 /// Converts the dates and times of rows, one after another.
 ///
-/// In local time, the hour in which daylight saving ends comes twice. As long as the rows stand in
-/// order of time, either way, each of them gets the one of the two times that keeps the order.
+/// In local time, one hour is repeated when daylight saving time ends. If the rows are sorted by
+/// time, ascending or descending, each row in that hour gets the one of the two times that keeps
+/// the order.
 class RowClock {
  public:
   /// `format` is for strptime.
   RowClock(std::string format, bool use_utc);
 
-  /// Shows the clock the rows to come, in their order, before any is converted. Where the first
-  /// ones lie in an hour that comes twice, only later ones tell which way the rows run. Returns
-  /// whether it should see another.
+  /// Looks at a row before the first one is converted. To be called for the first rows in their
+  /// order: if they are in a repeated hour, only later rows show whether the order is ascending.
+  /// Returns whether the clock needs to see one more row.
   bool look_ahead(const std::string& text);
 
-  /// Converts `text`, a date and a time joined by a blank, to seconds since the epoch. Returns what
-  /// is wrong with it, nothing for a good one.
+  /// Converts `text`, a date and a time separated by a space, to seconds since the epoch. Returns
+  /// what is wrong with it, or an empty text.
   [[nodiscard]] std::string convert(const std::string& text, std::time_t& time);
 
  private:
@@ -35,9 +36,9 @@ class RowClock {
   bool use_utc_;
   Calendar calendar_;
   std::string date_;           ///< of the day that is kept, as it is written in rows
-  std::time_t day_start_ = 0;  ///< its first second; 0 where no day is kept
+  std::time_t day_start_ = 0;  ///< its first second; 0 if no day is kept
   std::time_t previous_ = 0;   ///< 0 before the first row
-  bool rising_ = false;        ///< whether the rows seem to stand oldest first
-  std::time_t ahead_ = 0;      ///< the later of the two times of the row looked at last
-  long rises_ = 0;             ///< among the rows looked at, how many more rise than fall
+  bool rising_ = false;        ///< whether the rows seem to be in ascending order
+  std::time_t ahead_ = 0;      ///< the later time of the row that was looked at last
+  long rises_ = 0;             ///< rises minus falls among the rows looked at
 };

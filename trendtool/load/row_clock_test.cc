@@ -18,7 +18,7 @@ constexpr std::time_t FOLD = 1699160400;  // 2023-11-05 05:00 UTC, the first 01:
 constexpr std::time_t MINUTE = 60;
 constexpr std::time_t HOUR = 3600;
 
-/// The local time zone, as long as this lives.
+/// The local time zone while the object exists.
 class LocalZone {
  public:
   explicit LocalZone(const char* name) {
@@ -46,7 +46,7 @@ std::time_t convert_one(const char* format, const char* text, bool use_utc) {
   return time;
 }
 
-/// Converts rows whose times are on one day, after a look at as many of them as the clock wants.
+/// Converts rows of one day, after the clock has looked at as many of them as it needs.
 std::vector<std::time_t> convert_day(const std::string& date,
                                      std::initializer_list<const char*> texts) {
   RowClock clock("%F %R", false);
@@ -64,7 +64,7 @@ std::vector<std::time_t> convert_day(const std::string& date,
 
 using Times = std::vector<std::time_t>;
 
-TEST(RowClock, ConvertsUnderAnyFormat) {
+TEST(RowClock, ConvertsAnyFormat) {
   EXPECT_EQ(convert_one("%F %R", "2023-11-05 05:00", true), FOLD);
   EXPECT_EQ(convert_one("%F %T", "2023-11-05 05:00:07", true), FOLD + 7);
   EXPECT_EQ(convert_one("%d.%m.%Y %H:%M", "05.11.2023 05:00", true), FOLD);
@@ -90,7 +90,7 @@ TEST(RowClock, RefusesTextThatDoesNotMatch) {
   }
 }
 
-TEST(RowClock, RefusesTimesUpToTheEpoch) {
+TEST(RowClock, RefusesTheEpochAndEarlierTimes) {
   EXPECT_EQ(convert_error("%F %R", "1970-01-01 00:00"),
             "'1970-01-01 00:00' is not after the epoch");
   EXPECT_EQ(convert_error("%F %R", "1969-12-31 23:59"),
@@ -100,7 +100,7 @@ TEST(RowClock, RefusesTimesUpToTheEpoch) {
   EXPECT_EQ(convert_one("%F %T", "1970-01-01 00:00:01", true), 1);
 }
 
-TEST(RowClock, RefusesTimesLaterThanATimeCanHold) {
+TEST(RowClock, RefusesTimesThatDoNotFitIntoTimeT) {
   const LocalZone zone("EST5");
   const bool is_narrow = sizeof(std::time_t) == 4;
   const auto converted = [](const char* text) {
@@ -111,13 +111,14 @@ TEST(RowClock, RefusesTimesLaterThanATimeCanHold) {
     return std::pair(wrong, std::int64_t{time});
   };
   const auto wanted = [&](const std::string& text, std::int64_t time) {
-    return is_narrow ? std::pair("'" + text + "' is later than a time can be on this system",
+    return is_narrow ? std::pair("'" + text +
+                                     "' is later than the last time that this system can represent",
                                  std::int64_t{-1})
                      : std::pair(std::string(), time);
   };
   EXPECT_EQ(converted("2038-01-18 22:14:07"), std::pair(std::string(), std::int64_t{2147483647}));
   EXPECT_EQ(converted("2038-01-18 22:14:08"), wanted("2038-01-18 22:14:08", 2147483648));
-  // The clock of Greenwich could still show this one.
+  // In UTC this time can still be represented.
   EXPECT_EQ(converted("2038-01-19 00:00:00"), wanted("2038-01-19 00:00:00", 2147490000));
   EXPECT_EQ(converted("2100-01-01 00:00:00"), wanted("2100-01-01 00:00:00", 4102462800));
 }
@@ -139,7 +140,7 @@ TEST(RowClock, RefusesDaysThatDoNotExist) {
   EXPECT_EQ(convert_error("%F %R", "2024-02-29 05:00"), "");
 }
 
-TEST(RowClock, RefusesTheHourThatClocksSkip) {
+TEST(RowClock, RefusesTheSkippedHour) {
   const LocalZone zone(NEW_YORK);
   RowClock clock("%F %R", false);
   std::time_t time = 0;
@@ -151,21 +152,21 @@ TEST(RowClock, RefusesTheHourThatClocksSkip) {
   EXPECT_EQ(time, 1678604400);
 }
 
-TEST(RowClock, TellsTheTwoHoursApartOldestFirst) {
+TEST(RowClock, ResolvesTheRepeatedHourInAscendingOrder) {
   const LocalZone zone(NEW_YORK);
   EXPECT_EQ(convert_day("2023-11-05", {"00:30", "01:00", "01:30", "01:00", "01:30", "02:00"}),
             (Times{FOLD - 30 * MINUTE, FOLD, FOLD + 30 * MINUTE, FOLD + HOUR, FOLD + 90 * MINUTE,
                    FOLD + 2 * HOUR}));
 }
 
-TEST(RowClock, TellsTheTwoHoursApartNewestFirst) {
+TEST(RowClock, ResolvesTheRepeatedHourInDescendingOrder) {
   const LocalZone zone(NEW_YORK);
   EXPECT_EQ(convert_day("2023-11-05", {"02:00", "01:30", "01:00", "01:30", "01:00", "00:30"}),
             (Times{FOLD + 2 * HOUR, FOLD + 90 * MINUTE, FOLD + HOUR, FOLD + 30 * MINUTE, FOLD,
                    FOLD - 30 * MINUTE}));
 }
 
-TEST(RowClock, TellsThemApartWhereTheRowsBeginAmongThem) {
+TEST(RowClock, ResolvesRowsThatStartInTheRepeatedHour) {
   const LocalZone zone(NEW_YORK);
   EXPECT_EQ(convert_day("2023-11-05", {"01:30", "01:00", "01:30", "02:00"}),
             (Times{FOLD + 30 * MINUTE, FOLD + HOUR, FOLD + 90 * MINUTE, FOLD + 2 * HOUR}));
@@ -173,7 +174,7 @@ TEST(RowClock, TellsThemApartWhereTheRowsBeginAmongThem) {
             (Times{FOLD + HOUR, FOLD + 30 * MINUTE, FOLD, FOLD - 30 * MINUTE}));
 }
 
-TEST(RowClock, TellsThemApartWhereThereAreNoOthers) {
+TEST(RowClock, ResolvesRowsThatAreAllInTheRepeatedHour) {
   const LocalZone zone(NEW_YORK);
   EXPECT_EQ(convert_day("2023-11-05", {"01:00", "01:30", "01:00", "01:30"}),
             (Times{FOLD, FOLD + 30 * MINUTE, FOLD + HOUR, FOLD + 90 * MINUTE}));
@@ -181,7 +182,7 @@ TEST(RowClock, TellsThemApartWhereThereAreNoOthers) {
             (Times{FOLD + 90 * MINUTE, FOLD + HOUR, FOLD + 30 * MINUTE, FOLD}));
 }
 
-TEST(RowClock, TellsHalfAnHourThatComesTwiceApart) {
+TEST(RowClock, ResolvesARepeatedHalfHour) {
   const LocalZone zone(LORD_HOWE);
   const std::time_t fold = 1680359400;  // 2023-04-01 14:30 UTC, the first 01:30 of April 2
   EXPECT_EQ(convert_day("2023-04-02", {"01:15", "01:30", "01:45", "01:30", "01:45", "02:00"}),
@@ -192,7 +193,7 @@ TEST(RowClock, TellsHalfAnHourThatComesTwiceApart) {
                    fold - 15 * MINUTE}));
 }
 
-TEST(RowClock, StopsLookingAheadAtTheFirstRowThatComesOnce) {
+TEST(RowClock, StopsLookingAheadAfterTheRepeatedHour) {
   const LocalZone zone(NEW_YORK);
   RowClock clock("%F %R", false);
   EXPECT_FALSE(clock.look_ahead("2023-11-05 00:30"));
@@ -203,7 +204,7 @@ TEST(RowClock, StopsLookingAheadAtTheFirstRowThatComesOnce) {
   EXPECT_FALSE(in_utc.look_ahead("2023-11-05 01:30"));
 }
 
-TEST(RowClock, TakesRowsInNoOrderOutsideTheChange) {
+TEST(RowClock, AcceptsUnsortedRowsOutsideTheRepeatedHour) {
   const LocalZone zone(NEW_YORK);
   EXPECT_EQ(convert_day("2023-11-05", {"05:00", "00:15", "03:00", "00:45"}),
             (Times{FOLD + 5 * HOUR, FOLD - 45 * MINUTE, FOLD + 3 * HOUR, FOLD - 15 * MINUTE}));

@@ -42,7 +42,7 @@ std::string RowLoader::find_slots() {
   for (const ValueColumn& column : layout_.columns) {
     const CParamProperties& param = params_[column.param];
     if (!(param.*toolkit::trend::STATISTICS[column.statistic].flag)) {
-      return "parameter " + quote(param.path) + " is recorded without " +
+      return "parameter " + quote(param.path) + " exists in the database without " +
              COLUMN_SUFFIXES[column.statistic];
     }
     slots_.push_back(toolkit::trend::get_slot(param, column.statistic));
@@ -63,8 +63,7 @@ std::string RowLoader::load(std::string_view line) {
   split_fields(line, fields_);
   const std::size_t wanted = layout_.fixed_fields() + layout_.columns.size();
   if (fields_.size() != wanted) {
-    return std::to_string(fields_.size()) + " fields where the header has " +
-           std::to_string(wanted);
+    return std::to_string(fields_.size()) + " fields, but the header has " + std::to_string(wanted);
   }
   std::time_t time = 0;
   join_time(fields_, time_);

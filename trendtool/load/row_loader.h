@@ -1,4 +1,4 @@
-// Recording lines of CSV as rows of one series.
+// Records lines of CSV as rows of one series.
 #pragma once
 
 #include <cstddef>
@@ -12,21 +12,21 @@
 #include "trendtool/load/row_clock.h"
 
 /// Records lines in an open transaction of a recorder. Functions that return a string return what
-/// is wrong with the input, nothing when it is good.
+/// is wrong with the input, or an empty text.
 class RowLoader {
  public:
-  /// All three are borrowed.
+  /// All three must outlive the loader.
   RowLoader(const LoadOptions& options, toolkit::trend::CRecorder& recorder, const Layout& layout);
 
-  /// Adds the device, its parameters and the series as needed. Returns false where the recorder
-  /// fails; it has the reason.
+  /// Adds the device, its parameters and the series if they do not exist yet. Returns false if the
+  /// recorder fails; its `error` has the reason.
   [[nodiscard]] bool prepare();
 
-  /// Finds the slots of the columns, after `prepare`.
+  /// Finds the slots of the columns. To be called after `prepare`.
   [[nodiscard]] std::string find_slots();
 
-  /// Shows the loader a line that it will load later, see `RowClock::look_ahead`. Returns whether
-  /// it should see another.
+  /// Looks at a line that will be loaded later, see `RowClock::look_ahead`. Returns whether the
+  /// loader needs to see one more line.
   bool look_ahead(std::string_view line);
 
   /// Records one line.
@@ -38,7 +38,7 @@ class RowLoader {
   const Layout& layout_;
   RowClock clock_;
   toolkit::trend::CSeries series_;
-  std::vector<toolkit::trend::CParamProperties> params_;  ///< as they are recorded
+  std::vector<toolkit::trend::CParamProperties> params_;  ///< as they are in the database
   std::vector<std::size_t> slots_;                        ///< by column
   std::vector<double> values_;                            ///< by slot
   std::vector<std::string_view> fields_;                  ///< of the current line
