@@ -7,7 +7,8 @@
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <sstream>
+#include <string>
+#include <vector>
 
 #include "libtrend/log.h"
 #include "libtrend/statistics.h"
@@ -26,7 +27,7 @@ std::vector<StoredRow> make_rows(int first, int last) {
   return rows;
 }
 
-/// Two series of a device, with blocks, loose rows in every place, and rows without a checksum.
+/// Two series of a device, with blocks, and with loose rows before, in and after them.
 StoredDevice make_device() {
   StoredDevice device{"d", {{.path = "a"}, {.path = "b"}}, {}};
   set_statistics(device.params[0], 3);
@@ -207,44 +208,50 @@ TEST_F(BlockDamage, IsFoundWhereAnyRowIsMissing) {
   }
 }
 
-/// The columns of the tables of rows, but for the id.
-const std::map<std::string, std::string> COLUMNS = {
-    {"series_state",
+/// A table of rows, and its columns but for the id.
+struct Table {
+  std::string name;
+  std::string id;
+  std::string columns;
+};
+
+const Table TABLES[] = {
+    {"series_state", "series_id",
      "loose_rows, unchecked_until, first_block, last_block, blocks, sealed_rows, changes, "
      "checksum"},
-    {"loose", "valid_ratio, samples, checksum"},
-    {"block", "number, first_time, previous, rows, bytes, segment_size, change, content, checksum"},
-    {"segment", "data"}};
+    {"loose", "id", "valid_ratio, samples, checksum"},
+    {"block", "id",
+     "number, first_time, previous, rows, bytes, segment_size, change, content, checksum"},
+    {"segment", "id", "data"}};
 
 TEST_F(BlockDamage, IsFoundWhereTwoRowsAreSwapped) {
   keep_original();
-  for (const auto& [table, columns] : COLUMNS) {
-    const auto rows = run_sql("SELECT rowid FROM " + table + " ORDER BY rowid");
-    for (std::size_t i = 1; i < rows.size(); ++i) {
-      const std::string& a = rows[i - 1];
-      const std::string& b = rows[i];
-      const auto fetch = [&](const std::string& to, const std::string& from) {
-        return "UPDATE " + table + " SET (" + columns + ") = (SELECT " + columns +
-               " FROM copy WHERE id = " + from + ") WHERE rowid = " + to + ";";
-      };
-      run_sql("CREATE TEMP TABLE copy AS SELECT rowid AS id, " + columns + " FROM " + table + ";" +
-              fetch(a, b) + fetch(b, a));
-      EXPECT_FALSE(compare(table + ' ' + a + " and the next are swapped"));
-      restore();
+  for (const Table& table : TABLES) {
+    const auto fetch = [&](const std::string& to, const std::string& from) {
+      return "UPDATE " + table.name + " SET (" + table.columns + ") = (SELECT " + table.columns +
+             " FROM copy WHERE rowid = " + from + ") WHERE rowid = " + to + ";";
+    };
+    const auto rows = run_sql("SELECT rowid FROM " + table.name);
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      for (std::size_t k = i + 1; k < rows.size(); ++k) {
+        run_sql("CREATE TEMP TABLE copy (id INTEGER PRIMARY KEY, " + table.columns +
+                "); INSERT INTO copy SELECT * FROM " + table.name + ";" + fetch(rows[i], rows[k]) +
+                fetch(rows[k], rows[i]));
+        EXPECT_FALSE(compare(table.name + ' ' + rows[i] + " and " + rows[k] + " are swapped"));
+        restore();
+      }
     }
   }
 }
 
 TEST_F(BlockDamage, IsFoundWhereARowIsInTwoPlaces) {
   keep_original();
-  for (const auto& [table, columns] : COLUMNS) {
-    const std::string id = table == "series_state" ? "series_id" : "id";
-    const auto rows = run_sql("SELECT rowid FROM " + table + " ORDER BY rowid");
-    for (const auto& row : rows) {
+  for (const Table& table : TABLES) {
+    for (const auto& row : run_sql("SELECT rowid FROM " + table.name)) {
       for (const char* change : {"+ 1", "- 1", "+ 150", "+ 0x10000000000"}) {
-        run_sql("INSERT OR REPLACE INTO " + table + " (" + id + ", " + columns + ") SELECT " + id +
-                change + ", " + columns + " FROM " + table + " WHERE rowid = " + row);
-        compare(table + ' ' + row + " is repeated at " + change);
+        run_sql("INSERT OR REPLACE INTO " + table.name + " SELECT " + table.id + change + ", " +
+                table.columns + " FROM " + table.name + " WHERE rowid = " + row);
+        compare(table.name + ' ' + row + " is repeated at " + change);
         restore();
       }
     }
