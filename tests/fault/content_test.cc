@@ -7,6 +7,7 @@
 
 #include "tests/support/database_file.h"
 #include "tests/support/model.h"
+#include "tests/support/version_1.h"
 
 namespace {
 
@@ -230,14 +231,14 @@ TEST_F(Damage, OfTheOrderOfRowsNeverMakesADumpGoBack) {
 
 TEST_F(Damage, OfASlotMakesALoadFail) {
   record({.params = {{"a", ACTUAL}}, .minutes = {1}, .rows = {{1, 60, 1, {5}}}}, db_);
+  run_sql(db_, TURN_INTO_VERSION_1);
   const std::vector<std::string> arguments = {"-x", db_, "-d", "/plant", "-i", "1", "-u"};
   const std::string rows = "Date,Time,a:Value\n2024-01-01,00:00,7\n";
   for (const std::string slot : {"125000000", "536870911", "536870912", "2147483648", "4294967291",
                                  "4294967295", "4294967296", "1099511627776"}) {
     run_sql(db_, "UPDATE parameter SET first_slot = " + slot);
     const ProcessResult result = run_tool("trendload", arguments, rows);
-    EXPECT_EQ(result.err,
-              "trendload: " + db_ + ": parameter 'a' has a slot beyond what a row can hold\n");
+    EXPECT_EQ(result.err, "trendload: " + db_ + ": a device has more than 65535 slots\n");
     EXPECT_EQ(result.exit_status, 1);
   }
   run_sql(db_, "UPDATE parameter SET first_slot = 1000");

@@ -6,6 +6,7 @@
 #include "libtrend/recorder.h"
 #include "tests/support/database_file.h"
 #include "tests/support/model.h"
+#include "tests/support/version_1.h"
 
 using toolkit::trend::CDeviceProperties;
 using toolkit::trend::CRecorder;
@@ -198,7 +199,7 @@ TEST_F(ReadOnlyFolder, FailsADumpIfTheDatabaseCannotBeRead) {
 TEST_F(ReadOnlyFolder, FailsADumpIfATransactionIsIncomplete) {
   const std::string db = folder_.file("live.db");
   record(small_log(5), db);
-  run_sql(db, "PRAGMA journal_mode = delete");
+  run_sql(db, std::string(TURN_INTO_VERSION_1) + "PRAGMA journal_mode = delete");
   // With a very small cache, SQLite writes pages before the transaction ends.
   std::string rows = "PRAGMA cache_size = 1; BEGIN IMMEDIATE;";
   for (int minute = 100; minute < 3000; ++minute) rows += insert_row(minute);

@@ -10,6 +10,7 @@
 #include "libtrend/recorder.h"
 #include "tests/support/database_file.h"
 #include "tests/support/model.h"
+#include "tests/support/version_1.h"
 
 using namespace toolkit::trend;
 
@@ -82,6 +83,7 @@ class OtherUser : public testing::Test {
   void make_unclosed() const {
     const std::string live = folder_.file("live.db");
     record({.params = {{"a", ACTUAL}}, .minutes = {1}, .rows = {{1, 60, 1, {5}}}}, live);
+    run_sql(live, TURN_INTO_VERSION_1);
     run_sql(live, insert_row(2), [&] {
       for (const char* suffix : {"", "-wal"}) {
         fs::copy_file(live + suffix, db_ + suffix);

@@ -7,6 +7,7 @@
 #include "libtrend/log.h"
 #include "tests/support/database_file.h"
 #include "tests/support/model.h"
+#include "tests/support/version_1.h"
 
 namespace {
 
@@ -163,8 +164,9 @@ TEST_F(Refusal, OfATruncatedDatabaseBesideALog) {
   ModelLog log;
   log.params = {{"a", ACTUAL}};
   log.minutes = {1};
-  for (int i = 1; i <= 800; ++i) log.rows.push_back({1, 60 * i, 1, {1.0 * i}});
+  for (int i = 1; i <= 500; ++i) log.rows.push_back({1, 60 * i, 1, {1.0 * i}});
   record(log, db_);
+  run_sql(db_, TURN_INTO_VERSION_1);
   const std::string whole = read_file(db_);
   std::string write_ahead_log;
   run_sql(db_, insert_row(900), [&] { write_ahead_log = read_file(db_ + "-wal"); });
