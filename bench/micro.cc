@@ -70,9 +70,9 @@ void print_rows(benchmark::State& state) {
   tt::CSnapshot row;
   row.timestamp = 1'300'000'000;
   for (std::size_t i = 0; i < params; ++i) {
-    context.device_params.params.push_back({.has_min = true, .has_max = true, .has_avg = true});
-    row.samples.push_back(
-        {.min = numbers[3 * i], .max = numbers[3 * i + 1], .avg = numbers[3 * i + 2]});
+    context.device_params.params.push_back(
+        {.path = "", .has_min = true, .has_max = true, .has_avg = true});
+    row.samples.push_back({numbers[3 * i], numbers[3 * i + 1], numbers[3 * i + 2], 0, 0});
   }
   for (auto _ : state) {
     row.timestamp += 300;

@@ -16,12 +16,17 @@ constexpr std::int64_t NOT_KNOWN = -1;
 struct Source {
   std::unique_ptr<SeriesCursor> cursor;
   std::uint32_t minutes = 0;
+  std::int64_t time = NO_ROW;       ///< timestamp of the cursor's current row
   std::int64_t passed = NOT_KNOWN;  ///< timestamp of the row before the current one
 
-  [[nodiscard]] std::int64_t timestamp() const { return cursor->timestamp(); }
   [[nodiscard]] bool advance() {
-    passed = cursor->timestamp();
-    return cursor->advance();
+    passed = time;
+    return take(cursor->advance());
+  }
+  /// Takes the time over from the cursor after it has moved. Returns `has_moved`.
+  [[nodiscard]] bool take(bool has_moved) {
+    time = cursor->timestamp();
+    return has_moved;
   }
 };
 
@@ -52,13 +57,13 @@ class Merge {
     std::uint64_t to_skip = query_.offset;
     if (sources_.size() == 1) {
       // No other series can hide a row, so the rows need not be looked at one by one.
-      if (!sources_.front().cursor->pass(to_skip)) return false;
+      if (!sources_.front().take(sources_.front().cursor->pass(to_skip))) return false;
       to_skip = 0;
     }
     std::uint64_t wanted = query_.count;
     for (;;) {
       const std::size_t next = find_next();
-      if (next == sources_.size() || sources_[next].timestamp() < query_.earliest) return true;
+      if (next == sources_.size() || sources_[next].time < query_.earliest) return true;
       bool is_hidden = false;
       if (!find_out_if_hidden(next, is_hidden)) return false;
       if (!is_hidden && to_skip > 0) {
@@ -82,7 +87,8 @@ class Merge {
       const bool may_hide = i + 1 < sources_.size() && !query_.ascending;
       const std::int64_t earliest =
           may_hide ? std::max<std::int64_t>(1, query_.earliest - longest + 1) : query_.earliest;
-      if (!sources_[i].cursor->place(earliest, query_.latest)) return false;
+      Source& source = sources_[i];
+      if (!source.take(source.cursor->place(earliest, query_.latest))) return false;
     }
     return true;
   }
@@ -92,10 +98,10 @@ class Merge {
   [[nodiscard]] std::size_t find_next() const {
     std::size_t next = sources_.size();
     for (std::size_t i = 0; i < sources_.size(); ++i) {
-      const std::int64_t time = sources_[i].timestamp();
+      const std::int64_t time = sources_[i].time;
       if (time == NO_ROW) continue;
-      if (next == sources_.size() || (query_.ascending ? time < sources_[next].timestamp()
-                                                       : time > sources_[next].timestamp())) {
+      if (next == sources_.size() ||
+          (query_.ascending ? time < sources_[next].time : time > sources_[next].time)) {
         next = i;
       }
     }
@@ -109,8 +115,7 @@ class Merge {
     is_hidden = false;
     const Source& coarse = sources_[index];
     // The interval may start before the epoch, but no row is there.
-    const std::int64_t start =
-        std::max(coarse.timestamp() - std::int64_t{60} * coarse.minutes, NO_ROW);
+    const std::int64_t start = std::max(coarse.time - std::int64_t{60} * coarse.minutes, NO_ROW);
     for (std::size_t i = 0; i < index && !is_hidden; ++i) {
       Source& fine = sources_[i];
       if (query_.ascending && fine.passed == NOT_KNOWN && start + 1 < query_.earliest &&
@@ -119,7 +124,7 @@ class Merge {
       }
       // The finer series' last row before the current time is the one that it passed last or, in
       // descending order, its current row.
-      is_hidden = (query_.ascending ? fine.passed : fine.timestamp()) > start;
+      is_hidden = (query_.ascending ? fine.passed : fine.time) > start;
     }
     return true;
   }
@@ -132,9 +137,9 @@ class Merge {
 
   /// Advances the source `index`, and all coarser ones that are at the same time.
   [[nodiscard]] bool advance_past(std::size_t index) {
-    const std::int64_t time = sources_[index].timestamp();
+    const std::int64_t time = sources_[index].time;
     for (std::size_t i = index; i < sources_.size(); ++i) {
-      if (sources_[i].timestamp() == time && !sources_[i].advance()) return false;
+      if (sources_[i].time == time && !sources_[i].advance()) return false;
     }
     return true;
   }
