@@ -97,12 +97,13 @@ bool LooseRows::find(std::int64_t series_id, TimeRange range, Order order, std::
   return step != Statement::Step::ERROR || fail(*row, error);
 }
 
-bool LooseRows::find_next(std::int64_t& id) {
+bool LooseRows::find_next(std::int64_t& id, bool& is_there, std::string& error) {
   const RunningStatement row(&find_next_);
   row->bind(1, id);
-  if (row->step() != Statement::Step::ROW) return false;
-  id = row->read_id(0);
-  return true;
+  const Statement::Step step = row->step();
+  is_there = step == Statement::Step::ROW;
+  if (is_there) id = row->read_id(0);
+  return step != Statement::Step::ERROR || fail(*row, error);
 }
 
 bool LooseRows::count(std::int64_t series_id, TimeRange range, std::size_t limit, Count& count,

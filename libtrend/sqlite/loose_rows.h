@@ -47,9 +47,9 @@ class LooseRows {
   /// NO_ROW.
   [[nodiscard]] bool find(std::int64_t series_id, TimeRange range, Order order, std::int64_t& time,
                           std::string& error);
-  /// Sets `id` to that of the first row of any series whose id is `id` or more. Returns false where
-  /// there is none.
-  [[nodiscard]] bool find_next(std::int64_t& id);
+  /// Sets `id` to that of the first row of any series whose id is `id` or more, and `is_there` to
+  /// whether there is one.
+  [[nodiscard]] bool find_next(std::int64_t& id, bool& is_there, std::string& error);
 
   /// Counts the rows in `range`, but no more than `limit`.
   [[nodiscard]] bool count(std::int64_t series_id, TimeRange range, std::size_t limit, Count& count,

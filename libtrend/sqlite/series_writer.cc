@@ -169,10 +169,10 @@ bool SeriesWriter::seal_at(std::int64_t time, bool& is_sealed, std::int64_t& end
 
 bool SeriesWriter::seal_gap(const Region& gap, bool& is_sealed) {
   LooseRows::Count count;
-  if (!stored_.count_loose(gap.times, MOST_ENOUGH_ROWS, count) ||
-      count.rows < get_enough_rows(count.slots)) {
-    return true;
+  if (!stored_.count_loose(gap.times, MOST_ENOUGH_ROWS, count)) {
+    return tables_.is_in_transaction();
   }
+  if (count.rows < get_enough_rows(count.slots)) return true;
   // Rows before the first block are recorded newest first, others most often oldest first. More
   // come where the rest is.
   const bool is_before_all = gap.block && gap.block->previous == 0;
@@ -187,10 +187,10 @@ bool SeriesWriter::seal_gap(const Region& gap, bool& is_sealed) {
 
 bool SeriesWriter::seal_span(const Region& span, bool& is_sealed) {
   LooseRows::Count count;
-  if (!stored_.count_loose(span.times, MAX_BLOCK_ROWS, count) ||
-      count.rows < get_enough_late_rows(*span.block)) {
-    return true;
+  if (!stored_.count_loose(span.times, MAX_BLOCK_ROWS, count)) {
+    return tables_.is_in_transaction();
   }
+  if (count.rows < get_enough_late_rows(*span.block)) return true;
   RowBuffer late;
   RowBuffer rows;
   if (!stored_.read_loose(span.times, LooseRows::Order::OLDEST_FIRST, 0, late) ||

@@ -102,7 +102,13 @@ bool SeriesWriters::seal() {
   for (std::size_t looks = LOOKS * blocks; looks > 0 && blocks > 0; --looks) {
     std::int64_t row_id = unseen_;
     const bool is_noted = take_noted(row_id);
-    if (!is_noted) has_seen_all_ = has_seen_all_ || !tables_.loose.find_next(row_id);
+    if (!is_noted && !has_seen_all_) {
+      bool is_there = false;
+      if (!tables_.loose.find_next(row_id, is_there, tables_.error)) {
+        return tables_.is_in_transaction();
+      }
+      has_seen_all_ = !is_there;
+    }
     if (!is_noted && has_seen_all_) return true;
     std::int64_t end = row_id;
     bool is_sealed = false;

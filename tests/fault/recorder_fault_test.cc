@@ -20,6 +20,7 @@ namespace {
 using Times = std::vector<std::int64_t>;
 
 constexpr int ROWS = 6;
+constexpr int SEALED_FROM = 576;  ///< so many loose rows of one slot are sealed
 
 /// The faults of a kind, in every number from 1 on, once and lasting.
 struct Kind {
@@ -48,9 +49,17 @@ const Kind KINDS[] = {
 };
 
 class RecorderFault : public testing::TestWithParam<Kind> {
- protected:
-  /// Records rows in one transaction, the first of them at `time`. Returns the reason of a failure.
-  static std::string load(const std::string& db, std::int64_t time) {
+ public:
+  /// What is recorded in one transaction.
+  struct Load {
+    std::int64_t time;  ///< of the first row
+    int rows = ROWS;
+    std::size_t slots = 400;  ///< of each row
+    std::int64_t purged = 0;  ///< rows before this time are removed
+  };
+
+  /// Returns the reason of a failure.
+  static std::string load(const std::string& db, const Load& load) {
     CRecorder recorder;
     CDeviceProperties device;
     device.path = "/plant";
@@ -59,11 +68,12 @@ class RecorderFault : public testing::TestWithParam<Kind> {
         recorder.add_series(device, 1, series) != 0) {
       return recorder.error();
     }
-    for (int i = 0; i < ROWS; ++i) {
-      if (recorder.append(series, time + i, 1, std::vector<double>(400, 1.5)) != 0) {
+    for (int i = 0; i < load.rows; ++i) {
+      if (recorder.append(series, load.time + i, 1, std::vector<double>(load.slots, 1.5)) != 0) {
         return recorder.error();
       }
     }
+    if (recorder.purge(series, load.purged) != 0) return recorder.error();
     return recorder.commit() == 0 ? "" : recorder.error();
   }
 
@@ -87,19 +97,19 @@ class RecorderFault : public testing::TestWithParam<Kind> {
     return times;
   }
 
-  static Times times_from(std::int64_t first) {
-    Times times(ROWS);
+  static Times times_from(std::int64_t first, std::size_t rows = ROWS) {
+    Times times(rows);
     for (std::size_t i = 0; i < times.size(); ++i) times[i] = first + static_cast<int>(i);
     return times;
   }
 
-  /// Lets `make` make a database, and a load from `time` on into it meet the fault of each number
-  /// in turn. Expects that `before`, and the rows of the load exactly if it succeeded, are then
-  /// there.
+  /// Lets `make` make a database, and `added` meet the fault of each number in turn. Expects the
+  /// rows of `before`, or of the database after the load, exactly as the load says.
   template <typename Make>
-  void expect_truth(const Make& make, const Times& before, std::int64_t time) {
+  void expect_truth(const Make& make, const Times& before, const Load& added) {
     Times after = before;
-    for (const std::int64_t row : times_from(time)) after.push_back(row);
+    for (const std::int64_t row : times_from(added.time)) after.push_back(row);
+    std::erase_if(after, [&](std::int64_t row) { return row < added.purged; });
     for (const bool lasts : {false, true}) {
       bool has_happened = true;
       for (int number = 1; has_happened; ++number) {
@@ -111,7 +121,7 @@ class RecorderFault : public testing::TestWithParam<Kind> {
         {
           const FaultInForce fault(
               {.call = GetParam().call, .number = number, .code = GetParam().code, .lasts = lasts});
-          reason = load(db, time);
+          reason = load(db, added);
           has_happened = fault.has_happened();
         }
         ASSERT_TRUE(has_happened || reason.empty()) << reason;
@@ -125,7 +135,7 @@ class RecorderFault : public testing::TestWithParam<Kind> {
           ASSERT_FALSE(file.starts_with("trend.db-new")) << reason;
         }
         // And the next one goes well.
-        ASSERT_EQ(load(db, 1'000'000), "");
+        ASSERT_EQ(load(db, {1'000'000}), "");
       }
     }
   }
@@ -163,31 +173,51 @@ class RecorderFault : public testing::TestWithParam<Kind> {
 };
 
 TEST_P(RecorderFault, InAFirstLoadIsToldAsItIs) {
-  expect_truth([](const std::string&) {}, {}, 1000);
+  expect_truth([](const std::string&) {}, {}, {1000});
 }
 
 TEST_P(RecorderFault, InAFirstLoadIntoAnEmptyFileIsToldAsItIs) {
-  expect_truth([](const std::string& db) { write_file(db, ""); }, {}, 1000);
+  expect_truth([](const std::string& db) { write_file(db, ""); }, {}, {1000});
 }
 
 TEST_P(RecorderFault, InASecondLoadIsToldAsItIs) {
-  expect_truth([](const std::string& db) { ASSERT_EQ(load(db, 1000), ""); }, times_from(1000),
-               5000);
+  expect_truth([](const std::string& db) { ASSERT_EQ(load(db, {1000}), ""); }, times_from(1000),
+               {5000});
 }
 
 TEST_P(RecorderFault, InALoadWithARollbackJournalIsToldAsItIs) {
   const auto make = [](const std::string& db) {
-    ASSERT_EQ(load(db, 1000), "");
+    ASSERT_EQ(load(db, {1000}), "");
     run_sql(db, "PRAGMA journal_mode = delete");
   };
-  expect_truth(make, times_from(1000), 5000);
+  expect_truth(make, times_from(1000), {5000});
+}
+
+/// Makes a database with `rows` rows from 1000 on, which are recorded once and then copied.
+auto copy_of_load(int rows, const TemporaryFolder& folder) {
+  const std::string original = folder.file("original.db");
+  EXPECT_EQ(RecorderFault::load(original, {1000, rows, 1}), "");
+  return [original](const std::string& db) { std::filesystem::copy_file(original, db); };
+}
+
+TEST_P(RecorderFault, InALoadThatSealsABlockIsToldAsItIs) {
+  const TemporaryFolder folder;
+  constexpr int ROWS_BEFORE = SEALED_FROM - ROWS;
+  expect_truth(copy_of_load(ROWS_BEFORE, folder), times_from(1000, ROWS_BEFORE), {5000, ROWS, 1});
+}
+
+TEST_P(RecorderFault, InALoadThatPurgesPartOfABlockIsToldAsItIs) {
+  const TemporaryFolder folder;
+  constexpr int ROWS_BEFORE = SEALED_FROM + ROWS;
+  expect_truth(copy_of_load(ROWS_BEFORE, folder), times_from(1000, ROWS_BEFORE),
+               {5000, ROWS, 1, 1100});
 }
 
 TEST_P(RecorderFault, InADumpIsToldAsItIs) {
   for (const char* mode : {"wal", "delete"}) {
     const TemporaryFolder folder;
     const std::string db = folder.file("trend.db");
-    ASSERT_EQ(load(db, 1000), "");
+    ASSERT_EQ(load(db, {1000}), "");
     run_sql(db, std::string("PRAGMA journal_mode = ") + mode);
     expect_whole_dumps_or_reasons(db);
     EXPECT_EQ(list_folder(folder.path()), std::vector<std::string>{"trend.db"});
@@ -197,8 +227,9 @@ TEST_P(RecorderFault, InADumpIsToldAsItIs) {
 TEST_P(RecorderFault, InADumpBesideAWriterIsToldAsItIs) {
   const TemporaryFolder folder;
   const std::string db = folder.file("trend.db");
-  ASSERT_EQ(load(db, 1000), "");
-  run_sql(db, "UPDATE snapshot SET valid_ratio = 0.5", [&] { expect_whole_dumps_or_reasons(db); });
+  ASSERT_EQ(load(db, {1000}), "");
+  run_sql(db, "UPDATE series_state SET changes = changes",
+          [&] { expect_whole_dumps_or_reasons(db); });
 }
 
 /// Starts a transaction on `recorder` and adds a row to it.
