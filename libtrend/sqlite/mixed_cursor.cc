@@ -20,7 +20,13 @@ bool MixedCursor::place(std::int64_t earliest, std::int64_t latest) {
   return choose();
 }
 
-bool MixedCursor::advance() { return next_->advance() && choose(); }
+bool MixedCursor::advance() {
+  if (!next_->advance()) return false;
+  const std::int64_t time = next_->timestamp();
+  if (time == NO_ROW || (ascending_ ? time >= bound_ : time <= bound_)) return choose();
+  timestamp_ = time;
+  return true;
+}
 
 bool MixedCursor::pass(std::uint64_t count) {
   while (count > 0 && timestamp_ != NO_ROW) {
