@@ -20,7 +20,7 @@ struct FilePart {
 class ReadAhead {
  public:
   /// How much is read ahead at a time.
-  static constexpr std::int64_t WINDOW = 256 * 1024;
+  static constexpr std::int64_t WINDOW = std::int64_t{256} * 1024;
 
   /// To be called before each read. Returns the part to read ahead, of no bytes in most cases. It
   /// ends where the reads before started.

@@ -79,7 +79,7 @@ int device_characteristics(sqlite3_file* file) {
 
 /// Reads a part of the file so that the kernel has it when SQLite asks for it.
 void read_ahead(sqlite3_file* file, const FilePart& part) {
-  constexpr std::int64_t PIECE = 32 * 1024;
+  constexpr std::int64_t PIECE = std::int64_t{32} * 1024;
   std::array<char, PIECE> piece;
   const sqlite3_io_methods* base = reader_file(file)->base;
   for (std::int64_t done = 0; done < part.size; done += PIECE) {

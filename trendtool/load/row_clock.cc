@@ -68,7 +68,9 @@ bool RowClock::convert_on_kept_day(std::string_view text, std::time_t& time) con
   constexpr std::size_t SIZE = std::string_view("2010-11-02 03:00").size();
   if (day_start_ == 0 || text.size() != SIZE || !text.starts_with(date_)) return false;
   const auto is_digit = [&](std::size_t i) { return text[i] >= '0' && text[i] <= '9'; };
-  const auto number_at = [&](std::size_t i) { return 10 * (text[i] - '0') + text[i + 1] - '0'; };
+  const auto number_at = [&](std::size_t i) -> std::time_t {
+    return 10 * (text[i] - '0') + text[i + 1] - '0';
+  };
   if (text[10] != ' ' || !is_digit(11) || !is_digit(12) || text[13] != ':' || !is_digit(14) ||
       !is_digit(15) || number_at(11) > 23 || number_at(14) > 59) {
     return false;
