@@ -1,5 +1,5 @@
-// The least work of any dump: reads all packed samples, newest first, and writes as many bytes of
-// constant text as a dump.
+// The least work of any dump: reads all stored values, sealed and loose, the newest first, and
+// writes as many bytes of constant text as a dump.
 //   floor DB BYTES
 #include <sqlite3.h>
 
@@ -14,18 +14,21 @@ int main(int argc, char** argv) {
   sqlite3* db = nullptr;
   sqlite3_stmt* rows = nullptr;
   if (sqlite3_open_v2(argv[1], &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) return 1;
-  sqlite3_prepare_v2(db, "SELECT count(*) FROM snapshot", -1, &rows, nullptr);
+  const std::string blobs =
+      "SELECT * FROM (SELECT samples FROM loose ORDER BY id DESC) UNION ALL "
+      "SELECT * FROM (SELECT data FROM segment ORDER BY id DESC)";
+  sqlite3_prepare_v2(db, ("SELECT count(*) FROM (" + blobs + ")").c_str(), -1, &rows, nullptr);
   if (sqlite3_step(rows) != SQLITE_ROW) return 1;
   const std::int64_t count = sqlite3_column_int64(rows, 0);
   sqlite3_finalize(rows);
 
   const std::string text(static_cast<std::size_t>(std::atoll(argv[2]) / count), 'x');
   std::uint64_t seen = 0;
-  sqlite3_prepare_v2(db, "SELECT samples FROM snapshot ORDER BY id DESC", -1, &rows, nullptr);
+  sqlite3_prepare_v2(db, blobs.c_str(), -1, &rows, nullptr);
   while (sqlite3_step(rows) == SQLITE_ROW) {
     const auto* bytes = static_cast<const unsigned char*>(sqlite3_column_blob(rows, 0));
     const int size = sqlite3_column_bytes(rows, 0);
-    for (int i = 0; i < size; i += 8) {
+    for (int i = 0; i + 8 <= size; i += 8) {
       std::uint64_t value = 0;
       std::memcpy(&value, bytes + i, sizeof value);
       seen ^= value;

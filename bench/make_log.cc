@@ -1,7 +1,12 @@
 // Makes a trend database of any size for benchmarks; the same arguments give the same values.
-//   make_log DB PARAMETERS MINUTES ROWS [MINUTES ROWS ...]
+//   make_log KIND DB PARAMETERS MINUTES ROWS [MINUTES ROWS ...]
 // Minimum, maximum and average are recorded for every parameter. The newest rows of all intervals
-// end at the same time, so that those of longer intervals start earlier.
+// end at the same time, so that those of longer intervals start earlier. The kinds of values:
+//   mixed    of three parameters, one has one decimal place, like a sensor; one has all digits,
+//   like
+//            a computed value; and one is a large count
+//   sensor   minimum and maximum have one decimal place, within 30 units; the average has all
+//   digits decimal  the same without averages
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -30,15 +35,23 @@ class Noise {
   std::uint64_t state_ = 1;
 };
 
-/// The values of a row. Of three parameters, one has one decimal place, like a sensor; one has all
-/// digits, like a computed value; and one is a large count.
-std::vector<double> make_values(std::size_t params, Noise& noise) {
+double with_one_decimal(double value) { return std::round(value * 10) / 10; }
+
+/// The values of a row.
+std::vector<double> make_values(const std::string& kind, std::size_t params, Noise& noise) {
   std::vector<double> values;
   for (std::size_t i = 0; i < params; ++i) {
+    if (kind != "mixed") {
+      const double min = 30 * noise.next();
+      const double max = min + (30 - min) * noise.next();
+      values.insert(values.end(), {with_one_decimal(min), with_one_decimal(max)});
+      if (kind == "sensor") values.push_back(min + (max - min) * noise.next());
+      continue;
+    }
     const double middle = 20 + static_cast<double>(i) + 5 * noise.next();
     const double spread = 3 * noise.next();
     for (const double value : {middle - spread, middle + spread, middle}) {
-      if (i % 3 == 0) values.push_back(std::round(value * 10) / 10);
+      if (i % 3 == 0) values.push_back(with_one_decimal(value));
       if (i % 3 == 1) values.push_back(value);
       if (i % 3 == 2) values.push_back(std::round(value * 100000));
     }
@@ -54,32 +67,35 @@ int fail(const CRecorder& recorder) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 5 || argc % 2 == 0) {
-    std::fputs("usage: make_log DB PARAMETERS MINUTES ROWS [MINUTES ROWS ...]\n", stderr);
+  const std::string kind = argc > 1 ? argv[1] : "";
+  if (argc < 6 || argc % 2 == 1 || (kind != "mixed" && kind != "sensor" && kind != "decimal")) {
+    std::fputs("usage: make_log KIND DB PARAMETERS MINUTES ROWS [MINUTES ROWS ...]\n", stderr);
     return 1;
   }
-  const auto params = static_cast<std::size_t>(std::atol(argv[2]));
+  const auto params = static_cast<std::size_t>(std::atol(argv[3]));
 
   CRecorder recorder;
-  if (recorder.open(argv[1]) != 0 || recorder.begin() != 0) return fail(recorder);
+  if (recorder.open(argv[2]) != 0 || recorder.begin() != 0) return fail(recorder);
   CDeviceProperties device{.path = "bench", .aux_text = ""};
   if (recorder.add_device(device) != 0) return fail(recorder);
   for (std::size_t i = 0; i < params; ++i) {
     CParamProperties param;
     param.path = "group" + std::to_string(i / 10) + "/p" + std::to_string(i);
-    param.has_min = param.has_max = param.has_avg = true;
+    param.has_min = param.has_max = true;
+    param.has_avg = kind != "decimal";
     if (recorder.add_param(device, param) != 0) return fail(recorder);
   }
   Noise noise;
   constexpr std::int64_t END = 1900000000 / 86400 * 86400;
-  for (int i = 3; i < argc; i += 2) {
+  for (int i = 4; i < argc; i += 2) {
     const auto minutes = static_cast<std::uint32_t>(std::atol(argv[i]));
     const std::int64_t length = 60 * std::int64_t{minutes};
     CSeries series;
     if (recorder.add_series(device, minutes, series) != 0) return fail(recorder);
     for (std::int64_t row = std::atol(argv[i + 1]) - 1; row >= 0; --row) {
       const std::int64_t time = END - END % length - row * length;
-      if (recorder.append(series, time, 1, make_values(params, noise)) != 0) return fail(recorder);
+      if (recorder.append(series, time, 1, make_values(kind, params, noise)) != 0)
+        return fail(recorder);
     }
   }
   return recorder.commit() == 0 ? 0 : fail(recorder);

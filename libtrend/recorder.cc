@@ -76,7 +76,8 @@ int CRecorder::append(const CSeries& series, std::int64_t timestamp, double vali
     return fail("the share of valid data, " + std::to_string(valid_ratio) +
                 ", is not between 0 and 1");
   }
-  return finish(writer_->append(series, timestamp, valid_ratio, slots));
+  // SQLite stores -0 as 0, which would not fit the checksum of the row.
+  return finish(writer_->append(series, timestamp, valid_ratio + 0.0, slots));
 }
 
 int CRecorder::purge(const CSeries& series, std::int64_t before) {

@@ -116,6 +116,13 @@ TEST_F(Recorder, RecordsRowsWithoutValues) {
   EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300}));
 }
 
+TEST_F(Recorder, RecordsAShareOfMinusZeroAsZero) {
+  open();
+  ASSERT_EQ(recorder_.append(series_, 300, -0.0, {}), 0);
+  ASSERT_EQ(recorder_.commit(), 0);
+  EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300}));
+}
+
 TEST_F(Recorder, KeepsExistingEntries) {
   open();
   CParamProperties first{.path = "first", .has_min = true, .has_sum = true};
