@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "tests/support/model.h"
+#include "tests/support/version_1.h"
 
 namespace {
 
@@ -74,7 +75,12 @@ std::string content_of(const std::string& file) {
        {"SELECT id, path, description FROM device ORDER BY id",
         "SELECT id, device_id, path, statistics, first_slot FROM parameter ORDER BY id",
         "SELECT id, device_id, minutes FROM series ORDER BY id",
-        "SELECT id, valid_ratio, hex(samples) FROM snapshot ORDER BY id"}) {
+        "SELECT id, valid_ratio, hex(samples), checksum FROM loose ORDER BY id",
+        "SELECT * FROM series_state ORDER BY series_id",
+        "SELECT id, number, first_time, previous, rows, bytes, segment_size, change, hex(content), "
+        "checksum FROM block ORDER BY id",
+        "SELECT id, hex(data) FROM segment ORDER BY id",
+        "SELECT next_block, catalogue FROM database"}) {
     if (sqlite3_exec(db.get(), sql, add_row, &text, nullptr) != SQLITE_OK) {
       throw std::runtime_error(sqlite3_errmsg(db.get()));
     }
@@ -240,9 +246,10 @@ TEST_F(HostExchange, ReadsAWriteAheadLogOfTheOtherMachine) {
   sqlite3* handle = nullptr;
   ASSERT_EQ(sqlite3_open(target_db_.c_str(), &handle), SQLITE_OK);
   const std::unique_ptr<sqlite3, decltype(&sqlite3_close)> writer(handle, sqlite3_close);
-  ASSERT_EQ(sqlite3_exec(handle, "UPDATE snapshot SET valid_ratio = 0.25 WHERE id % 2 = 0", nullptr,
-                         nullptr, nullptr),
-            SQLITE_OK);
+  // Rows of version 1 have no checksum, so they can be changed.
+  const std::string sql =
+      std::string(TURN_INTO_VERSION_1) + "UPDATE snapshot SET valid_ratio = 0.25 WHERE id % 2 = 0";
+  ASSERT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
   std::filesystem::copy_file(target_db_, folder_.file("copied.db"));
   std::filesystem::copy_file(target_db_ + "-wal", wal);
   ASSERT_GT(std::filesystem::file_size(wal), 0U);
