@@ -19,6 +19,10 @@ FilePart ReadAhead::before_read(std::int64_t start, std::int64_t size) {
   if (start >= low_) return {};
   const bool is_dense = 2 * taken_ >= high_ - start;
   low_ = start;
+  if (high_ - low_ <= LEAST_WALK) {
+    ready_ = start;
+    return {};
+  }
   if (!is_dense || start >= ready_) return {};
   const FilePart part = {std::max<std::int64_t>(ready_ - WINDOW, 0),
                          ready_ - std::max<std::int64_t>(ready_ - WINDOW, 0)};

@@ -22,6 +22,10 @@ class ReadAhead {
   /// How much is read ahead at a time.
   static constexpr std::int64_t WINDOW = std::int64_t{256} * 1024;
 
+  /// A walk has to come through more than this before anything is read ahead. Shorter steps back
+  /// are part of walks towards the end of the file, from row to row and to the rest of each row.
+  static constexpr std::int64_t LEAST_WALK = 32 * 1024;
+
   /// To be called before each read. Returns the part to read ahead, of no bytes in most cases. It
   /// ends where the reads before started.
   [[nodiscard]] FilePart before_read(std::int64_t start, std::int64_t size);
