@@ -5,7 +5,6 @@
 #include <string>
 
 #include "cli/standard_streams.h"
-#include "libtrend/version.h"
 #include "text/csv.h"
 #include "trendtool/common/command.h"
 #include "trendtool/common/messages.h"
@@ -33,7 +32,7 @@ int refuse(const CLI::App& app, const CLI::ParseError& error) {
 
 int run_trendtool(int argc, char** argv) {
   CLI::App app("Shows, exports and loads what is in a trend database.", "trendtool");
-  app.set_version_flag("--version", "trendtool " TRENDCSV_VERSION_STRING);
+  app.set_version_flag("--version", "trendtool " TRENDTOOL_VERSION);
   app.require_subcommand(1);
   app.get_formatter()->column_width(34);
   Action action;
