@@ -87,20 +87,16 @@ std::string select_periods(CLog& log, const std::vector<std::uint32_t>& minutes,
   return "";
 }
 
-void name_params(const CDeviceParams& selection, bool use_display_names,
+bool name_params(const CDeviceParams& selection, bool use_display_names,
                  std::vector<std::string>& names) {
   names.clear();
-  if (use_display_names) {
-    switch (read_display_names(selection, names)) {
-      case DisplayNames::FOUND:
-        return;
-      case DisplayNames::NO_CONNECTION:
-        print_message("can't connect to the CDS for display names; paths are shown instead");
-        break;
-      case DisplayNames::NOT_READ:
-        print_message("can't read the display names; paths are shown instead");
-        break;
-    }
-  }
+  const DisplayNames result =
+      use_display_names ? read_display_names(selection, names) : DisplayNames::FOUND;
+  if (use_display_names && result == DisplayNames::FOUND) return true;
   for (const CParamProperties& param : selection.params) names.push_back(param.path);
+  if (result == DisplayNames::FOUND) return true;
+  print_message(result == DisplayNames::NO_CONNECTION
+                    ? "can't connect to the CDS for display names; paths are shown instead"
+                    : "can't read the display names; paths are shown instead");
+  return false;
 }

@@ -30,7 +30,8 @@
                                          const std::vector<std::uint32_t>& minutes,
                                          std::vector<toolkit::trend::CPeriodProperties>& periods);
 
-/// Sets `names` to one name for each parameter of `selection`: with `use_display_names` its display
-/// name, if the CDS can be reached, which prints a message if not; otherwise its path.
-void name_params(const toolkit::trend::CDeviceParams& selection, bool use_display_names,
+/// Sets `names` to one name for each parameter of `selection`: its display name with
+/// `use_display_names`, and otherwise its path. If the display names can't be read, prints a
+/// message, takes the paths, and returns false.
+bool name_params(const toolkit::trend::CDeviceParams& selection, bool use_display_names,
                  std::vector<std::string>& names);
