@@ -85,6 +85,17 @@ int CLog::get_periods(std::vector<CPeriodProperties>& periods) {
   return connection_->run(periods, [&](LogReader& reader) { return reader.get_periods(periods); });
 }
 
+int CLog::get_series(const CDeviceProperties& device, std::vector<CSeriesSummary>& series) {
+  if (!is_open()) return -1;
+  return connection_->run(series, [&](LogReader& reader) {
+    std::vector<CSeries> found;
+    return reader.get_series(device, found) &&
+           std::all_of(found.begin(), found.end(), [&](const CSeries& one) {
+             return reader.summarize(one, series.emplace_back());
+           });
+  });
+}
+
 int CLog::get_trend_data(CDeviceData& result, const CDeviceParams& device,
                          const std::vector<CPeriodProperties>& periods,
                          const std::pair<long, long>& range, unsigned count, unsigned offset,

@@ -67,6 +67,12 @@ class __attribute__((visibility("default"))) CLog {
   /// Appends the distinct intervals of the log to `periods`, the smallest first.
   [[nodiscard]] int get_periods(std::vector<CPeriodProperties>& periods);
 
+  /// Appends a summary of each series of `device`, a record that `get_devices` returned, to
+  /// `series`, the shortest interval first. It does not read the rows that are in blocks, so it is
+  /// fast, and does not notice all damage to them.
+  [[nodiscard]] int get_series(const CDeviceProperties& device,
+                               std::vector<CSeriesSummary>& series);
+
   /// Reads rows of one device, each with one sample per entry of `device.params`, and appends them
   /// to `result.snapshots`.
   ///

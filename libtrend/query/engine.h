@@ -79,6 +79,9 @@ class LogReader {
   [[nodiscard]] virtual bool get_series(const CDeviceProperties& device,
                                         std::vector<CSeries>& series) = 0;
 
+  /// Sets `summary` to that of `series`. Returns false on failure.
+  [[nodiscard]] virtual bool summarize(const CSeries& series, CSeriesSummary& summary) = 0;
+
   /// Makes a cursor over `series` that decodes the values of `params`. It must be destroyed before
   /// `params` and before the query ends. Returns null on failure.
   [[nodiscard]] virtual std::unique_ptr<SeriesCursor> make_cursor(

@@ -36,6 +36,7 @@ bool SqliteReader::connect() {
   version_ = 0;
   rows_.reset();
   blocks_.reset();
+  counter_.reset();
   // The old connection is closed last: its lock keeps the log of a writer who came from being
   // deleted before the new connection uses it.
   std::swap(db_, db);
@@ -73,6 +74,7 @@ bool SqliteReader::prepare_version(std::int64_t version) {
   version_ = 0;
   rows_.reset();
   blocks_.reset();
+  counter_.reset();
   if (!is_known_version(version, error_)) return false;
   if (version == ROWS_ONLY_VERSION) {
     rows_ = std::make_unique<RowTable>(db_.get(), "snapshot", "NULL");
@@ -214,6 +216,13 @@ bool SqliteReader::find_series(std::int64_t device_id, std::vector<CSeries>& ser
     }
     return true;
   });
+}
+
+bool SqliteReader::summarize(const CSeries& series, CSeriesSummary& summary) {
+  if (!counter_) counter_ = std::make_unique<SeriesCounter>(db_.get(), blocks_ != nullptr);
+  if (*counter_) return counter_->count(series, summary, error_);
+  counter_.reset();
+  return fail_with_database_error();
 }
 
 std::unique_ptr<SeriesCursor> SqliteReader::make_cursor(const CSeries& series,

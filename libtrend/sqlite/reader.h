@@ -11,6 +11,7 @@
 #include "libtrend/sqlite/block_reader.h"
 #include "libtrend/sqlite/database.h"
 #include "libtrend/sqlite/row_cursor.h"
+#include "libtrend/sqlite/series_counter.h"
 #include "libtrend/sqlite/statement.h"
 
 namespace toolkit::trend {
@@ -30,6 +31,7 @@ class SqliteReader : public LogReader {
   [[nodiscard]] bool get_periods(std::vector<CPeriodProperties>& periods) override;
   [[nodiscard]] bool get_series(const CDeviceProperties& device,
                                 std::vector<CSeries>& series) override;
+  [[nodiscard]] bool summarize(const CSeries& series, CSeriesSummary& summary) override;
   [[nodiscard]] std::unique_ptr<SeriesCursor> make_cursor(
       const CSeries& series, const std::vector<CParamProperties>& params, bool ascending) override;
 
@@ -61,8 +63,9 @@ class SqliteReader : public LogReader {
   std::int64_t seen_data_ = 0;      ///< SQLite's number of the state of the database seen last
   std::int64_t version_ = 0;        ///< of the format, for which one of these is there; 0 for none
   std::unique_ptr<RowTable> rows_;  ///< version 1
-  std::unique_ptr<BlockReader> blocks_;  ///< version 2
-  bool has_known_series_ = false;        ///< whether the series of one device are remembered
+  std::unique_ptr<BlockReader> blocks_;     ///< version 2
+  std::unique_ptr<SeriesCounter> counter_;  ///< made when it is needed
+  bool has_known_series_ = false;           ///< whether the series of one device are remembered
   std::int64_t known_device_ = 0;
   std::vector<CSeries> known_series_;
 };
