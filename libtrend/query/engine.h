@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "libtrend/progress.h"
 #include "libtrend/records.h"
 
 namespace toolkit::trend {
@@ -83,6 +84,12 @@ class LogReader {
   /// `params` and before the query ends. Returns null on failure.
   [[nodiscard]] virtual std::unique_ptr<SeriesCursor> make_cursor(
       const CSeries& series, const std::vector<CParamProperties>& params, bool ascending) = 0;
+
+  /// Appends the damage that queries have left out so far; none if they fail at damage.
+  virtual void get_damage(std::vector<CDamage>& damage) const = 0;
+  /// See the functions of `CLog` with the same names. Return false on failure.
+  [[nodiscard]] virtual bool check(std::vector<CDamage>& damage, const Progress& progress) = 0;
+  [[nodiscard]] virtual bool backup(const std::string& path, const Progress& progress) = 0;
 
   /// Why the last call that failed did.
   [[nodiscard]] const std::string& error() const { return error_; }
