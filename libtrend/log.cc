@@ -91,6 +91,17 @@ int CLog::get_periods(std::vector<CPeriodProperties>& periods) {
   return connection_->run(periods, [&](LogReader& reader) { return reader.get_periods(periods); });
 }
 
+int CLog::get_series(const CDeviceProperties& device, std::vector<CSeriesSummary>& series) {
+  if (!is_open()) return -1;
+  return connection_->run(series, [&](LogReader& reader) {
+    std::vector<CSeries> found;
+    return reader.get_series(device, found) &&
+           std::all_of(found.begin(), found.end(), [&](const CSeries& one) {
+             return reader.summarize(one, series.emplace_back());
+           });
+  });
+}
+
 int CLog::get_trend_data(CDeviceData& result, const CDeviceParams& device,
                          const std::vector<CPeriodProperties>& periods,
                          const std::pair<long, long>& range, unsigned count, unsigned offset,
@@ -119,13 +130,13 @@ int CLog::get_damage(std::vector<CDamage>& damage) {
   return 0;
 }
 
-int CLog::check(std::vector<CDamage>& damage, const Progress& progress) {
+int CLog::check(std::vector<CDamage>& damage, const ReportProgress& progress) {
   if (!is_open()) return -1;
   return connection_->run(damage,
                           [&](LogReader& reader) { return reader.check(damage, progress); });
 }
 
-int CLog::backup(const std::string& path, const Progress& progress) {
+int CLog::backup(const std::string& path, const ReportProgress& progress) {
   if (!is_open()) return -1;
   std::vector<CDamage> nothing;
   bool is_done = false;

@@ -56,8 +56,9 @@ class __attribute__((visibility("default"))) CLog {
 
   /// Opens the trend database at `path` for reading, even if it is damaged, for example cut off.
   /// Queries then leave out what they can't read, and `get_damage` tells what that was. A row that
-  /// has a checksum is never returned with wrong values. Fails like `open` if not even the tables
-  /// can be found.
+  /// has a checksum is never returned with wrong values, unless the catalogue is damaged, which
+  /// says whose values they are. `get_series` still fails at damage. Fails like `open` if not even
+  /// the tables can be found.
   [[nodiscard]] int open_damaged(const std::string& path, const OpenOptions& options);
 
   /// Ends the connection for this handle and all its copies.
@@ -73,6 +74,12 @@ class __attribute__((visibility("default"))) CLog {
 
   /// Appends the distinct intervals of the log to `periods`, the smallest first.
   [[nodiscard]] int get_periods(std::vector<CPeriodProperties>& periods);
+
+  /// Appends a summary of each series of `device`, a record that `get_devices` returned, to
+  /// `series`, the shortest interval first. It does not read the rows that are in blocks, so it is
+  /// fast, and does not notice all damage to them.
+  [[nodiscard]] int get_series(const CDeviceProperties& device,
+                               std::vector<CSeriesSummary>& series);
 
   /// Reads rows of one device, each with one sample per entry of `device.params`, and appends them
   /// to `result.snapshots`.
@@ -104,14 +111,14 @@ class __attribute__((visibility("default"))) CLog {
   /// database can be trusted. Not more than the first 1,000 parts are told. Works best after
   /// `open_damaged`, as `open` refuses a database with some kinds of damage. `progress` counts
   /// rows; the total is not known in a database of version 1. Fails if `progress` ended it.
-  [[nodiscard]] int check(std::vector<CDamage>& damage, const Progress& progress = {});
+  [[nodiscard]] int check(std::vector<CDamage>& damage, const ReportProgress& progress = {});
 
   /// Copies the database into a new file `path`, while others may record. The copy is one state of
   /// the database: transactions that are committed later are not in it. It is checked as `check`
   /// does before it gets its name, so a file `path` is always complete. Fails if the database is
   /// damaged, if there is a file of that name, or if `progress` ended it; no new file is then left.
   /// `progress` counts pages, each of them twice: when it is copied and when it is checked.
-  [[nodiscard]] int backup(const std::string& path, const Progress& progress = {});
+  [[nodiscard]] int backup(const std::string& path, const ReportProgress& progress = {});
 
   /// Returns why the last failed call on this handle or a copy failed, as a text without a line
   /// feed.

@@ -79,4 +79,13 @@ struct CDamage {
   std::string text;           ///< what is wrong, in words, without a line feed
 };
 
+/// What one series of a device holds.
+struct CSeriesSummary {
+  std::uint32_t minutes = 0;    ///< the length of its intervals
+  std::uint64_t rows = 0;       ///< also those that a query over several intervals leaves out
+  std::int64_t first_time = 0;  ///< the timestamp of its first row; 0 if there are no rows
+  std::int64_t last_time = 0;   ///< the timestamp of its last row, likewise
+  std::uint64_t bytes = 0;      ///< that the rows take, without what SQLite adds to find them
+};
+
 }  // namespace toolkit::trend

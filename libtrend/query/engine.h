@@ -80,6 +80,9 @@ class LogReader {
   [[nodiscard]] virtual bool get_series(const CDeviceProperties& device,
                                         std::vector<CSeries>& series) = 0;
 
+  /// Sets `summary` to that of `series`. Returns false on failure.
+  [[nodiscard]] virtual bool summarize(const CSeries& series, CSeriesSummary& summary) = 0;
+
   /// Makes a cursor over `series` that decodes the values of `params`. It must be destroyed before
   /// `params` and before the query ends. Returns null on failure.
   [[nodiscard]] virtual std::unique_ptr<SeriesCursor> make_cursor(
@@ -88,8 +91,9 @@ class LogReader {
   /// Appends the damage that queries have left out so far; none if they fail at damage.
   virtual void get_damage(std::vector<CDamage>& damage) const = 0;
   /// See the functions of `CLog` with the same names. Return false on failure.
-  [[nodiscard]] virtual bool check(std::vector<CDamage>& damage, const Progress& progress) = 0;
-  [[nodiscard]] virtual bool backup(const std::string& path, const Progress& progress) = 0;
+  [[nodiscard]] virtual bool check(std::vector<CDamage>& damage,
+                                   const ReportProgress& progress) = 0;
+  [[nodiscard]] virtual bool backup(const std::string& path, const ReportProgress& progress) = 0;
 
   /// Why the last call that failed did.
   [[nodiscard]] const std::string& error() const { return error_; }

@@ -33,7 +33,7 @@ struct BackupFinisher {
 
 /// Copies all pages into the empty file `name`. `progress` counts them twice, as they are read
 /// again afterwards.
-bool copy_pages(sqlite3* db, const std::string& name, const Progress& progress,
+bool copy_pages(sqlite3* db, const std::string& name, const ReportProgress& progress,
                 std::uint64_t& pages, std::string& error) {
   constexpr int PAGES_AT_ONCE = 256;
   Database copy;
@@ -56,11 +56,11 @@ bool copy_pages(sqlite3* db, const std::string& name, const Progress& progress,
 }
 
 /// Checks the copy of a database of so many pages.
-bool check_copy(const std::string& name, std::uint64_t pages, const Progress& progress,
+bool check_copy(const std::string& name, std::uint64_t pages, const ReportProgress& progress,
                 std::string& error) {
   const std::unique_ptr<SqliteReader> reader = SqliteReader::open(name, {}, error);
   if (!reader) return fail("the copy can't be read: " + error, error);
-  const Progress check_progress = [&](std::uint64_t rows, std::uint64_t total) {
+  const ReportProgress check_progress = [&](std::uint64_t rows, std::uint64_t total) {
     const auto share = total == 0 ? 0 : static_cast<double>(rows) / static_cast<double>(total);
     const auto done = static_cast<std::uint64_t>(share * static_cast<double>(pages));
     return !progress || progress(pages + std::min(done, pages), 2 * pages);
@@ -76,7 +76,8 @@ bool check_copy(const std::string& name, std::uint64_t pages, const Progress& pr
 
 }  // namespace
 
-bool back_up(sqlite3* db, const std::string& path, const Progress& progress, std::string& error) {
+bool back_up(sqlite3* db, const std::string& path, const ReportProgress& progress,
+             std::string& error) {
   const std::string place = resolve(path);
   if (place.empty()) return fail("its path can't be resolved", error);
   // SQLite would apply a log or journal that another database left there to the copy.

@@ -46,7 +46,7 @@ class Backup : public testing::Test {
     ASSERT_EQ(recorder_.commit(), 0) << recorder_.error();
   }
 
-  int back_up(const Progress& progress = {}) {
+  int back_up(const ReportProgress& progress = {}) {
     CLog log;
     const int status = log.open(path_, {}) == 0 ? log.backup(copy_, progress) : -1;
     error_ = log.error();

@@ -26,7 +26,7 @@ struct IdRange {
 
 class DatabaseCheck {
  public:
-  DatabaseCheck(sqlite3* db, std::int64_t version, const Progress& progress)
+  DatabaseCheck(sqlite3* db, std::int64_t version, const ReportProgress& progress)
       : db_(db),
         has_blocks_(version != ROWS_ONLY_VERSION),
         version_(version),
@@ -79,7 +79,7 @@ class DatabaseCheck {
   sqlite3* db_;
   bool has_blocks_;
   std::int64_t version_;
-  const Progress& progress_;
+  const ReportProgress& progress_;
   RemainsFinder finder_;
   BlockTable blocks_;
   DamageList found_;
@@ -229,7 +229,7 @@ bool DatabaseCheck::read_all(const CSeries& series, bool ascending, RowTable& ro
 
 }  // namespace
 
-bool check_database(sqlite3* db, std::int64_t version, const Progress& progress,
+bool check_database(sqlite3* db, std::int64_t version, const ReportProgress& progress,
                     std::vector<CDamage>& damage, std::string& error) {
   constexpr std::size_t MOST = 1000;
   DatabaseCheck check(db, version, progress);

@@ -55,6 +55,7 @@ bool SqliteReader::connect() {
   blocks_.reset();
   damaged_.reset();
   damage_.clear();
+  counter_.reset();
   // The old connection is closed last: its lock keeps the log of a writer who came from being
   // deleted before the new connection uses it.
   std::swap(db_, db);
@@ -93,6 +94,7 @@ bool SqliteReader::prepare_version(std::int64_t version) {
   rows_.reset();
   blocks_.reset();
   damaged_.reset();
+  counter_.reset();
   if (!is_known_version(version, error_)) return false;
   if (mode_ == Mode::SKIP_DAMAGED) {
     damaged_ = std::make_unique<DamagedReader>(db_.get(), version, damage_, error_);
@@ -251,6 +253,14 @@ bool SqliteReader::find_series(std::int64_t device_id, std::vector<CSeries>& ser
   });
 }
 
+bool SqliteReader::summarize(const CSeries& series, CSeriesSummary& summary) {
+  if (!counter_)
+    counter_ = std::make_unique<SeriesCounter>(db_.get(), version_ != ROWS_ONLY_VERSION);
+  if (*counter_) return counter_->count(series, summary, error_);
+  counter_.reset();
+  return fail_with_database_error();
+}
+
 std::unique_ptr<SeriesCursor> SqliteReader::make_cursor(const CSeries& series,
                                                         const std::vector<CParamProperties>& params,
                                                         bool ascending) {
@@ -269,7 +279,7 @@ void SqliteReader::get_damage(std::vector<CDamage>& damage) const {
   damage.insert(damage.end(), damage_.begin(), damage_.end());
 }
 
-bool SqliteReader::check(std::vector<CDamage>& damage, const Progress& progress) {
+bool SqliteReader::check(std::vector<CDamage>& damage, const ReportProgress& progress) {
   if (mode_ == Mode::SKIP_DAMAGED) {
     // This connection bears what others refuse.
     std::string reason;
@@ -280,7 +290,7 @@ bool SqliteReader::check(std::vector<CDamage>& damage, const Progress& progress)
   return check_database(db_.get(), version_, progress, damage, error_);
 }
 
-bool SqliteReader::backup(const std::string& path, const Progress& progress) {
+bool SqliteReader::backup(const std::string& path, const ReportProgress& progress) {
   return back_up(db_.get(), path, progress, error_);
 }
 

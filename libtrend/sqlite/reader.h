@@ -13,6 +13,7 @@
 #include "libtrend/sqlite/damaged_reader.h"
 #include "libtrend/sqlite/database.h"
 #include "libtrend/sqlite/row_cursor.h"
+#include "libtrend/sqlite/series_counter.h"
 #include "libtrend/sqlite/statement.h"
 
 namespace toolkit::trend {
@@ -37,11 +38,12 @@ class SqliteReader : public LogReader {
   [[nodiscard]] bool get_periods(std::vector<CPeriodProperties>& periods) override;
   [[nodiscard]] bool get_series(const CDeviceProperties& device,
                                 std::vector<CSeries>& series) override;
+  [[nodiscard]] bool summarize(const CSeries& series, CSeriesSummary& summary) override;
   [[nodiscard]] std::unique_ptr<SeriesCursor> make_cursor(
       const CSeries& series, const std::vector<CParamProperties>& params, bool ascending) override;
   void get_damage(std::vector<CDamage>& damage) const override;
-  [[nodiscard]] bool check(std::vector<CDamage>& damage, const Progress& progress) override;
-  [[nodiscard]] bool backup(const std::string& path, const Progress& progress) override;
+  [[nodiscard]] bool check(std::vector<CDamage>& damage, const ReportProgress& progress) override;
+  [[nodiscard]] bool backup(const std::string& path, const ReportProgress& progress) override;
 
  private:
   enum class Mode { STRICT, SKIP_DAMAGED };
@@ -80,6 +82,7 @@ class SqliteReader : public LogReader {
   std::unique_ptr<RowTable> rows_;  ///< version 1
   std::unique_ptr<BlockReader> blocks_;     ///< version 2
   std::unique_ptr<DamagedReader> damaged_;  ///< in their place, for any version
+  std::unique_ptr<SeriesCounter> counter_;  ///< made when it is needed
   bool has_known_series_ = false;           ///< whether the series of one device are remembered
   std::int64_t known_device_ = 0;
   std::vector<CSeries> known_series_;

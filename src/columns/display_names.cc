@@ -30,25 +30,18 @@ std::vector<std::string> split_levels(const std::string& path) {
 }
 
 /// Sets the display text of every leaf of `leaves`, whose paths start with `folder`. For a leaf
-/// that the CDS does not have, or that is not a text, it is the path of the leaf's level. Returns
-/// 0, or 1 after a message.
-int fetch_leaves(const std::string& folder, LeafTable& leaves) {
+/// that the CDS does not have, or that is not a text, it is the path of the leaf's level.
+DisplayNames read_leaves(const std::string& folder, LeafTable& leaves) {
   std::vector<std::string> paths;
   paths.reserve(leaves.size());
   for (const auto& [path, text] : leaves) paths.push_back(path);
 
   toolkit::CCds cds(1);
-  if (cds.handle() == nullptr) {
-    std::fputs("Error: can't connect to CDS\n", stderr);
-    return 1;
-  }
+  if (cds.handle() == nullptr) return DisplayNames::NO_CONNECTION;
   std::vector<toolkit::api_status_t> statuses;
   std::vector<CElement> elements;
   std::vector<toolkit::element_property_t> properties;
-  if (cds.get_leaves(paths, statuses, elements, properties) != 0) {
-    std::fputs("Warning: can't fetch display names\n", stderr);
-    return 1;
-  }
+  if (cds.get_leaves(paths, statuses, elements, properties) != 0) return DisplayNames::NOT_READ;
   std::size_t index = 0;
   for (auto& [path, text] : leaves) {
     if (statuses[index] == toolkit::API_STATUS_OK &&
@@ -59,24 +52,26 @@ int fetch_leaves(const std::string& folder, LeafTable& leaves) {
     }
     ++index;
   }
-  return 0;
+  return DisplayNames::FOUND;
 }
 
 }  // namespace
 
-int fetch_display_names(DumpContext& context, std::vector<std::string>& names) {
+DisplayNames read_display_names(const toolkit::trend::CDeviceParams& selection,
+                                std::vector<std::string>& names) {
   names.clear();
-  const std::string folder = context.device_params.device.path + "/";
+  const std::string folder = selection.device.path + "/";
   LeafTable leaves;
   std::vector<std::vector<std::string>> leaf_paths;
-  for (const auto& param : context.device_params.params) {
+  for (const auto& param : selection.params) {
     leaf_paths.push_back(split_levels(param.path));
     for (std::string& level : leaf_paths.back()) {
       level.insert(0, folder).append(LEAF_NAME);
       leaves.try_emplace(level);
     }
   }
-  if (fetch_leaves(folder, leaves) != 0) return 1;
+  const DisplayNames result = read_leaves(folder, leaves);
+  if (result != DisplayNames::FOUND) return result;
   // Deliberate: a comma in a display text stays, although no field of the output is quoted.
   for (const std::vector<std::string>& levels : leaf_paths) {
     std::string& name = names.emplace_back();
@@ -86,5 +81,19 @@ int fetch_display_names(DumpContext& context, std::vector<std::string>& names) {
       name += text;
     }
   }
-  return 0;
+  return DisplayNames::FOUND;
+}
+
+int fetch_display_names(DumpContext& context, std::vector<std::string>& names) {
+  switch (read_display_names(context.device_params, names)) {
+    case DisplayNames::FOUND:
+      return 0;
+    case DisplayNames::NO_CONNECTION:
+      std::fputs("Error: can't connect to CDS\n", stderr);
+      break;
+    case DisplayNames::NOT_READ:
+      std::fputs("Warning: can't fetch display names\n", stderr);
+      break;
+  }
+  return 1;
 }

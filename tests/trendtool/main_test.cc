@@ -1,0 +1,74 @@
+// The command line of trendtool: what all its subcommands have in common.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/process.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+ProcessResult trendtool(const std::vector<std::string>& arguments) {
+  return run_tool("trendtool", arguments);
+}
+
+TEST(Trendtool, PrintsItsVersion) {
+  const ProcessResult result = trendtool({"--version"});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_THAT(result.out, StartsWith("trendtool 2."));
+  EXPECT_EQ(result.err, "");
+}
+
+TEST(Trendtool, ListsItsSubcommands) {
+  const ProcessResult result = trendtool({"--help"});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_THAT(result.out, HasSubstr("\n  list "));
+  EXPECT_EQ(result.err, "");
+}
+
+TEST(Trendtool, ShowsTheOptionsOfASubcommandWithExamples) {
+  for (const char* name : {"list"}) {
+    const ProcessResult result = trendtool({name, "--help"});
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_THAT(result.out, HasSubstr("-x,--database FILE"));
+    EXPECT_THAT(result.out, HasSubstr("Examples:\n  trendtool " + std::string(name) + " -x "));
+    EXPECT_EQ(result.err, "");
+  }
+}
+
+TEST(Trendtool, RefusesAWrongCommandLineWithStatus2) {
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
+      {{}, "A subcommand is required; see 'trendtool --help'"},
+      {{"lst", "-x", "a.db"}, "'lst' is not a subcommand; see 'trendtool --help'"},
+      {{"list"}, "--database is required; see 'trendtool list --help'"},
+      {{"list", "-x"}, "--database: 1 required FILE missing; see 'trendtool list --help'"},
+      {{"list", "-x", "a.db", "--what"},
+       "The following argument was not expected: --what; see 'trendtool list --help'"},
+      {{"list", "-x", "a.db", "--format", "xml"},
+       "--format: 'xml' is not one of csv, json, table; see 'trendtool list --help'"}};
+  for (const auto& [arguments, message] : cases) {
+    const ProcessResult result = trendtool(arguments);
+    EXPECT_EQ(result.exit_status, 2) << message;
+    EXPECT_EQ(result.out, "") << message;
+    EXPECT_EQ(result.err, "trendtool: " + message + "\n");
+  }
+}
+
+TEST(Trendtool, SaysThatADatabaseIsMissing) {
+  const ProcessResult result = trendtool({"list", "-x", "/nonexistent/a.db"});
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err,
+            "trendtool: can't open the database '/nonexistent/a.db': No such file or directory\n");
+}
+
+TEST(Trendtool, FailsIfHelpCantBeWritten) {
+  std::vector<std::string> command = {"/bin/sh", "-c", "exec \"$@\" >/dev/full", "sh"};
+  for (const std::string& word : tool_command("trendtool")) command.push_back(word);
+  command.push_back("--help");
+  const ProcessResult result = run_process(command);
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendtool: can't write standard output: No space left on device\n");
+}
+
+}  // namespace

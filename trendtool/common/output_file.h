@@ -1,0 +1,67 @@
+// Where a subcommand writes its result.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// A file that appears when it is complete, or standard output.
+///
+/// A regular file is written under another name in the same folder, and `finish` renames it. If the
+/// program ends before that, also by SIGINT, SIGTERM or SIGHUP, the other file is removed, and the
+/// wanted one is as it was. Anything else, like a pipe or a device, is written directly. There must
+/// be only one of these objects at a time.
+///
+/// Functions that return a bool return false on failure, and `error` then says why.
+class OutputFile {
+ public:
+  OutputFile() = default;
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  /// Opens the file at `path`, or standard output if `path` is empty. Fails if it is a file of the
+  /// database at `db_path`.
+  [[nodiscard]] bool open(const std::string& path, const std::string& db_path);
+
+  /// Adds `text` to the file. It is kept in memory until there is more of it.
+  [[nodiscard]] bool write(std::string_view text) {
+    if (text.size() > buffer_.size() - used_) return write_more(text);
+    text.copy(buffer_.data() + used_, text.size());
+    used_ += text.size();
+    return true;
+  }
+
+  /// Writes what is still in memory.
+  [[nodiscard]] bool flush();
+
+  /// Completes the file: writes, closes and renames it. No other function may follow.
+  [[nodiscard]] bool finish();
+
+  /// The name under which the file is written until `finish`: for other writers than this object.
+  /// It is the wanted name if the file is written directly, and empty for standard output.
+  [[nodiscard]] const std::string& written_path() const { return written_path_; }
+
+  /// Why the last call that failed did, with the name of the file.
+  [[nodiscard]] const std::string& error() const { return error_; }
+
+ private:
+  [[nodiscard]] bool open_beside(unsigned permissions);
+  [[nodiscard]] bool open_directly(const std::string& path);
+  [[nodiscard]] bool write_more(std::string_view text);
+  [[nodiscard]] bool write_all(std::string_view text);
+  bool fail(const std::string& what, int error_number);
+  bool fail_to_write(int error_number);
+
+  std::string name_;          ///< for messages
+  std::string wanted_path_;   ///< the final name, links followed
+  std::string written_path_;  ///< differs from `wanted_path_` if the file is to be renamed
+  int file_ = -1;
+  bool is_temporary_ = false;
+  std::vector<char> buffer_ = std::vector<char>(BUFFER_SIZE);
+  std::size_t used_ = 0;
+  std::string error_;
+
+  static constexpr std::size_t BUFFER_SIZE = std::size_t{64} * 1024;
+};

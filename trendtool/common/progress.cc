@@ -1,0 +1,31 @@
+#include "trendtool/common/progress.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace {
+
+/// Goes to the start of the line and removes what is on it.
+constexpr const char* NEW_LINE = "\r\033[K";
+
+}  // namespace
+
+Progress::Progress() : is_terminal_(isatty(STDERR_FILENO) == 1) {}
+
+Progress::~Progress() {
+  if (is_shown_) std::fputs(NEW_LINE, stderr);
+}
+
+void Progress::show(std::uint64_t rows, double share) {
+  if (!is_terminal_) return;
+  const Clock::time_point now = Clock::now();
+  if (now < next_) return;
+  constexpr auto PAUSE = std::chrono::milliseconds(200);
+  next_ = now + PAUSE;
+  const double seconds = std::chrono::duration<double>(now - start_).count();
+  std::fprintf(stderr, "%strendtool: %llu rows", NEW_LINE, static_cast<unsigned long long>(rows));
+  if (share >= 0) std::fprintf(stderr, ", %.0f %%", share * 100);
+  std::fprintf(stderr, ", %.0f rows/s", static_cast<double>(rows) / seconds);
+  is_shown_ = true;
+}

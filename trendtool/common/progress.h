@@ -1,0 +1,27 @@
+// How far a long piece of work has come.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+/// Shows progress on one line of standard error, if that is a terminal and the work takes longer
+/// than a second. The destructor removes the line.
+class Progress {
+ public:
+  Progress();
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  /// Notes that `rows` rows are done, which are the share `share` of the work, from 0 to 1; below 0
+  /// if that is not known. May be called for every chunk of rows: it seldom prints.
+  void show(std::uint64_t rows, double share);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  bool is_terminal_;
+  bool is_shown_ = false;
+  Clock::time_point start_ = Clock::now();
+  Clock::time_point next_ = start_ + std::chrono::seconds(1);
+};

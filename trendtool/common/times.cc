@@ -1,0 +1,214 @@
+#include "trendtool/common/times.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <system_error>
+
+#include "text/csv.h"
+
+namespace {
+
+constexpr std::int64_t MINUTE = 60;
+constexpr std::int64_t HOUR = 60 * MINUTE;
+constexpr std::int64_t DAY = 24 * HOUR;
+
+/// What is left of a text that is read from its start.
+class Rest {
+ public:
+  explicit Rest(std::string_view text) : text_(text) {}
+
+  [[nodiscard]] bool is_empty() const { return text_.empty(); }
+  /// Takes one character of `wanted`. Returns it, or 0 if the text does not start with one.
+  char take(std::string_view wanted) {
+    if (text_.empty() || wanted.find(text_.front()) == wanted.npos) return 0;
+    const char c = text_.front();
+    text_.remove_prefix(1);
+    return c;
+  }
+  /// Takes a number of exactly `size` digits. Returns false if there is none.
+  bool take_number(std::size_t size, int& number) {
+    if (text_.size() < size) return false;
+    const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+    if (!std::all_of(text_.begin(), text_.begin() + static_cast<std::ptrdiff_t>(size), is_digit)) {
+      return false;
+    }
+    std::from_chars(text_.data(), text_.data() + size, number);
+    text_.remove_prefix(size);
+    return true;
+  }
+
+ private:
+  std::string_view text_;
+};
+
+/// A date and time of day as a clock shows it.
+struct WallTime {
+  std::int64_t seconds = 0;            ///< since the epoch, for a clock in UTC
+  std::optional<std::int64_t> offset;  ///< of the clock from UTC, where the text says it
+};
+
+bool read_date(Rest& rest, WallTime& wall) {
+  int year = 0;
+  int month = 0;
+  int day = 0;
+  if (!rest.take_number(4, year) || rest.take("-") == 0 || !rest.take_number(2, month) ||
+      rest.take("-") == 0 || !rest.take_number(2, day)) {
+    return false;
+  }
+  const std::chrono::year_month_day date(std::chrono::year(year),
+                                         std::chrono::month(static_cast<unsigned>(month)),
+                                         std::chrono::day(static_cast<unsigned>(day)));
+  wall.seconds = DAY * std::chrono::sys_days(date).time_since_epoch().count();
+  return date.ok();
+}
+
+bool read_time_of_day(Rest& rest, WallTime& wall) {
+  int hour = 0;
+  int minute = 0;
+  int second = 0;
+  if (!rest.take_number(2, hour) || rest.take(":") == 0 || !rest.take_number(2, minute) ||
+      (rest.take(":") != 0 && !rest.take_number(2, second))) {
+    return false;
+  }
+  wall.seconds += HOUR * hour + MINUTE * minute + second;
+  return hour < 24 && minute < 60 && second < 60;
+}
+
+bool read_offset(Rest& rest, WallTime& wall) {
+  if (rest.is_empty()) return true;
+  if (rest.take("Zz") != 0) {
+    wall.offset = 0;
+    return true;
+  }
+  const char sign = rest.take("+-");
+  int hour = 0;
+  int minute = 0;
+  if (sign == 0 || !rest.take_number(2, hour)) return false;
+  rest.take(":");
+  if (!rest.is_empty() && !rest.take_number(2, minute)) return false;
+  wall.offset = (sign == '-' ? -1 : 1) * (HOUR * hour + MINUTE * minute);
+  return hour < 24 && minute < 60;
+}
+
+bool read_iso_8601(std::string_view text, WallTime& wall) {
+  Rest rest(text);
+  if (!read_date(rest, wall)) return false;
+  if (rest.is_empty()) return true;
+  return rest.take("Tt ") != 0 && read_time_of_day(rest, wall) && read_offset(rest, wall) &&
+         rest.is_empty();
+}
+
+bool read_whole_number(std::string_view text, std::int64_t& number) {
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && stop == text.data() + text.size();
+}
+
+/// Reads the part of "-7d" after the sign: how many seconds before now.
+bool read_age(std::string_view text, std::int64_t& age) {
+  constexpr std::int64_t LONGEST = std::int64_t{1} << 40;
+  if (text.size() < 2 || text.front() == '-') return false;
+  std::int64_t unit = 0;
+  switch (text.back()) {
+    case 's':
+      unit = 1;
+      break;
+    case 'm':
+      unit = MINUTE;
+      break;
+    case 'h':
+      unit = HOUR;
+      break;
+    case 'd':
+      unit = DAY;
+      break;
+    case 'w':
+      unit = 7 * DAY;
+      break;
+    default:
+      return false;
+  }
+  if (!read_whole_number(text.substr(0, text.size() - 1), age) || age > LONGEST) return false;
+  age *= unit;
+  return true;
+}
+
+bool fits(std::int64_t time) {
+  return time >= std::numeric_limits<std::time_t>::min() &&
+         time <= std::numeric_limits<std::time_t>::max();
+}
+
+/// Finds the time at which a local clock shows `wall`. Returns nothing if none does.
+std::optional<std::int64_t> find_local_time(std::int64_t wall, Bound bound) {
+  std::optional<std::int64_t> found;
+  // The offsets a day before and a day after are those before and after a change of the clock.
+  for (const std::int64_t near : {wall - DAY, wall + DAY}) {
+    if (!fits(near)) continue;
+    const auto near_time = static_cast<std::time_t>(near);
+    std::tm there = {};
+    if (localtime_r(&near_time, &there) == nullptr || !fits(wall - there.tm_gmtoff)) continue;
+    const auto time = static_cast<std::time_t>(wall - there.tm_gmtoff);
+    std::tm shown = {};
+    if (localtime_r(&time, &shown) == nullptr || std::int64_t{time} + shown.tm_gmtoff != wall) {
+      continue;
+    }
+    const bool is_better = !found || (bound == Bound::START ? time < *found : time > *found);
+    if (is_better) found = time;
+  }
+  return found;
+}
+
+}  // namespace
+
+std::string read_time(std::string_view text, Bound bound, bool use_utc, std::time_t now,
+                      std::time_t& time) {
+  std::int64_t seconds = 0;
+  std::int64_t age = 0;
+  WallTime wall;
+  if (text == "now") {
+    seconds = now;
+  } else if (text.starts_with('@') && read_whole_number(text.substr(1), seconds)) {
+    // That is the time.
+  } else if (text.starts_with('-') && read_age(text.substr(1), age)) {
+    seconds = now - age;
+  } else if (!read_iso_8601(text, wall)) {
+    return quote(text) +
+           " is not a time; use 2010-11-01, 2010-11-01T12:30, 2010-11-01T12:30:00Z, @1288614600, "
+           "-7d, -12h or now";
+  } else if (use_utc || wall.offset) {
+    seconds = wall.seconds - wall.offset.value_or(0);
+  } else {
+    const std::optional<std::int64_t> found = find_local_time(wall.seconds, bound);
+    if (!found) {
+      return quote(text) + " does not exist in this time zone; the clock skips it";
+    }
+    seconds = *found;
+  }
+  if (!fits(seconds)) return quote(text) + " is a time that this system can't represent";
+  time = static_cast<std::time_t>(seconds);
+  return "";
+}
+
+std::string read_range(const std::string& start, const std::string& end, bool use_utc,
+                       std::pair<long, long>& range) {
+  const std::time_t now = std::time(nullptr);
+  const auto read = [&](const std::string& text, Bound bound, long& time) -> std::string {
+    constexpr long NO_BOUND = -1;
+    time = NO_BOUND;
+    if (text.empty()) return "";
+    std::time_t seconds = 0;
+    std::string wrong = read_time(text, bound, use_utc, now, seconds);
+    // No row is earlier than the epoch, and -1 stands for no bound.
+    if (wrong.empty()) time = std::max(static_cast<long>(seconds), 0L);
+    return wrong;
+  };
+  std::string wrong = read(start, Bound::START, range.first);
+  if (wrong.empty()) wrong = read(end, Bound::END, range.second);
+  if (wrong.empty() && !start.empty() && !end.empty() && range.second < range.first) {
+    wrong = "the end " + quote(end) + " is before the start " + quote(start);
+  }
+  return wrong;
+}

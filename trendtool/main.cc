@@ -1,0 +1,63 @@
+// trendtool: shows, exports and loads what is in a trend database, by subcommands.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "cli/standard_streams.h"
+#include "text/csv.h"
+#include "trendtool/common/command.h"
+#include "trendtool/common/messages.h"
+#include "trendtool/common/output_file.h"
+#include "trendtool/list/command.h"
+
+namespace {
+
+/// Writes `text` to standard output. Returns the exit status.
+int print(const std::string& text) {
+  OutputFile out;
+  return out.open("", "") && out.write(text) && out.finish() ? SUCCESS : fail(out.error());
+}
+
+/// Says what is wrong with the command line, and where to look. Returns the exit status.
+int refuse(const CLI::App& app, const CLI::ParseError& error) {
+  const auto chosen = app.get_subcommands();
+  if (chosen.empty() && !app.remaining().empty()) {
+    return refuse_usage(quote(app.remaining().front()) +
+                        " is not a subcommand; see 'trendtool --help'");
+  }
+  const std::string name = chosen.empty() ? "" : " " + chosen.front()->get_name();
+  return refuse_usage(std::string(error.what()) + "; see 'trendtool" + name + " --help'");
+}
+
+int run_trendtool(int argc, char** argv) {
+  CLI::App app("Shows, exports and loads what is in a trend database.", "trendtool");
+  app.set_version_flag("--version", "trendtool " TRENDTOOL_VERSION);
+  app.require_subcommand(1);
+  app.get_formatter()->column_width(34);
+  Action action;
+  add_list_command(app, action);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp&) {
+    return print(app.help());
+  } catch (const CLI::CallForVersion& version) {
+    return print(std::string(version.what()) + "\n");
+  } catch (const CLI::ParseError& error) {
+    return refuse(app, error);
+  }
+  return action();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  fill_closed_standard_streams();
+  try {
+    return run_trendtool(argc, argv);
+  } catch (const std::exception&) {
+    // Only a failed allocation throws.
+    std::fputs("trendtool: out of memory\n", stderr);
+    return FAILURE;
+  }
+}
