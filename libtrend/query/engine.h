@@ -124,6 +124,9 @@ class LogWriter {
   [[nodiscard]] virtual bool append(const CSeries& series, std::int64_t timestamp,
                                     double valid_ratio, std::span<const double> slots) = 0;
   [[nodiscard]] virtual bool purge(const CSeries& series, std::int64_t before) = 0;
+  [[nodiscard]] virtual bool remove_row(const CSeries& series, std::int64_t timestamp) = 0;
+  [[nodiscard]] virtual bool remove_series(const CSeries& series) = 0;
+  [[nodiscard]] virtual bool remove_device(const CDeviceProperties& device) = 0;
 
   /// Why the last call that failed did.
   [[nodiscard]] const std::string& error() const { return error_; }
