@@ -6,11 +6,14 @@
 
 #include "cli/standard_streams.h"
 #include "text/csv.h"
+#include "trendtool/backup/command.h"
+#include "trendtool/check/command.h"
 #include "trendtool/common/command.h"
 #include "trendtool/common/messages.h"
 #include "trendtool/common/output_file.h"
 #include "trendtool/export/command.h"
 #include "trendtool/list/command.h"
+#include "trendtool/remove/command.h"
 
 namespace {
 
@@ -32,13 +35,16 @@ int refuse(const CLI::App& app, const CLI::ParseError& error) {
 }
 
 int run_trendtool(int argc, char** argv) {
-  CLI::App app("Shows, exports and loads what is in a trend database.", "trendtool");
+  CLI::App app("Shows, exports, checks, copies and removes what is in a trend database.", "trendtool");
   app.set_version_flag("--version", "trendtool " TRENDTOOL_VERSION);
   app.require_subcommand(1);
   app.get_formatter()->column_width(34);
   Action action;
   add_list_command(app, action);
   add_export_command(app, action);
+  add_check_command(app, action);
+  add_backup_command(app, action);
+  add_remove_command(app, action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {

@@ -280,14 +280,14 @@ void SqliteReader::get_damage(std::vector<CDamage>& damage) const {
 }
 
 bool SqliteReader::check(std::vector<CDamage>& damage, const ReportProgress& progress) {
-  if (mode_ == Mode::SKIP_DAMAGED) {
-    // This connection bears what others refuse.
-    std::string reason;
-    if (!open(path_, options_, reason)) {
-      damage.push_back({.device = "", .param = "", .text = reason});
-    }
-  }
-  return check_database(db_.get(), version_, progress, damage, error_);
+  if (!check_database(db_.get(), version_, progress, damage, error_)) return false;
+  // This connection may bear what others refuse.
+  std::string reason;
+  if (mode_ == Mode::STRICT || open(path_, options_, reason)) return true;
+  const bool is_known = std::any_of(damage.begin(), damage.end(),
+                                    [&](const CDamage& part) { return part.text == reason; });
+  if (!is_known) damage.insert(damage.begin(), CDamage{.device = "", .param = "", .text = reason});
+  return true;
 }
 
 bool SqliteReader::backup(const std::string& path, const ReportProgress& progress) {
