@@ -152,8 +152,9 @@ class Exporter {
       if (out_.has_failed()) return fail(out_.error());
       ++done_;
     }
-    const std::string lost = writer->finish();
+    if (std::string wrong = writer->finish(); !wrong.empty()) return fail(wrong);
     if (!out_.finish()) return fail(out_.error());
+    const std::string lost = writer->describe_loss();
     return lost.empty() ? SUCCESS : fail(lost);
   }
 

@@ -79,7 +79,7 @@ class InfluxWriter : public RowWriter {
     out_.take(end);
   }
 
-  [[nodiscard]] std::string finish() override {
+  [[nodiscard]] std::string describe_loss() const override {
     std::string wrong;
     if (infinities_ > 0) {
       wrong = std::to_string(infinities_) + " infinite values are left out; influx can't hold them";

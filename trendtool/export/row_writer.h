@@ -34,9 +34,11 @@ class RowWriter {
   [[nodiscard]] virtual std::string start_device(const ExportDevice& device) = 0;
   /// Writes one row of the device.
   virtual void write(const toolkit::trend::CSnapshot& row) = 0;
-  /// Writes what is after all rows. What it returns does not make the file worthless: it says what
-  /// the format could not hold.
+  /// Writes what is after all rows.
   [[nodiscard]] virtual std::string finish() { return ""; }
+  /// Says what the format could not hold of the rows, which does not make the file worthless.
+  /// Returns an empty text if that is nothing.
+  [[nodiscard]] virtual std::string describe_loss() const { return ""; }
 };
 
 /// Make the writers. `out` and what `what` refers to must outlive them.
