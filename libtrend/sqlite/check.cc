@@ -136,7 +136,11 @@ void DatabaseCheck::check_block(const CSeries& series, const std::string& device
                    .last = head.last_time,
                    .text = text});
   };
-  const std::int64_t segments = (head.bytes + head.segment_size - 1) / head.segment_size;
+  // A head that somebody made up may have any numbers.
+  constexpr std::int64_t MOST_SEGMENTS = (std::int64_t{1} << SEGMENT_BITS) - 1;
+  const std::int64_t segments =
+      std::min(head.bytes / head.segment_size + (head.bytes % head.segment_size == 0 ? 0 : 1),
+               MOST_SEGMENTS);
   const bool is_new = segments_.emplace(head.number, segments).second;
   if (!is_new || head.number >= next_block_) lose("a block has a number that is not its own");
   std::vector<unsigned char> bytes;

@@ -50,8 +50,9 @@ bool IdWalk::walk(std::int64_t& first, std::int64_t last, const See& see, std::s
   Statement::Step step = row->step();
   for (; step == Statement::Step::ROW; step = row->step()) {
     const std::int64_t id = row->read_id(0);
-    first = std::max(first, id + 1);
     if (!see(id)) return false;
+    if (id == last) return true;
+    first = std::max(first, id + 1);
   }
   if (step == Statement::Step::ERROR) {
     reason = row->error();

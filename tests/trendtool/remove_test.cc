@@ -39,6 +39,7 @@ class TrendtoolRemove : public testing::Test {
                     recorder.append(coarse, 1289998800, 1, {&value, 1}) == 0;
     }
     if (!is_recorded || recorder.commit() != 0) throw std::runtime_error(recorder.error());
+    pump_ = dump("/pump");
   }
 
   ProcessResult remove(std::vector<std::string> more) {
@@ -88,7 +89,7 @@ class TrendtoolRemove : public testing::Test {
 
   TemporaryFolder folder_;
   std::string db_ = folder_.file("trend.db");
-  std::string pump_ = dump("/pump");
+  std::string pump_;  ///< what a dump of the other device prints
 };
 
 TEST_F(TrendtoolRemove, RemovesADevice) {
