@@ -51,6 +51,12 @@ int CLog::open(const std::string& path, const OpenOptions& options) {
   return connection_->reader ? 0 : -1;
 }
 
+int CLog::open_damaged(const std::string& path, const OpenOptions& options) {
+  connection_ = std::make_shared<Connection>();
+  connection_->reader = SqliteReader::open_damaged(path, options, connection_->error);
+  return connection_->reader ? 0 : -1;
+}
+
 int CLog::open(const std::string& path, bool read_only, bool create, unsigned busy_timeout,
                bool exclusive, unsigned page_size, unsigned cache_size, unsigned heap_limit,
                bool traditional_journal) {
@@ -115,6 +121,28 @@ int CLog::get_trend_data(CDeviceData& result, const CDeviceParams& device,
   if (query.earliest > query.latest) return 0;
   return connection_->run(result.snapshots, [&](LogReader& reader) {
     return run_query(reader, query, result.snapshots);
+  });
+}
+
+int CLog::get_damage(std::vector<CDamage>& damage) {
+  if (!is_open()) return -1;
+  connection_->reader->get_damage(damage);
+  return 0;
+}
+
+int CLog::check(std::vector<CDamage>& damage, const ReportProgress& progress) {
+  if (!is_open()) return -1;
+  return connection_->run(damage,
+                          [&](LogReader& reader) { return reader.check(damage, progress); });
+}
+
+int CLog::backup(const std::string& path, const ReportProgress& progress) {
+  if (!is_open()) return -1;
+  std::vector<CDamage> nothing;
+  bool is_done = false;
+  return connection_->run(nothing, [&](LogReader& reader) {
+    is_done = is_done || reader.backup(path, progress);
+    return is_done;
   });
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "libtrend/progress.h"
 #include "libtrend/records.h"
 
 namespace toolkit::trend {
@@ -53,6 +54,13 @@ class __attribute__((visibility("default"))) CLog {
                          unsigned busy_timeout, bool exclusive, unsigned page_size,
                          unsigned cache_size, unsigned heap_limit, bool traditional_journal);
 
+  /// Opens the trend database at `path` for reading, even if it is damaged, for example cut off.
+  /// Queries then leave out what they can't read, and `get_damage` tells what that was. A row that
+  /// has a checksum is never returned with wrong values, unless the catalogue is damaged, which
+  /// says whose values they are. `get_series` still fails at damage. Fails like `open` if not even
+  /// the tables can be found.
+  [[nodiscard]] int open_damaged(const std::string& path, const OpenOptions& options);
+
   /// Ends the connection for this handle and all its copies.
   void close();
 
@@ -90,6 +98,27 @@ class __attribute__((visibility("default"))) CLog {
                                    const std::vector<CPeriodProperties>& periods,
                                    const std::pair<long, long>& range, unsigned count,
                                    unsigned offset, bool ascending, bool reserved);
+
+  /// Appends the damage that the queries since `open_damaged` have met to `damage`, each part once,
+  /// in the order of device, interval and time. Appends nothing if the database was opened by
+  /// `open`: there, a query that meets damage fails.
+  ///
+  /// Rows may be missing in the results of the queries only at the times that are named here. If a
+  /// `param` is named, the rows are there, and only the values of that parameter are missing.
+  [[nodiscard]] int get_damage(std::vector<CDamage>& damage);
+
+  /// Reads the whole database, and appends all damage that is found to `damage`; nothing if the
+  /// database can be trusted. Not more than the first 1,000 parts are told. Works best after
+  /// `open_damaged`, as `open` refuses a database with some kinds of damage. `progress` counts
+  /// rows; the total is not known in a database of version 1. Fails if `progress` ended it.
+  [[nodiscard]] int check(std::vector<CDamage>& damage, const ReportProgress& progress = {});
+
+  /// Copies the database into a new file `path`, while others may record. The copy is one state of
+  /// the database: transactions that are committed later are not in it. It is checked as `check`
+  /// does before it gets its name, so a file `path` is always complete. Fails if the database is
+  /// damaged, if there is a file of that name, or if `progress` ended it; no new file is then left.
+  /// `progress` counts pages, each of them twice: when it is copied and when it is checked.
+  [[nodiscard]] int backup(const std::string& path, const ReportProgress& progress = {});
 
   /// Returns why the last failed call on this handle or a copy failed, as a text without a line
   /// feed.

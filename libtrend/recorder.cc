@@ -84,4 +84,16 @@ int CRecorder::purge(const CSeries& series, std::int64_t before) {
   return is_recording() ? finish(writer_->purge(series, before)) : -1;
 }
 
+int CRecorder::remove_row(const CSeries& series, std::int64_t timestamp) {
+  return is_recording() ? finish(writer_->remove_row(series, timestamp)) : -1;
+}
+
+int CRecorder::remove_series(const CSeries& series) {
+  return is_recording() ? finish(writer_->remove_series(series)) : -1;
+}
+
+int CRecorder::remove_device(const CDeviceProperties& device) {
+  return is_recording() ? finish(writer_->remove_device(device)) : -1;
+}
+
 }  // namespace toolkit::trend

@@ -70,6 +70,20 @@ class __attribute__((visibility("default"))) CRecorder {
   /// in it is used for later rows.
   [[nodiscard]] int purge(const CSeries& series, std::int64_t before);
 
+  /// Removes the row of `series` at `timestamp`, in seconds since the epoch. Fails if there is
+  /// none. A row may be added at that time again.
+  [[nodiscard]] int remove_row(const CSeries& series, std::int64_t timestamp);
+
+  /// Removes `series`, a record that `add_series` has set, with all its rows. Other recorders fail
+  /// if they go on to append to it, and have to call `add_series` again: a series that is added
+  /// later may get the same id.
+  [[nodiscard]] int remove_series(const CSeries& series);
+
+  /// Removes `device`, a record that `add_device` has set or `CLog::get_devices` has returned, with
+  /// its parameters, its series and all their rows. Fails if there is no such device. For other
+  /// recorders, see `remove_series`.
+  [[nodiscard]] int remove_device(const CDeviceProperties& device);
+
   /// Returns why the last call that failed did, in words, without a line feed.
   [[nodiscard]] const std::string& error() const { return error_; }
 

@@ -69,6 +69,16 @@ struct CSeries {
   std::uint32_t minutes = 0;  ///< the length of its intervals
 };
 
+/// A part of a trend database that is damaged.
+struct CDamage {
+  std::string device;         ///< the path of the device; empty if the database as a whole is meant
+  std::uint32_t minutes = 0;  ///< the interval of the series; 0 if no single series is meant
+  std::string param;          ///< whose values are damaged; empty if no single parameter is meant
+  std::int64_t first = 0;     ///< rows from this time, in seconds since the epoch,
+  std::int64_t last = 0;      ///< to this time may be lost; both are 0 if no rows are meant
+  std::string text;           ///< what is wrong, in words, without a line feed
+};
+
 /// What one series of a device holds.
 struct CSeriesSummary {
   std::uint32_t minutes = 0;    ///< the length of its intervals

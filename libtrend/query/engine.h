@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "libtrend/progress.h"
 #include "libtrend/records.h"
 
 namespace toolkit::trend {
@@ -87,6 +88,13 @@ class LogReader {
   [[nodiscard]] virtual std::unique_ptr<SeriesCursor> make_cursor(
       const CSeries& series, const std::vector<CParamProperties>& params, bool ascending) = 0;
 
+  /// Appends the damage that queries have left out so far; none if they fail at damage.
+  virtual void get_damage(std::vector<CDamage>& damage) const = 0;
+  /// See the functions of `CLog` with the same names. Return false on failure.
+  [[nodiscard]] virtual bool check(std::vector<CDamage>& damage,
+                                   const ReportProgress& progress) = 0;
+  [[nodiscard]] virtual bool backup(const std::string& path, const ReportProgress& progress) = 0;
+
   /// Why the last call that failed did.
   [[nodiscard]] const std::string& error() const { return error_; }
 
@@ -116,6 +124,9 @@ class LogWriter {
   [[nodiscard]] virtual bool append(const CSeries& series, std::int64_t timestamp,
                                     double valid_ratio, std::span<const double> slots) = 0;
   [[nodiscard]] virtual bool purge(const CSeries& series, std::int64_t before) = 0;
+  [[nodiscard]] virtual bool remove_row(const CSeries& series, std::int64_t timestamp) = 0;
+  [[nodiscard]] virtual bool remove_series(const CSeries& series) = 0;
+  [[nodiscard]] virtual bool remove_device(const CDeviceProperties& device) = 0;
 
   /// Why the last call that failed did.
   [[nodiscard]] const std::string& error() const { return error_; }

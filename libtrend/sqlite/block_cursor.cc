@@ -31,14 +31,27 @@ bool BlockChain::take(BlockTable::Result result) {
 }
 
 bool BlockChain::go_to(std::int64_t last_time) {
-  return take(table_.find(state_.series_id, last_time, head_, error_));
+  const BlockTable::Result result = table_.find(state_.series_id, last_time, head_, error_);
+  if (remaining_ != nullptr) {
+    // The block before may be one that is left out.
+    const auto& ends = remaining_->ends;
+    const auto here = std::lower_bound(ends.begin(), ends.end(), last_time);
+    head_.previous = here == ends.begin() ? 0 : *(here - 1);
+  }
+  return take(result);
+}
+
+bool BlockChain::go_to_first_from(std::int64_t time) {
+  if (remaining_ == nullptr) return take(table_.find_from(state_.series_id, time, head_, error_));
+  const auto& ends = remaining_->ends;
+  const auto first = std::lower_bound(ends.begin(), ends.end(), time);
+  return first == ends.end() ? fail() : go_to(*first);
 }
 
 bool BlockChain::find(std::int64_t time, bool& is_found) {
   is_found = time <= state_.last_block;
   if (!is_found || has_at(time)) return true;
-  if (!take(table_.find_from(state_.series_id, time, head_, error_))) return false;
-  return has_at(time) || fail();
+  return go_to_first_from(time) && (has_at(time) || fail());
 }
 
 bool BlockChain::go_on(bool ascending, bool& is_found) {
@@ -48,8 +61,7 @@ bool BlockChain::go_on(bool ascending, bool& is_found) {
     return !is_found || go_to(head_.previous);
   }
   is_found = here != state_.last_block;
-  return !is_found || (take(table_.find_from(state_.series_id, here + 1, head_, error_)) &&
-                       (head_.previous == here || fail()));
+  return !is_found || (go_to_first_from(here + 1) && (head_.previous == here || fail()));
 }
 
 bool BlockChain::go_to_last(bool& is_found) {
@@ -63,6 +75,7 @@ bool BlockChain::find_before(std::int64_t time, std::int64_t& timestamp) {
   if (time > state_.last_block) return true;
   if (!has_at(time)) {
     BlockChain other(table_, state_, error_);
+    other.remaining_ = remaining_;
     bool is_found = false;
     return other.find(time, is_found) && other.find_before(time, timestamp);
   }
@@ -79,8 +92,14 @@ const BlockLayout* BlockChain::layout() {
 }
 
 const BlockValues* BlockChain::values(const std::vector<std::uint32_t>& slots) {
-  return layout() != nullptr && values_.load(table_, head_, layout_, slots, error_) ? &values_
-                                                                                    : nullptr;
+  if (layout() == nullptr) return nullptr;
+  const BlockValues::Lose lose = [this](std::size_t index) {
+    remaining_->lose_values(head_, index);
+  };
+  return values_.load(table_, head_, layout_, slots, remaining_ == nullptr ? nullptr : &lose,
+                      error_)
+             ? &values_
+             : nullptr;
 }
 
 BlockCursor::BlockCursor(BlockChain& chain, const std::vector<CParamProperties>& params,

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,14 @@
 
 namespace toolkit::trend {
 
+/// Blocks of a damaged series that can be read, for a walk that leaves out all others.
+struct RemainingBlocks {
+  std::vector<std::int64_t> ends;  ///< their last times, in order
+  /// Is called if the values of the slot with an index in the list of wanted ones are damaged in a
+  /// block. They are then missing values.
+  std::function<void(const BlockHead&, std::size_t)> lose_values;
+};
+
 /// The blocks of one series: the block that was looked at last, and the way to others. What it
 /// knows holds for as long as the database does not change.
 class BlockChain {
@@ -22,6 +31,11 @@ class BlockChain {
   /// `error`.
   BlockChain(BlockTable& table, const SeriesState& state, std::string& error)
       : table_(table), state_(state), error_(error) {}
+  /// The chain of `remaining` blocks alone. `state` has the series, and the first and the last of
+  /// these blocks.
+  BlockChain(BlockTable& table, const SeriesState& state, const RemainingBlocks& remaining,
+             std::string& error)
+      : table_(table), state_(state), remaining_(&remaining), error_(error) {}
 
   /// Goes to the first block that ends at `time` or later. `is_found` tells whether there is one.
   /// Returns false on failure, which a block that should be there and is not is as well.
@@ -46,11 +60,13 @@ class BlockChain {
     return has_head_ && head_.previous < time && time <= head_.last_time;
   }
   bool go_to(std::int64_t last_time);
+  bool go_to_first_from(std::int64_t time);
   bool take(BlockTable::Result result);
   bool fail();
 
   BlockTable& table_;
   const SeriesState& state_;
+  const RemainingBlocks* remaining_ = nullptr;  ///< null where all blocks have to be there
   std::string& error_;
   BlockHead head_;
   bool has_head_ = false;

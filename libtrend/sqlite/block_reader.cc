@@ -85,7 +85,7 @@ std::unique_ptr<SeriesCursor> BlockReader::make_cursor(const CSeries& series,
   std::vector<std::unique_ptr<SeriesCursor>> loose;
   if (!known->loose_times.empty()) {
     loose.push_back(std::make_unique<LooseCursor>(loose_row_, known->loose_times, series, params,
-                                                  ascending, error_));
+                                                  ascending, true, error_));
   }
   if (known->state.unchecked_until != 0) {
     BorrowedStatement walk = loose_.borrow_walk(ascending);

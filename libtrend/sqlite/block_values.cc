@@ -20,7 +20,8 @@ constexpr std::size_t MAX_RUN = 65536;
 }  // namespace
 
 bool BlockValues::read(BlockTable& table, const BlockHead& head, const BlockLayout& layout,
-                       const std::vector<std::uint32_t>& slots, std::string& error) {
+                       const std::vector<std::uint32_t>& slots, const Lose* lose,
+                       std::string& error) {
   number_ = -1;
   slots_ = slots;
   values_.resize(layout.times.size() * slots.size());
@@ -36,11 +37,28 @@ bool BlockValues::read(BlockTable& table, const BlockHead& head, const BlockLayo
         ++end;
       }
     }
-    if (!read_run(table, head, layout, first, end, error)) return false;
+    if (!read_run(table, head, layout, first, end, error)) {
+      if (lose == nullptr) return false;
+      read_one_by_one(table, head, layout, first, end, *lose);
+    }
     first = end;
   }
   number_ = head.number;
   return true;
+}
+
+/// Reads the values of slots_[first] to slots_[end - 1] where some are damaged.
+void BlockValues::read_one_by_one(BlockTable& table, const BlockHead& head,
+                                  const BlockLayout& layout, std::size_t first, std::size_t end,
+                                  const Lose& lose) {
+  std::string ignored;
+  for (std::size_t i = first; i < end; ++i) {
+    if (read_run(table, head, layout, i, i + 1, ignored)) continue;
+    for (std::size_t row = 0; row < layout.times.size(); ++row) {
+      values_[row * slots_.size() + i] = std::numeric_limits<double>::quiet_NaN();
+    }
+    lose(i);
+  }
 }
 
 /// Reads the values of slots_[first] to slots_[end - 1], whose columns stand one after another. A

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,11 +16,17 @@ namespace toolkit::trend {
 /// until others are wanted.
 class BlockValues {
  public:
+  /// Is called with the index in `slots` of a slot whose values are damaged.
+  using Lose = std::function<void(std::size_t)>;
+
   /// Makes the values of `slots` of the block with `head` and `layout` be there. Does nothing where
-  /// they are. Returns false on failure, with the reason in `error`.
+  /// they are. Returns false on failure, with the reason in `error`. With `lose`, damaged values
+  /// are not a failure: they become missing values.
   [[nodiscard]] bool load(BlockTable& table, const BlockHead& head, const BlockLayout& layout,
-                          const std::vector<std::uint32_t>& slots, std::string& error) {
-    return (head.number == number_ && slots == slots_) || read(table, head, layout, slots, error);
+                          const std::vector<std::uint32_t>& slots, const Lose* lose,
+                          std::string& error) {
+    return (head.number == number_ && slots == slots_) ||
+           read(table, head, layout, slots, lose, error);
   }
 
   /// Returns the values of row `index`, counted from 0: one per slot, in their order. A NaN is a
@@ -30,7 +37,9 @@ class BlockValues {
 
  private:
   bool read(BlockTable& table, const BlockHead& head, const BlockLayout& layout,
-            const std::vector<std::uint32_t>& slots, std::string& error);
+            const std::vector<std::uint32_t>& slots, const Lose* lose, std::string& error);
+  void read_one_by_one(BlockTable& table, const BlockHead& head, const BlockLayout& layout,
+                       std::size_t first, std::size_t end, const Lose& lose);
   bool read_run(BlockTable& table, const BlockHead& head, const BlockLayout& layout,
                 std::size_t first, std::size_t end, std::string& error);
   void transpose(std::size_t first, std::size_t columns, std::size_t rows);

@@ -53,7 +53,8 @@ bool look_for_file(const std::string& path, bool& exists, std::string& error) {
 }
 
 /// Opens the database at `path` with `options`, but does not change its journal mode.
-Database open(const std::string& path, const OpenOptions& options, std::string& error) {
+Database open(const std::string& path, const OpenOptions& options, bool may_be_damaged,
+              std::string& error) {
   // For SQLite, names like ":memory:" and "file:x" have a special meaning.
   const std::string name = path.starts_with('/') ? path : "./" + path;
   bool exists = false;
@@ -65,14 +66,14 @@ Database open(const std::string& path, const OpenOptions& options, std::string& 
   if (!exists && !create_database(name, options.page_size, options.traditional_journal, error)) {
     return nullptr;
   }
-  return options.read_only ? open_to_read(name, options, error)
+  return options.read_only ? open_to_read(name, options, may_be_damaged, error)
                            : open_to_write(name, options, error);
 }
 
 }  // namespace
 
 Database open_database(const std::string& path, const OpenOptions& options, std::string& error) {
-  Database db = open(path, options, error);
+  Database db = open(path, options, false, error);
   if (!db || options.read_only) return db;
   if (!set_journal(db.get(), options.traditional_journal, options.busy_timeout, error) ||
       (options.exclusive && !lock(db.get(), error))) {
@@ -81,8 +82,13 @@ Database open_database(const std::string& path, const OpenOptions& options, std:
   return db;
 }
 
+Database open_damaged_database(const std::string& path, const OpenOptions& options,
+                               std::string& error) {
+  return open(path, options, true, error);
+}
+
 Database open_to_record(const std::string& path, std::string& error) {
-  return open(path, {.read_only = false, .create = true}, error);
+  return open(path, {.read_only = false, .create = true}, false, error);
 }
 
 }  // namespace toolkit::trend

@@ -15,6 +15,10 @@ namespace toolkit::trend {
 [[nodiscard]] Database open_database(const std::string& path, const OpenOptions& options,
                                      std::string& error);
 
+/// The same for reading a database that may be damaged.
+[[nodiscard]] Database open_damaged_database(const std::string& path, const OpenOptions& options,
+                                             std::string& error);
+
 /// Opens the trend database at `path` for recording, and keeps its journal mode. If there is no
 /// file, or the file is blank (see `is_blank` of new_database.h), creates an empty trend database
 /// in WAL mode. Returns null on failure, with the reason in `error`.

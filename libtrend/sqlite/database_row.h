@@ -22,8 +22,11 @@ class DatabaseRow {
 
   /// Returns a number for a new block, which no block had before.
   [[nodiscard]] std::int64_t take_block_number();
-  /// Notes that the catalogue was added to.
+  /// Notes that the catalogue has changed.
   void note_catalogue() { has_new_catalogue_ = true; }
+
+  /// The checksum of the catalogue that was loaded or stored last.
+  [[nodiscard]] std::int64_t catalogue() const { return catalogue_; }
 
   /// Writes the row if it has changed. Returns false on failure.
   [[nodiscard]] bool store(sqlite3* db, std::string& error);

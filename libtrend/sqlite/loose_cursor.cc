@@ -71,7 +71,8 @@ bool LooseCursor::decode(CSnapshot& row) {
   row_.bind(1, id);
   const Statement::Step step = row_.step();
   std::span<const unsigned char> samples;
-  if (step == Statement::Step::ROW && read_row(row_, id, true, row.valid_ratio, samples) &&
+  if (step == Statement::Step::ROW &&
+      read_row(row_, id, have_checksums_, row.valid_ratio, samples) &&
       unpack_samples(samples, params_, row.samples)) {
     return true;
   }

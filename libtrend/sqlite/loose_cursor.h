@@ -24,16 +24,21 @@ class LooseCursor : public SeriesCursor {
  public:
   static constexpr const char* ROW =
       "SELECT rowid, valid_ratio, samples, checksum FROM loose WHERE rowid = ?1";
+  static constexpr const char* ROW_OF_VERSION_1 =
+      "SELECT rowid, valid_ratio, samples, NULL FROM snapshot WHERE rowid = ?1";
 
-  /// `row` is the statement `ROW`, `times` are those of `check_loose_rows`. A failure leaves the
+  /// `row` is the statement `ROW`, or the one of version 1. `times` are those of rows that were
+  /// checked, `have_checksums` tells whether all of these had a checksum. A failure leaves the
   /// reason in `error`.
   LooseCursor(Statement& row, const std::vector<std::int64_t>& times, const CSeries& series,
-              const std::vector<CParamProperties>& params, bool ascending, std::string& error)
+              const std::vector<CParamProperties>& params, bool ascending, bool have_checksums,
+              std::string& error)
       : row_(row),
         times_(times),
         series_id_(series.id),
         params_(params),
         ascending_(ascending),
+        have_checksums_(have_checksums),
         error_(error) {}
 
   [[nodiscard]] bool place(std::int64_t earliest, std::int64_t latest) override;
@@ -47,6 +52,7 @@ class LooseCursor : public SeriesCursor {
   std::int64_t series_id_;
   const std::vector<CParamProperties>& params_;
   bool ascending_;
+  bool have_checksums_;
   std::string& error_;
   std::size_t first_ = 0;  ///< the rows to come are times_[first_] to times_[end_ - 1]
   std::size_t end_ = 0;

@@ -51,14 +51,21 @@ bool lock(sqlite3* db, std::string& error) {
   return false;
 }
 
+/// Lets SQLite read a file that is shorter than it should be, or whose list of tables is damaged.
+/// SQLite ties that to the permission to change that list, which means nothing to a reader.
+bool tolerate_damage(sqlite3* db) {
+  return sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr) == SQLITE_OK &&
+         sqlite3_db_config(db, SQLITE_DBCONFIG_WRITABLE_SCHEMA, 1, nullptr) == SQLITE_OK;
+}
+
 /// Returns whether a connection can be used with `options`. If not, the reason is in `error`.
-bool is_good(sqlite3* db, const OpenOptions& options, std::string& error) {
-  if (is_unsound(db)) {
+bool is_good(sqlite3* db, const OpenOptions& options, bool may_be_damaged, std::string& error) {
+  if (!may_be_damaged && is_unsound(db)) {
     error = "it is not a complete trend database";
     return false;
   }
-  if (configure(db, options, error) && verify(db, error) &&
-      (!options.exclusive || lock(db, error))) {
+  if (configure(db, options, error) && (!may_be_damaged || tolerate_damage(db)) &&
+      verify(db, error) && (!options.exclusive || lock(db, error))) {
     return true;
   }
   if (const char* refusal = reader_vfs_refusal(db)) error = refusal;
@@ -77,7 +84,8 @@ milliseconds patience(sqlite3* db, const OpenOptions& options) {
 
 }  // namespace
 
-Database open_to_read(const std::string& name, const OpenOptions& options, std::string& error) {
+Database open_to_read(const std::string& name, const OpenOptions& options, bool may_be_damaged,
+                      std::string& error) {
   constexpr milliseconds PAUSE(10);
   const char* vfs = reader_vfs();
   if (vfs == nullptr) {
@@ -87,7 +95,8 @@ Database open_to_read(const std::string& name, const OpenOptions& options, std::
   const auto start = std::chrono::steady_clock::now();
   for (;;) {
     Database db;
-    if (connect(name, SQLITE_OPEN_READONLY, vfs, db, error) && is_good(db.get(), options, error)) {
+    if (connect(name, SQLITE_OPEN_READONLY, vfs, db, error) &&
+        is_good(db.get(), options, may_be_damaged, error)) {
       return db;
     }
     if (std::chrono::steady_clock::now() - start >= patience(db.get(), options)) return nullptr;

@@ -13,7 +13,9 @@ namespace toolkit::trend {
 /// `error`.
 ///
 /// After each query the caller must check `is_outdated` of reader_vfs.h.
+///
+/// With `may_be_damaged`, the file may also be cut off, and its tables may be damaged.
 [[nodiscard]] Database open_to_read(const std::string& name, const OpenOptions& options,
-                                    std::string& error);
+                                    bool may_be_damaged, std::string& error);
 
 }  // namespace toolkit::trend

@@ -7,6 +7,8 @@
 #include <limits>
 #include <utility>
 
+#include "libtrend/sqlite/backup.h"
+#include "libtrend/sqlite/check.h"
 #include "libtrend/sqlite/reader_vfs.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/statistics.h"
@@ -15,18 +17,33 @@ namespace toolkit::trend {
 
 std::unique_ptr<SqliteReader> SqliteReader::open(const std::string& path,
                                                  const OpenOptions& options, std::string& error) {
-  std::unique_ptr<SqliteReader> reader(new SqliteReader(path, options));
+  return open(path, options, Mode::STRICT, error);
+}
+
+std::unique_ptr<SqliteReader> SqliteReader::open_damaged(const std::string& path,
+                                                         const OpenOptions& options,
+                                                         std::string& error) {
+  OpenOptions read_only = options;
+  read_only.read_only = true;
+  return open(path, read_only, Mode::SKIP_DAMAGED, error);
+}
+
+std::unique_ptr<SqliteReader> SqliteReader::open(const std::string& path,
+                                                 const OpenOptions& options, Mode mode,
+                                                 std::string& error) {
+  std::unique_ptr<SqliteReader> reader(new SqliteReader(path, options, mode));
   if (reader->connect() || (reader->is_outdated() && reader->connect())) return reader;
   error = reader->error();
   return nullptr;
 }
 
-SqliteReader::SqliteReader(const std::string& path, const OpenOptions& options)
-    : path_(path), options_(options) {}
+SqliteReader::SqliteReader(const std::string& path, const OpenOptions& options, Mode mode)
+    : path_(path), options_(options), mode_(mode) {}
 
 /// Opens the database, also in place of a connection that became outdated.
 bool SqliteReader::connect() {
-  Database db = open_database(path_, options_, error_);
+  Database db = mode_ == Mode::STRICT ? open_database(path_, options_, error_)
+                                      : open_damaged_database(path_, options_, error_);
   if (!db) return false;
   // A walk comes back to few pages, so a small cache is as good as a large one.
   if (options_.cache_size == 0 && !execute(db.get(), "PRAGMA cache_size = -512")) {
@@ -36,6 +53,8 @@ bool SqliteReader::connect() {
   version_ = 0;
   rows_.reset();
   blocks_.reset();
+  damaged_.reset();
+  damage_.clear();
   counter_.reset();
   // The old connection is closed last: its lock keeps the log of a writer who came from being
   // deleted before the new connection uses it.
@@ -74,9 +93,13 @@ bool SqliteReader::prepare_version(std::int64_t version) {
   version_ = 0;
   rows_.reset();
   blocks_.reset();
+  damaged_.reset();
   counter_.reset();
   if (!is_known_version(version, error_)) return false;
-  if (version == ROWS_ONLY_VERSION) {
+  if (mode_ == Mode::SKIP_DAMAGED) {
+    damaged_ = std::make_unique<DamagedReader>(db_.get(), version, damage_, error_);
+    if (!*damaged_) return fail_with_database_error();
+  } else if (version == ROWS_ONLY_VERSION) {
     rows_ = std::make_unique<RowTable>(db_.get(), "snapshot", "NULL");
     if (!*rows_) return fail_with_database_error();
   } else {
@@ -105,6 +128,7 @@ bool SqliteReader::start_query() {
     has_known_series_ = false;
     seen_data_ = data;
   }
+  if (damaged_) damaged_->start_query(has_changed);
   return !blocks_ || blocks_->start_query(has_changed);
 }
 
@@ -145,17 +169,27 @@ bool SqliteReader::for_each_row(Statement& statement, const TakeRow& take_row) {
   const RunningStatement running(&statement);
   Statement::Step step = statement.step();
   for (; step == Statement::Step::ROW; step = statement.step()) {
-    if (take_row(statement)) continue;
-    error_ = "the catalogue is damaged";
-    return false;
+    if (!take_row(statement) && !lose_catalogue("the catalogue is damaged")) return false;
   }
-  return step == Statement::Step::DONE || fail_with_database_error();
+  return step == Statement::Step::DONE || lose_catalogue(statement.error());
+}
+
+/// Notes that a part of the catalogue can't be read. Returns whether that is not a failure.
+bool SqliteReader::lose_catalogue(const std::string& reason) {
+  error_ = reason;
+  if (mode_ == Mode::STRICT) return false;
+  damage_.insert({.device = "", .param = "", .text = reason});
+  return true;
 }
 
 bool SqliteReader::get_devices(std::vector<CDeviceProperties>& devices) {
   return for_each_row(devices_, [&](const Statement& row) {
-    CDeviceProperties& device = devices.emplace_back();
-    return row.read(0, device.aux_1) && row.read(1, device.path) && row.read(2, device.aux_text);
+    CDeviceProperties device;
+    if (!row.read(0, device.aux_1) || !row.read(1, device.path) || !row.read(2, device.aux_text)) {
+      return false;
+    }
+    devices.push_back(std::move(device));
+    return true;
   });
 }
 
@@ -163,7 +197,7 @@ bool SqliteReader::get_params(const CDeviceProperties& device,
                               std::vector<CParamProperties>& params) {
   params_.bind(1, device.aux_1);
   return for_each_row(params_, [&](const Statement& row) {
-    CParamProperties& param = params.emplace_back();
+    CParamProperties param;
     std::int64_t statistics = 0;
     std::int64_t first_slot = 0;
     if (!row.read(0, param.path) || !row.read(1, statistics) || !row.read(2, first_slot) ||
@@ -174,6 +208,7 @@ bool SqliteReader::get_params(const CDeviceProperties& device,
     constexpr std::int64_t MAX_SLOT = std::numeric_limits<std::uint32_t>::max();
     param.aux_1 = static_cast<std::uint32_t>(std::min(first_slot, MAX_SLOT));
     set_statistics(param, static_cast<std::uint32_t>(statistics));
+    params.push_back(std::move(param));
     return true;
   });
 }
@@ -219,7 +254,8 @@ bool SqliteReader::find_series(std::int64_t device_id, std::vector<CSeries>& ser
 }
 
 bool SqliteReader::summarize(const CSeries& series, CSeriesSummary& summary) {
-  if (!counter_) counter_ = std::make_unique<SeriesCounter>(db_.get(), blocks_ != nullptr);
+  if (!counter_)
+    counter_ = std::make_unique<SeriesCounter>(db_.get(), version_ != ROWS_ONLY_VERSION);
   if (*counter_) return counter_->count(series, summary, error_);
   counter_.reset();
   return fail_with_database_error();
@@ -228,6 +264,7 @@ bool SqliteReader::summarize(const CSeries& series, CSeriesSummary& summary) {
 std::unique_ptr<SeriesCursor> SqliteReader::make_cursor(const CSeries& series,
                                                         const std::vector<CParamProperties>& params,
                                                         bool ascending) {
+  if (damaged_) return damaged_->make_cursor(series, params, ascending);
   if (blocks_) return blocks_->make_cursor(series, params, ascending);
   BorrowedStatement walk = rows_->borrow_walk(ascending);
   if (!walk) {
@@ -236,6 +273,25 @@ std::unique_ptr<SeriesCursor> SqliteReader::make_cursor(const CSeries& series,
   }
   return std::make_unique<RowCursor>(*rows_, std::move(walk), series, params, ascending,
                                      MAX_TIMESTAMP, error_);
+}
+
+void SqliteReader::get_damage(std::vector<CDamage>& damage) const {
+  damage.insert(damage.end(), damage_.begin(), damage_.end());
+}
+
+bool SqliteReader::check(std::vector<CDamage>& damage, const ReportProgress& progress) {
+  if (!check_database(db_.get(), version_, progress, damage, error_)) return false;
+  // This connection may bear what others refuse.
+  std::string reason;
+  if (mode_ == Mode::STRICT || open(path_, options_, reason)) return true;
+  const bool is_known = std::any_of(damage.begin(), damage.end(),
+                                    [&](const CDamage& part) { return part.text == reason; });
+  if (!is_known) damage.insert(damage.begin(), CDamage{.device = "", .param = "", .text = reason});
+  return true;
+}
+
+bool SqliteReader::backup(const std::string& path, const ReportProgress& progress) {
+  return back_up(db_.get(), path, progress, error_);
 }
 
 }  // namespace toolkit::trend

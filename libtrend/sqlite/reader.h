@@ -9,6 +9,8 @@
 #include "libtrend/log.h"
 #include "libtrend/query/engine.h"
 #include "libtrend/sqlite/block_reader.h"
+#include "libtrend/sqlite/damage_list.h"
+#include "libtrend/sqlite/damaged_reader.h"
 #include "libtrend/sqlite/database.h"
 #include "libtrend/sqlite/row_cursor.h"
 #include "libtrend/sqlite/series_counter.h"
@@ -24,6 +26,11 @@ class SqliteReader : public LogReader {
                                                           const OpenOptions& options,
                                                           std::string& error);
 
+  /// The same for a database that may be damaged, see `CLog::open_damaged`.
+  [[nodiscard]] static std::unique_ptr<SqliteReader> open_damaged(const std::string& path,
+                                                                  const OpenOptions& options,
+                                                                  std::string& error);
+
   [[nodiscard]] bool run(const std::function<bool()>& query) override;
   [[nodiscard]] bool get_devices(std::vector<CDeviceProperties>& devices) override;
   [[nodiscard]] bool get_params(const CDeviceProperties& device,
@@ -34,9 +41,16 @@ class SqliteReader : public LogReader {
   [[nodiscard]] bool summarize(const CSeries& series, CSeriesSummary& summary) override;
   [[nodiscard]] std::unique_ptr<SeriesCursor> make_cursor(
       const CSeries& series, const std::vector<CParamProperties>& params, bool ascending) override;
+  void get_damage(std::vector<CDamage>& damage) const override;
+  [[nodiscard]] bool check(std::vector<CDamage>& damage, const ReportProgress& progress) override;
+  [[nodiscard]] bool backup(const std::string& path, const ReportProgress& progress) override;
 
  private:
-  SqliteReader(const std::string& path, const OpenOptions& options);
+  enum class Mode { STRICT, SKIP_DAMAGED };
+
+  SqliteReader(const std::string& path, const OpenOptions& options, Mode mode);
+  static std::unique_ptr<SqliteReader> open(const std::string& path, const OpenOptions& options,
+                                            Mode mode, std::string& error);
   [[nodiscard]] bool connect();
   [[nodiscard]] bool prepare();
   [[nodiscard]] bool prepare_version(std::int64_t version);
@@ -45,12 +59,15 @@ class SqliteReader : public LogReader {
   bool read_number(Statement& statement, std::int64_t& number);
   bool find_series(std::int64_t device_id, std::vector<CSeries>& series);
   bool run_once(const std::function<bool()>& query);
+  bool lose_catalogue(const std::string& reason);
   template <typename TakeRow>
   bool for_each_row(Statement& statement, const TakeRow& take_row);
   bool fail_with_database_error();
 
   std::string path_;
   OpenOptions options_;
+  Mode mode_;
+  DamageList damage_;  ///< what queries have left out
   Database db_;
   Statement begin_;
   Statement commit_;
@@ -64,6 +81,7 @@ class SqliteReader : public LogReader {
   std::int64_t version_ = 0;        ///< of the format, for which one of these is there; 0 for none
   std::unique_ptr<RowTable> rows_;  ///< version 1
   std::unique_ptr<BlockReader> blocks_;     ///< version 2
+  std::unique_ptr<DamagedReader> damaged_;  ///< in their place, for any version
   std::unique_ptr<SeriesCounter> counter_;  ///< made when it is needed
   bool has_known_series_ = false;           ///< whether the series of one device are remembered
   std::int64_t known_device_ = 0;

@@ -65,7 +65,8 @@ SeriesStates::SeriesStates(sqlite3* db)
       set_(db,
            "UPDATE series_state SET loose_rows = ?2, unchecked_until = ?3, first_block = ?4, "
            "last_block = ?5, blocks = ?6, sealed_rows = ?7, changes = ?8, checksum = ?9 "
-           "WHERE series_id = ?1") {}
+           "WHERE series_id = ?1"),
+      remove_(db, "DELETE FROM series_state WHERE series_id = ?1") {}
 
 SeriesStates::Result SeriesStates::get(std::int64_t series_id, SeriesState& state,
                                        std::string& error) {
@@ -90,6 +91,13 @@ bool SeriesStates::add(const SeriesState& state, std::string& error) {
 
 bool SeriesStates::set(const SeriesState& state, std::string& error) {
   return write(set_, state, error);
+}
+
+bool SeriesStates::remove(std::int64_t series_id, std::string& error) {
+  remove_.bind(1, series_id);
+  if (remove_.run()) return true;
+  error = remove_.error();
+  return false;
 }
 
 bool SeriesStates::write(Statement& statement, const SeriesState& state, std::string& error) {

@@ -32,7 +32,7 @@ class SeriesStates {
 
   SeriesStates() = default;
   explicit SeriesStates(sqlite3* db);
-  explicit operator bool() const { return get_ && add_ && set_; }
+  explicit operator bool() const { return get_ && add_ && set_ && remove_; }
 
   /// Reads the state of a series. FAILED where it is damaged or can't be read; the reason is then
   /// in `error`.
@@ -42,6 +42,8 @@ class SeriesStates {
   /// Writes the state of a series that has one. Returns false on failure, with the reason in
   /// `error`.
   [[nodiscard]] bool set(const SeriesState& state, std::string& error);
+  /// Removes the state of a series. Returns false on failure, with the reason in `error`.
+  [[nodiscard]] bool remove(std::int64_t series_id, std::string& error);
 
  private:
   static bool write(Statement& statement, const SeriesState& state, std::string& error);
@@ -49,6 +51,7 @@ class SeriesStates {
   Statement get_;
   Statement add_;
   Statement set_;
+  Statement remove_;
 };
 
 /// Returns the checksum of a loose row. `samples` are its packed values.

@@ -152,6 +152,22 @@ bool SeriesWriter::purge(std::int64_t time) {
   return stored_.purge(time) && stored_.find_ends(ends_);
 }
 
+bool SeriesWriter::remove_row(std::int64_t time) {
+  bool is_found = false;
+  if (!spill() || !stored_.remove_row(time, is_found)) return false;
+  if (!is_found) {
+    tables_.error = "the series has no row with the timestamp " + std::to_string(time);
+    return false;
+  }
+  has_counted_ = false;
+  return stored_.find_ends(ends_);
+}
+
+bool SeriesWriter::remove_all() {
+  rows_.clear();
+  return stored_.purge(MAX_TIMESTAMP + 1) && stored_.remove_state();
+}
+
 bool SeriesWriter::seal_at(std::int64_t time, bool& is_sealed, std::int64_t& end) {
   is_sealed = false;
   const Region* region = stored_.find_region(time);

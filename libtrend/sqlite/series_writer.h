@@ -37,6 +37,10 @@ class SeriesWriter {
   [[nodiscard]] bool append(std::int64_t time, double valid_ratio, std::span<const double> slots);
   /// Removes all rows before `time`.
   [[nodiscard]] bool purge(std::int64_t time);
+  /// Removes the row at `time`. Fails if there is none.
+  [[nodiscard]] bool remove_row(std::int64_t time);
+  /// Removes all rows and the state; the writer then has to be dropped.
+  [[nodiscard]] bool remove_all();
 
   /// About how many bytes the rows in memory take.
   [[nodiscard]] std::size_t bytes() const { return rows_.bytes(); }

@@ -76,6 +76,23 @@ bool SeriesWriters::purge(std::int64_t id, std::int64_t before) {
   return series->purge(before);
 }
 
+bool SeriesWriters::remove_row(std::int64_t id, std::int64_t time) {
+  SeriesWriter* series = use(id);
+  if (series == nullptr) return false;
+  bytes_ -= series->bytes();
+  return series->remove_row(time);
+}
+
+bool SeriesWriters::remove(std::int64_t id) {
+  SeriesWriter* series = use(id);
+  if (series == nullptr) return false;
+  bytes_ -= series->bytes();
+  if (!series->remove_all()) return false;
+  std::erase(used_, &series_.at(id));
+  series_.erase(id);
+  return true;
+}
+
 /// Inserts all rows in memory into the table of loose rows.
 bool SeriesWriters::spill() {
   for (Entry* entry : used_) {

@@ -35,8 +35,14 @@ class SeriesWriters {
   [[nodiscard]] bool append(std::int64_t id, std::int64_t time, double valid_ratio,
                             std::span<const double> slots);
   [[nodiscard]] bool purge(std::int64_t id, std::int64_t before);
-  /// Notes that the catalogue was added to.
+  [[nodiscard]] bool remove_row(std::int64_t id, std::int64_t time);
+  /// Removes all that belongs to a series but its row in the catalogue.
+  [[nodiscard]] bool remove(std::int64_t id);
+  /// Notes that the catalogue has changed.
   void note_catalogue() { tables_.database.note_catalogue(); }
+
+  /// The checksum of the catalogue, after `finish`.
+  [[nodiscard]] std::int64_t catalogue() const { return tables_.database.catalogue(); }
 
   /// Returns the state that `finish` wrote last in this transaction; with 0 changes if it wrote
   /// none.

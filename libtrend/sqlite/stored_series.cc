@@ -243,7 +243,51 @@ bool StoredSeries::replace_block(const BlockHead& head, const RowBuffer& rows) {
     if (!insert_block(rows.copy(start, end - start), previous, previous)) return false;
     if (is_first) state_.first_block = previous;
   }
-  return true;
+  return previous == old.last_time || link(old.last_time, previous);
+}
+
+/// Lets the block after the one that ended at `old_end` come after the one that ends at `new_end`,
+/// which is 0 where there is none.
+bool StoredSeries::link(std::int64_t old_end, std::int64_t new_end) {
+  if (state_.last_block == old_end) {
+    state_.last_block = new_end;
+    if (new_end == 0) state_.first_block = 0;
+    return true;
+  }
+  BlockHead next;
+  const BlockTable::Result result =
+      tables_.blocks.find_from(id(), old_end + 1, next, tables_.error);
+  if (result != BlockTable::Result::FOUND || next.previous != old_end) {
+    return result == BlockTable::Result::FAILED ? false : fail(BLOCK_MISSING);
+  }
+  if (new_end == 0) state_.first_block = next.last_time;
+  return set_previous(next, new_end);
+}
+
+bool StoredSeries::remove_row(std::int64_t time, bool& is_found) {
+  std::int64_t loose = NO_ROW;
+  if (!find_loose({time, time}, LooseRows::Order::OLDEST_FIRST, loose)) return false;
+  is_found = loose != NO_ROW;
+  if (is_found) return remove_loose({time, time});
+  const Region* region = find_region(time);
+  return region != nullptr &&
+         (!region->is_span || remove_from_block(*region->block, time, is_found));
+}
+
+bool StoredSeries::remove_from_block(const BlockHead& head, std::int64_t time, bool& is_found) {
+  RowBuffer rows;
+  if (!read_block(head, rows)) return false;
+  std::size_t place = 0;
+  while (rows.time(place) < time) ++place;
+  is_found = rows.time(place) == time;
+  if (!is_found) return true;
+  rows.remove(place, 1);
+  return replace_block(head, rows);
+}
+
+bool StoredSeries::remove_state() {
+  is_changed_ = false;
+  return tables_.states.remove(id(), tables_.error);
 }
 
 /// Removes the rows before `time` from the block `head`, which has others after them.

@@ -81,11 +81,15 @@ class StoredSeries {
   [[nodiscard]] bool read_block(const BlockHead& head, RowBuffer& rows);
   /// Inserts a block of `rows` into `gap`, which has room for it.
   [[nodiscard]] bool seal(const BlockRows& rows, const Region& gap);
-  /// Puts blocks of `rows`, which are those of the block `head` and more between them, in the place
-  /// of that block.
+  /// Puts blocks of `rows` in the place of the block `head`, within the times of its rows. There
+  /// may be none.
   [[nodiscard]] bool replace_block(const BlockHead& head, const RowBuffer& rows);
   /// Removes all rows with times before `time`.
   [[nodiscard]] bool purge(std::int64_t time);
+  /// Removes the row at `time`. `is_found` tells whether there was one.
+  [[nodiscard]] bool remove_row(std::int64_t time, bool& is_found);
+  /// Removes the state of the series, which must have no rows any more.
+  [[nodiscard]] bool remove_state();
 
  private:
   void touch();
@@ -93,6 +97,8 @@ class StoredSeries {
   bool find_block(std::int64_t last_time, BlockHead& head);
   bool insert_block(const BlockRows& rows, std::int64_t previous, std::int64_t& last_time);
   bool remove_block(const BlockHead& head);
+  bool link(std::int64_t old_end, std::int64_t new_end);
+  bool remove_from_block(const BlockHead& head, std::int64_t time, bool& is_found);
   bool set_previous(BlockHead& head, std::int64_t previous);
   bool purge_block(const BlockHead& head, std::int64_t time);
 

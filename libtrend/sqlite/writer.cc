@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "libtrend/sqlite/connection.h"
 #include "libtrend/sqlite/schema.h"
@@ -80,7 +81,7 @@ bool SqliteWriter::prepare() {
 
 bool SqliteWriter::begin() {
   free_slots_.clear();
-  last_table_ = nullptr;
+  has_new_catalogue_ = false;
   // What is recorded into a file that has no name any more is lost.
   int has_moved = 0;
   sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
@@ -110,14 +111,13 @@ bool SqliteWriter::adopt_changes() {
   return has_tables_ || fail_with_database_error();
 }
 
-/// Runs a statement that adds a row to `table` of the catalogue, unless it is there. Returns false
+/// Runs a statement that adds a row to a table of the catalogue, unless it is there. Returns false
 /// on failure.
-bool SqliteWriter::insert(Statement& statement, const char* table, bool& is_new) {
+bool SqliteWriter::insert(Statement& statement, bool& is_new) {
   if (!statement.run()) return false;
   is_new = sqlite3_changes(db_.get()) > 0;
   if (!is_new) return true;
-  last_table_ = table;
-  last_row_ = sqlite3_last_insert_rowid(db_.get());
+  has_new_catalogue_ = true;
   series_.note_catalogue();
   return true;
 }
@@ -128,13 +128,13 @@ SqliteWriter::Outcome SqliteWriter::look_for_last_change() {
   std::string sql;
   if (state.changes > 0) {
     sql = "SELECT 1 FROM series_state WHERE series_id = ?1 AND changes >= ?2";
-  } else if (last_table_ != nullptr) {
-    sql = std::string("SELECT 1 FROM ") + last_table_ + " WHERE rowid = ?1";
+  } else if (has_new_catalogue_) {
+    sql = "SELECT 1 FROM database WHERE catalogue = ?1";
   } else {
     return Outcome::RECORDED;
   }
   Statement look(db_.get(), sql.c_str());
-  look.bind(1, state.changes > 0 ? state.series_id : last_row_);
+  look.bind(1, state.changes > 0 ? state.series_id : series_.catalogue());
   if (state.changes > 0) look.bind(2, state.changes);
   switch (look.step()) {
     case Statement::Step::ROW:
@@ -175,7 +175,7 @@ bool SqliteWriter::add_device(CDeviceProperties& device) {
   add_device_.bind(1, device.path);
   add_device_.bind(2, device.aux_text);
   bool is_new = false;
-  if (!insert(add_device_, "device", is_new)) return fail_with_database_error();
+  if (!insert(add_device_, is_new)) return fail_with_database_error();
 
   const RunningStatement row(&get_device_);
   row->bind(1, device.path);
@@ -221,7 +221,7 @@ bool SqliteWriter::add_param(const CDeviceProperties& device, CParamProperties& 
   add_param_.bind(3, std::int64_t{get_statistics(param)});
   add_param_.bind(4, std::int64_t{param.aux_1});
   bool is_new = false;
-  return insert(add_param_, "parameter", is_new) || fail_with_database_error();
+  return insert(add_param_, is_new) || fail_with_database_error();
 }
 
 bool SqliteWriter::add_series(const CDeviceProperties& device, std::uint32_t minutes,
@@ -229,7 +229,7 @@ bool SqliteWriter::add_series(const CDeviceProperties& device, std::uint32_t min
   add_series_.bind(1, device.aux_1);
   add_series_.bind(2, std::int64_t{minutes});
   bool is_new = false;
-  if (!insert(add_series_, "series", is_new)) return fail_with_database_error();
+  if (!insert(add_series_, is_new)) return fail_with_database_error();
 
   const RunningStatement row(&get_series_);
   row->bind(1, device.aux_1);
@@ -253,6 +253,47 @@ bool SqliteWriter::append(const CSeries& series, std::int64_t timestamp, double 
 
 bool SqliteWriter::purge(const CSeries& series, std::int64_t before) {
   return series_.purge(series.id, before) || fail(series_.error());
+}
+
+bool SqliteWriter::remove_row(const CSeries& series, std::int64_t timestamp) {
+  return series_.remove_row(series.id, timestamp) || fail(series_.error());
+}
+
+/// Runs `sql`, which removes rows of the catalogue that belong to `id`.
+bool SqliteWriter::remove_from_catalogue(const char* sql, std::int64_t id) {
+  Statement remove(db_.get(), sql);
+  if (!remove) return fail_with_database_error();
+  remove.bind(1, id);
+  if (!remove.run()) return fail_with_database_error();
+  has_new_catalogue_ = true;
+  series_.note_catalogue();
+  return true;
+}
+
+bool SqliteWriter::remove_series(const CSeries& series) {
+  if (!series_.remove(series.id)) return fail(series_.error());
+  return remove_from_catalogue("DELETE FROM series WHERE id = ?1", series.id);
+}
+
+bool SqliteWriter::remove_device(const CDeviceProperties& device) {
+  std::vector<CSeries> all;
+  {
+    Statement row(db_.get(), "SELECT id FROM series WHERE device_id = ?1");
+    if (!row) return fail_with_database_error();
+    row.bind(1, device.aux_1);
+    Statement::Step step = row.step();
+    for (; step == Statement::Step::ROW; step = row.step()) all.push_back({.id = row.read_id(0)});
+    if (step == Statement::Step::ERROR) return fail_with_database_error();
+  }
+  for (const CSeries& series : all) {
+    if (!remove_series(series)) return false;
+  }
+  free_slots_.erase(device.aux_1);
+  if (!remove_from_catalogue("DELETE FROM parameter WHERE device_id = ?1", device.aux_1) ||
+      !remove_from_catalogue("DELETE FROM device WHERE id = ?1", device.aux_1)) {
+    return false;
+  }
+  return sqlite3_changes(db_.get()) > 0 || fail("the database has no such device");
 }
 
 }  // namespace toolkit::trend

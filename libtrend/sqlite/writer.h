@@ -33,6 +33,9 @@ class SqliteWriter : public LogWriter {
   [[nodiscard]] bool append(const CSeries& series, std::int64_t timestamp, double valid_ratio,
                             std::span<const double> slots) override;
   [[nodiscard]] bool purge(const CSeries& series, std::int64_t before) override;
+  [[nodiscard]] bool remove_row(const CSeries& series, std::int64_t timestamp) override;
+  [[nodiscard]] bool remove_series(const CSeries& series) override;
+  [[nodiscard]] bool remove_device(const CDeviceProperties& device) override;
 
  private:
   explicit SqliteWriter(Database db) : db_(std::move(db)) {}
@@ -40,7 +43,8 @@ class SqliteWriter : public LogWriter {
 
   [[nodiscard]] bool prepare();
   bool adopt_changes();
-  [[nodiscard]] bool insert(Statement& statement, const char* table, bool& is_new);
+  [[nodiscard]] bool insert(Statement& statement, bool& is_new);
+  bool remove_from_catalogue(const char* sql, std::int64_t id);
   [[nodiscard]] Outcome look_for_last_change();
   bool find_free_slot(std::int64_t device_id, std::size_t& slot);
   bool fail(const std::string& reason);
@@ -51,8 +55,7 @@ class SqliteWriter : public LogWriter {
   bool has_tables_ = false;  ///< whether `series_` has prepared its statements
   /// What `PRAGMA data_version` said when `series_` was up to date; 0 for never.
   std::int64_t data_version_ = 0;
-  const char* last_table_ = nullptr;  ///< where this transaction added to the catalogue last
-  std::int64_t last_row_ = 0;         ///< the id of the row that it added
+  bool has_new_catalogue_ = false;  ///< whether this transaction changed the catalogue
   /// The slot for the next parameter by the id of the device, as far as this transaction knows it.
   std::map<std::int64_t, std::size_t> free_slots_;
   Statement begin_;

@@ -86,6 +86,7 @@ class RecordingAtRandom {
 
   void begin() {
     rows_ = recorded_;
+    recorded_series_ = series_;
     ASSERT_EQ(recorder_->begin(), 0) << recorder_->error();
   }
 
@@ -99,12 +100,12 @@ class RecordingAtRandom {
     const std::uint32_t choice = up_to(10);
     if (choice == 0) {
       recorder_->rollback();
+      series_ = recorded_series_;
     } else if (choice == 1) {
       append_again();
     } else {
       commit();
     }
-    series_.resize(std::min(series_.size(), recorded_.size()));
   }
 
   void check() {
@@ -114,8 +115,9 @@ class RecordingAtRandom {
   }
 
   void change() {
-    const CSeries& series = series_[up_to(static_cast<std::uint32_t>(series_.size()))];
-    switch (up_to(9)) {
+    if (series_.empty()) return add_series();
+    const CSeries series = series_[up_to(static_cast<std::uint32_t>(series_.size()))];
+    switch (up_to(12)) {
       case 0:
         return add_series();
       case 1:
@@ -130,6 +132,11 @@ class RecordingAtRandom {
         return append_shuffled(series);
       case 6:
         return append_late(series);
+      case 7:
+      case 8:
+        return remove_rows(series);
+      case 9:
+        return up_to(4) == 0 ? remove_series(series) : remove_rows(series);
       default:
         return append_many(series, last_time(series) + STEP, STEP, 40);
     }
@@ -142,7 +149,11 @@ class RecordingAtRandom {
       add_param();
     }
     CSeries series;
-    const auto minutes = static_cast<unsigned>(series_.size() + 1);
+    unsigned minutes = 1;
+    while (std::any_of(series_.begin(), series_.end(),
+                       [&](const CSeries& other) { return other.minutes == minutes; })) {
+      ++minutes;
+    }
     ASSERT_EQ(recorder_->add_series(device_, minutes, series), 0) << recorder_->error();
     series_.push_back(series);
     rows_[series.id];
@@ -205,8 +216,28 @@ class RecordingAtRandom {
     rows.erase(rows.begin(), rows.lower_bound(before));
   }
 
+  /// Removes some rows, or as many as a block has.
+  void remove_rows(const CSeries& series) {
+    auto& rows = rows_[series.id];
+    if (rows.empty()) return;
+    auto row = rows.begin();
+    std::advance(row, up_to(static_cast<std::uint32_t>(rows.size())));
+    const std::uint32_t count = up_to(20) == 0 ? 600 : 1 + up_to(5);
+    for (std::uint32_t i = 0; i < count && row != rows.end(); ++i) {
+      ASSERT_EQ(recorder_->remove_row(series, row->first), 0) << recorder_->error();
+      row = rows.erase(row);
+    }
+  }
+
+  void remove_series(const CSeries& series) {
+    ASSERT_EQ(recorder_->remove_series(series), 0) << recorder_->error();
+    rows_.erase(series.id);
+    std::erase_if(series_, [&](const CSeries& other) { return other.id == series.id; });
+  }
+
   /// Appends a row at a time that has one. That is refused, and undoes the transaction.
   void append_again() {
+    if (series_.empty()) return commit();
     const CSeries& series = series_[up_to(static_cast<std::uint32_t>(series_.size()))];
     const auto& rows = rows_[series.id];
     if (rows.empty()) return commit();
@@ -215,6 +246,7 @@ class RecordingAtRandom {
     EXPECT_NE(recorder_->append(series, row->first, 1, {}), 0);
     EXPECT_EQ(recorder_->error(),
               "the series has a row with the timestamp " + std::to_string(row->first) + " already");
+    series_ = recorded_series_;
   }
 
   std::mt19937 random_;
@@ -224,6 +256,7 @@ class RecordingAtRandom {
   CDeviceProperties device_{.path = "/plant", .aux_text = ""};
   std::uint32_t slots_ = 0;
   std::vector<CSeries> series_;
+  std::vector<CSeries> recorded_series_;             ///< when the open transaction began
   std::map<std::int64_t, RecordedSeries> rows_;      ///< with those of the open transaction
   std::map<std::int64_t, RecordedSeries> recorded_;  ///< what is committed
 };

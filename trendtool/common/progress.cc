@@ -17,15 +17,16 @@ Progress::~Progress() {
   if (is_shown_) std::fputs(NEW_LINE, stderr);
 }
 
-void Progress::show(std::uint64_t rows, double share) {
+void Progress::show(std::uint64_t rows, double share, const char* unit) {
   if (!is_terminal_) return;
   const Clock::time_point now = Clock::now();
   if (now < next_) return;
   constexpr auto PAUSE = std::chrono::milliseconds(200);
   next_ = now + PAUSE;
   const double seconds = std::chrono::duration<double>(now - start_).count();
-  std::fprintf(stderr, "%strendtool: %llu rows", NEW_LINE, static_cast<unsigned long long>(rows));
+  std::fprintf(stderr, "%strendtool: %llu %s", NEW_LINE, static_cast<unsigned long long>(rows),
+               unit);
   if (share >= 0) std::fprintf(stderr, ", %.0f %%", share * 100);
-  std::fprintf(stderr, ", %.0f rows/s", static_cast<double>(rows) / seconds);
+  std::fprintf(stderr, ", %.0f %s/s", static_cast<double>(rows) / seconds, unit);
   is_shown_ = true;
 }

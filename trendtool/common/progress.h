@@ -17,8 +17,9 @@ class Progress {
   [[nodiscard]] bool is_visible() const { return is_terminal_; }
 
   /// Notes that `rows` rows are done, which are the share `share` of the work, from 0 to 1; below 0
-  /// if that is not known. May be called for every chunk of rows: it seldom prints.
-  void show(std::uint64_t rows, double share);
+  /// if that is not known. May be called for every chunk of rows: it seldom prints. `unit` is the
+  /// word for what is counted.
+  void show(std::uint64_t rows, double share, const char* unit = "rows");
 
  private:
   using Clock = std::chrono::steady_clock;

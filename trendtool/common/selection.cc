@@ -40,6 +40,11 @@ std::string open_log(CLog& log, const std::string& path) {
   return "can't open the database " + quote(path) + ": " + log.error();
 }
 
+std::string open_damaged_log(CLog& log, const std::string& path) {
+  if (log.open_damaged(path, {.busy_timeout = 40}) == 0) return "";
+  return "can't open the database " + quote(path) + ": " + log.error();
+}
+
 std::string select_devices(CLog& log, const std::vector<std::string>& names,
                            std::vector<CDeviceProperties>& devices) {
   devices.clear();

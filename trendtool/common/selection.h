@@ -12,6 +12,10 @@
 /// Opens the database at `path` for reading.
 [[nodiscard]] std::string open_log(toolkit::trend::CLog& log, const std::string& path);
 
+/// The same for a database that may be damaged, of which queries then leave out what they can't
+/// read.
+[[nodiscard]] std::string open_damaged_log(toolkit::trend::CLog& log, const std::string& path);
+
 /// Finds the devices with the paths `names`, in this order, or all devices if `names` is empty.
 [[nodiscard]] std::string select_devices(toolkit::trend::CLog& log,
                                          const std::vector<std::string>& names,

@@ -57,6 +57,8 @@ void add_export_command(CLI::App& app, Action& action) {
   add_database_option(command, options->db_path);
   add_devices_option(command, options->devices);
   command.add_flag("--all-devices", options->all_devices, "All devices of the database");
+  command.add_flag("--skip-damaged", options->skip_damaged,
+                   "Of a damaged database, write what can be read, and name the rest");
   add_params_option(command, options->params);
   add_intervals_option(command, options->intervals);
   add_range_options(command, options->start, options->end);

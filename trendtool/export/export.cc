@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "trendtool/common/damage_text.h"
 #include "trendtool/common/messages.h"
 #include "trendtool/common/progress.h"
 #include "trendtool/common/rows.h"
@@ -10,6 +11,7 @@
 #include "trendtool/common/times.h"
 #include "trendtool/export/row_writer.h"
 
+using toolkit::trend::CDamage;
 using toolkit::trend::CDeviceProperties;
 using toolkit::trend::CLog;
 using toolkit::trend::CParamProperties;
@@ -60,14 +62,30 @@ class Exporter {
     std::pair<long, long> range;
     std::string wrong = read_range(options_.start, options_.end, options_.use_utc, range);
     if (!wrong.empty()) return refuse_usage(wrong);
-    wrong = open_log(log_, options_.db_path);
+    wrong = options_.skip_damaged ? open_damaged_log(log_, options_.db_path)
+                                  : open_log(log_, options_.db_path);
     if (wrong.empty()) wrong = select();
     if (!wrong.empty()) return fail(wrong);
     if (!out_.open(options_.output_path, options_.db_path)) return fail(out_.error());
-    return write(range);
+    const int status = write(range);
+    return print_damage(range) ? FAILURE : status;
   }
 
  private:
+  /// Prints what --skip-damaged has left out. Returns whether there was something.
+  bool print_damage(const std::pair<long, long>& range) {
+    std::vector<CDamage> damage;
+    if (log_.get_damage(damage) != 0) return false;
+    std::erase_if(damage, [&](const CDamage& part) {
+      return part.first != 0 && ((range.first >= 0 && part.last < range.first) ||
+                                 (range.second >= 0 && part.first > range.second));
+    });
+    for (const CDamage& part : damage) {
+      print_message("left out: " + describe_damage(part, options_.use_utc));
+    }
+    return !damage.empty();
+  }
+
   /// Finds what the options name. Returns what is wrong, or an empty text.
   std::string select() {
     std::vector<CDeviceProperties> found;
