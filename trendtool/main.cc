@@ -16,6 +16,7 @@
 #include "trendtool/list/command.h"
 #include "trendtool/load/command.h"
 #include "trendtool/load/loader.h"
+#include "trendtool/plot/command.h"
 #include "trendtool/remove/command.h"
 
 namespace {
@@ -38,17 +39,19 @@ int refuse(const CLI::App& app, const CLI::ParseError& error) {
 }
 
 int run_trendtool(int argc, char** argv) {
-  CLI::App app("Shows, exports, checks, copies and removes what is in a trend database.", "trendtool");
+  CLI::App app("Shows, exports, checks, copies and removes what is in a trend database.",
+               "trendtool");
   app.set_version_flag("--version", "trendtool " TRENDTOOL_VERSION);
   app.require_subcommand(1);
   app.get_formatter()->column_width(34);
   Action action;
   add_list_command(app, action);
   add_export_command(app, action);
-  add_load_command(app, action);
+  add_plot_command(app, action);
   add_check_command(app, action);
   add_backup_command(app, action);
   add_remove_command(app, action);
+  add_load_command(app, action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
