@@ -9,6 +9,7 @@
 #include "trendtool/common/command.h"
 #include "trendtool/common/messages.h"
 #include "trendtool/common/output_file.h"
+#include "trendtool/export/command.h"
 #include "trendtool/list/command.h"
 #include "trendtool/plot/command.h"
 
@@ -38,6 +39,7 @@ int run_trendtool(int argc, char** argv) {
   app.get_formatter()->column_width(34);
   Action action;
   add_list_command(app, action);
+  add_export_command(app, action);
   add_plot_command(app, action);
   try {
     app.parse(argc, argv);

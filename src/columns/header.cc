@@ -22,6 +22,20 @@ static_assert(COLUMN_SUFFIXES.size() == STATISTICS.size());
 
 }  // namespace
 
+void append_column_names(const CParamProperties& param, const std::string* display_name,
+                         std::vector<std::string>& columns) {
+  const auto carries = [&](const Statistic& statistic) { return param.*statistic.flag; };
+  const bool is_single = std::count_if(STATISTICS.begin(), STATISTICS.end(), carries) == 1;
+  for (std::size_t k = 0; k < STATISTICS.size(); ++k) {
+    if (!carries(STATISTICS[k])) continue;
+    if (display_name == nullptr) {
+      columns.push_back(param.path + COLUMN_SUFFIXES[k]);
+    } else {
+      columns.push_back(is_single ? *display_name : *display_name + DISPLAY_SUFFIXES[k]);
+    }
+  }
+}
+
 int build_column_names(DumpContext& context, bool use_display_names,
                        std::vector<std::string>& columns) {
   columns.clear();
@@ -29,16 +43,7 @@ int build_column_names(DumpContext& context, bool use_display_names,
   std::vector<std::string> names;
   const bool has_names = use_display_names && fetch_display_names(context, names) == 0;
   for (std::size_t i = 0; i < params.size(); ++i) {
-    const auto carries = [&](const Statistic& statistic) { return params[i].*statistic.flag; };
-    const bool is_single = std::count_if(STATISTICS.begin(), STATISTICS.end(), carries) == 1;
-    for (std::size_t k = 0; k < STATISTICS.size(); ++k) {
-      if (!carries(STATISTICS[k])) continue;
-      if (!has_names) {
-        columns.push_back(params[i].path + COLUMN_SUFFIXES[k]);
-      } else {
-        columns.push_back(is_single ? names[i] : names[i] + DISPLAY_SUFFIXES[k]);
-      }
-    }
+    append_column_names(params[i], has_names ? &names[i] : nullptr, columns);
   }
   return 0;
 }

@@ -61,7 +61,7 @@ class TrendtoolList : public testing::Test {
 
 TEST_F(TrendtoolList, ShowsTheDevicesAsATable) {
   EXPECT_EQ(listed({}),
-            "device  parameters  intervals  rows  first             last                 size   "
+            "device  parameters  intervals  rows  first             last                  size  "
             "description\n"
             "/plant           2          2     3  2010-11-01 17:30  2010-11-01 18:05:10  120 B  "
             "Boiler, \"old\"\n"

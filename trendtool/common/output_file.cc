@@ -106,7 +106,6 @@ bool OutputFile::open(const std::string& path, const std::string& db_path) {
 }
 
 bool OutputFile::open_directly(const std::string& path) {
-  written_path_ = path;
   file_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
   return file_ >= 0 || fail("can't open", errno);
 }
@@ -149,7 +148,7 @@ bool OutputFile::write_more(std::string_view text) {
 }
 
 bool OutputFile::finish() {
-  if (!flush()) return false;
+  if (has_failed_ || !flush()) return false;
   // The name must not appear on the disk before the content does.
   if (is_temporary_ && fsync(file_) != 0) return fail_to_write(errno);
   const int file = file_;

@@ -33,15 +33,33 @@ class OutputFile {
     return true;
   }
 
+  /// Returns a place for at most `size` bytes, up to MAX_PLACE, which the caller fills from its
+  /// start and then hands to `take`. A failure to write what was there before is noted:
+  /// `has_failed` returns it, and `finish` fails.
+  [[nodiscard]] char* place(std::size_t size) {
+    if (size > buffer_.size() - used_ && !flush()) has_failed_ = true;
+    return buffer_.data() + used_;
+  }
+  /// Adds the bytes up to `end` in the place that `place` returned last.
+  void take(const char* end) { used_ = static_cast<std::size_t>(end - buffer_.data()); }
+  [[nodiscard]] bool has_failed() const { return has_failed_; }
+
+  /// Does what `write` does, and notes a failure as `place` does.
+  void add(std::string_view text) {
+    if (!write(text)) has_failed_ = true;
+  }
+
+  static constexpr std::size_t MAX_PLACE = 4096;
+
   /// Writes what is still in memory.
   [[nodiscard]] bool flush();
 
   /// Completes the file: writes, closes and renames it. No other function may follow.
   [[nodiscard]] bool finish();
 
-  /// The name under which the file is written until `finish`: for other writers than this object.
-  /// It is the wanted name if the file is written directly, and empty for standard output.
-  [[nodiscard]] const std::string& written_path() const { return written_path_; }
+  /// The name under which a regular file is written until `finish`, for a library that writes it by
+  /// itself. Empty for everything else.
+  [[nodiscard]] std::string written_path() const { return is_temporary_ ? written_path_ : ""; }
 
   /// Why the last call that failed did, with the name of the file.
   [[nodiscard]] const std::string& error() const { return error_; }
@@ -56,11 +74,12 @@ class OutputFile {
 
   std::string name_;          ///< for messages
   std::string wanted_path_;   ///< the final name, links followed
-  std::string written_path_;  ///< differs from `wanted_path_` if the file is to be renamed
+  std::string written_path_;  ///< the name until then
   int file_ = -1;
   bool is_temporary_ = false;
   std::vector<char> buffer_ = std::vector<char>(BUFFER_SIZE);
   std::size_t used_ = 0;
+  bool has_failed_ = false;
   std::string error_;
 
   static constexpr std::size_t BUFFER_SIZE = std::size_t{64} * 1024;

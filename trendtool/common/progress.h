@@ -13,6 +13,9 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
+  /// Whether progress can be seen, so that it is worth finding out.
+  [[nodiscard]] bool is_visible() const { return is_terminal_; }
+
   /// Notes that `rows` rows are done, which are the share `share` of the work, from 0 to 1; below 0
   /// if that is not known. May be called for every chunk of rows: it seldom prints.
   void show(std::uint64_t rows, double share);

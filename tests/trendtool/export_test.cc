@@ -1,0 +1,305 @@
+// trendtool export: csv, jsonl and influx.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "tests/support/model.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr double INF = std::numeric_limits<double>::infinity();
+
+/// A device whose names need quotes and escapes everywhere.
+ModelLog odd_log() {
+  ModelLog log;
+  log.device = "/a b,c=d\"e\\f;g";
+  log.params = {{"x y,\"z\"=1;\\2", ACTUAL}, {"w", MIN | MAX}};
+  log.minutes = {60};
+  log.rows = {{60, 1288614600, 1, {1.5, NAN, INF}},
+              {60, 1288618200, 0.1234, {-INF, 1234567.25, -0.1}},
+              {60, 1288621800, 0, {NAN, NAN, NAN}}};
+  return log;
+}
+
+class TrendtoolExport : public testing::Test {
+ protected:
+  ProcessResult run_export(std::vector<std::string> more, const Environment& environment = {}) {
+    std::vector<std::string> arguments = {"export", "-x", db_};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return run_tool("trendtool", arguments, "", environment);
+  }
+
+  /// Exports, which must succeed without a message.
+  std::string exported(std::vector<std::string> more, const char* zone = "UTC0") {
+    const ProcessResult result = run_export(std::move(more), {{"TZ", zone}});
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(result.err, "");
+    return result.out;
+  }
+
+  /// Records two devices with a row each, and one with none.
+  void record_three() {
+    ModelLog one{
+        .device = "/one", .params = {{"a", AVG}, {"b", MIN}}, .minutes = {5, 60}, .rows = {}};
+    one.rows = {{5, 600, 1, {1, 2}}, {60, 3600, 1, {3, 4}}};
+    ModelLog two{.device = "/two", .params = {{"b", MIN | MAX}}, .minutes = {5}, .rows = {}};
+    two.rows = {{5, 900, 0.5, {5, 6}}};
+    record(one, db_);
+    record(two, db_);
+    record({.device = "/none", .params = {{"c", SUM}}, .minutes = {}, .rows = {}}, db_);
+  }
+
+  TemporaryFolder folder_;
+  std::string db_ = folder_.file("trend.db");
+};
+
+TEST_F(TrendtoolExport, QuotesNamesInCsv) {
+  record(odd_log(), db_);
+  EXPECT_EQ(exported({"--all-devices", "-a", "-u"}),
+            "time,interval,device,w:.ValueIntMin,w:.ValueIntMax,"
+            "\"x y,\"\"z\"\"=1;\\2:Value\"\n"
+            "2010-11-01T12:30:00Z,60,\"/a b,c=d\"\"e\\f;g\",,1E999,1.5\n"
+            "2010-11-01T13:30:00Z,60,\"/a b,c=d\"\"e\\f;g\",1234567,-0.1,-1E999\n"
+            "2010-11-01T14:30:00Z,60,\"/a b,c=d\"\"e\\f;g\",,,\n");
+}
+
+TEST_F(TrendtoolExport, WritesJsonThatHasNullForAMissingValue) {
+  record(odd_log(), db_);
+  EXPECT_EQ(exported({"--all-devices", "-a", "-u", "--format", "jsonl", "--percent-valid"}),
+            "{\"time\":\"2010-11-01T12:30:00Z\",\"interval\":60,"
+            "\"device\":\"/a b,c=d\\\"e\\\\f;g\",\"percent_valid\":100.00,"
+            "\"w:.ValueIntMin\":null,\"w:.ValueIntMax\":1E999,"
+            "\"x y,\\\"z\\\"=1;\\\\2:Value\":1.5}\n"
+            "{\"time\":\"2010-11-01T13:30:00Z\",\"interval\":60,"
+            "\"device\":\"/a b,c=d\\\"e\\\\f;g\",\"percent_valid\":12.34,"
+            "\"w:.ValueIntMin\":1234567,\"w:.ValueIntMax\":-0.1,"
+            "\"x y,\\\"z\\\"=1;\\\\2:Value\":-1E999}\n"
+            "{\"time\":\"2010-11-01T14:30:00Z\",\"interval\":60,"
+            "\"device\":\"/a b,c=d\\\"e\\\\f;g\",\"percent_valid\":0.00,"
+            "\"w:.ValueIntMin\":null,\"w:.ValueIntMax\":null,"
+            "\"x y,\\\"z\\\"=1;\\\\2:Value\":null}\n");
+}
+
+TEST_F(TrendtoolExport, WritesInfluxAndSaysWhatItCantHold) {
+  record(odd_log(), db_);
+  const ProcessResult result =
+      run_export({"--all-devices", "-a", "--format", "influx", "--percent-valid"});
+  EXPECT_EQ(result.out,
+            "/a\\ b\\,c=d\"e\\f;g,interval=60 percent_valid=100.00,"
+            "x\\ y\\,\"z\"\\=1;\\2:Value=1.5 1288614600000000000\n"
+            "/a\\ b\\,c=d\"e\\f;g,interval=60 percent_valid=12.34,w:.ValueIntMin=1234567,"
+            "w:.ValueIntMax=-0.1 1288618200000000000\n");
+  EXPECT_EQ(result.err, "trendtool: 2 infinite values are left out; influx can't hold them\n");
+  EXPECT_EQ(result.exit_status, 1);
+}
+
+TEST_F(TrendtoolExport, RefusesNamesThatInfluxCantHold) {
+  for (const char* name : {"a\nb", "a\\", "#a"}) {
+    std::filesystem::remove(db_);
+    record({.device = name, .params = {{"c", SUM}}, .minutes = {5}, .rows = {{5, 300, 1, {1}}}},
+           db_);
+    const ProcessResult result = run_export({"--all-devices", "--format", "influx"});
+    EXPECT_EQ(result.exit_status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "trendtool: influx can't hold the name '" + std::string(name) +
+                              "'; choose another format\n");
+  }
+}
+
+TEST_F(TrendtoolExport, WritesALineForEachValue) {
+  record(odd_log(), db_);
+  EXPECT_EQ(exported({"--all-devices", "-m", "2", "-u", "--layout", "long", "--epoch",
+                      "--percent-valid", "--separator", "tab"}),
+            "time\tinterval\tdevice\tpercent_valid\tparameter\tstatistic\tvalue\n"
+            "1288621800\t60\t\"/a b,c=d\"\"e\\f;g\"\t0.00\tw\tmin\t\n"
+            "1288621800\t60\t\"/a b,c=d\"\"e\\f;g\"\t0.00\tw\tmax\t\n"
+            "1288621800\t60\t\"/a b,c=d\"\"e\\f;g\"\t0.00\t\"x y,\"\"z\"\"=1;\\2\"\tactual\t\n"
+            "1288618200\t60\t\"/a b,c=d\"\"e\\f;g\"\t12.34\tw\tmin\t1234567\n"
+            "1288618200\t60\t\"/a b,c=d\"\"e\\f;g\"\t12.34\tw\tmax\t-0.1\n"
+            "1288618200\t60\t\"/a b,c=d\"\"e\\f;g\"\t12.34\t\"x y,\"\"z\"\"=1;\\2\"\tactual\t"
+            "-1E999\n");
+}
+
+TEST_F(TrendtoolExport, WritesADecimalComma) {
+  record(odd_log(), db_);
+  EXPECT_EQ(exported({"-d", odd_log().device, "-p", "w", "-a", "-u", "--decimal", ",",
+                      "--percent-valid"}),
+            "time;interval;percent_valid;w:.ValueIntMin;w:.ValueIntMax\n"
+            "2010-11-01T12:30:00Z;60;100,00;;1E999\n"
+            "2010-11-01T13:30:00Z;60;12,34;1234567;-0,1\n"
+            "2010-11-01T14:30:00Z;60;0,00;;\n");
+}
+
+TEST_F(TrendtoolExport, WritesTheShortestDigitsThatAreExact) {
+  ModelLog log{.device = "/d", .params = {{"a", ACTUAL}}, .minutes = {1}, .rows = {}};
+  const double values[] = {0.1,  1.0 / 3, 123456.789, 1e22,   5e-324, 1.7976931348623157e308,
+                           -0.0, 1e6,     INF,        1e-300, 100};
+  std::int64_t time = 0;
+  for (const double value : values) log.rows.push_back({1, time += 60, 1, {value}});
+  record(log, db_);
+  const std::string text = exported({"-d", "/d", "--exact", "-a", "--epoch"});
+  std::size_t start = text.find('\n') + 1;
+  for (const double value : values) {
+    const std::string line = text.substr(start, text.find('\n', start) - start);
+    start += line.size() + 1;
+    const std::string field = line.substr(line.rfind(',') + 1);
+    const double read = std::strtod(field.c_str(), nullptr);
+    EXPECT_EQ(read, value) << field;
+    EXPECT_EQ(std::signbit(read), std::signbit(value)) << field;
+    EXPECT_LE(field.size(), 24U) << field;
+  }
+  EXPECT_THAT(text, HasSubstr(",0.1\n"));
+  EXPECT_THAT(text, HasSubstr(",0.3333333333333333\n"));
+}
+
+TEST_F(TrendtoolExport, WritesSeveralDevices) {
+  record_three();
+  EXPECT_EQ(exported({"--all-devices", "-u"}),
+            "time,interval,device,a:.ValueIntAvg,b:.ValueIntMin,b:.ValueIntMax,c:.ValueIntSum\n"
+            "1970-01-01T00:10:00Z,5,/one,1,2,,\n"
+            "1970-01-01T00:15:00Z,5,/two,,5,6,\n");
+  EXPECT_EQ(exported({"-d", "/two", "-d", "/one", "-u", "--format", "jsonl"}),
+            "{\"time\":\"1970-01-01T00:15:00Z\",\"interval\":5,\"device\":\"/two\","
+            "\"b:.ValueIntMin\":5,\"b:.ValueIntMax\":6}\n"
+            "{\"time\":\"1970-01-01T00:10:00Z\",\"interval\":5,\"device\":\"/one\","
+            "\"b:.ValueIntMin\":2,\"a:.ValueIntAvg\":1}\n");
+  EXPECT_EQ(exported({"-d", "/one", "--format", "influx", "-i", "60"}),
+            "/one,interval=60 a:.ValueIntAvg=3,b:.ValueIntMin=4 3600000000000\n");
+}
+
+TEST_F(TrendtoolExport, TakesOfAllDevicesThoseWithAParameter) {
+  record_three();
+  EXPECT_EQ(exported({"--all-devices", "-p", "a", "-u", "-i", "60"}),
+            "time,interval,device,a:.ValueIntAvg\n1970-01-01T01:00:00Z,60,/one,3\n");
+  const ProcessResult none = run_export({"--all-devices", "-p", "x"});
+  EXPECT_EQ(none.exit_status, 1);
+  EXPECT_EQ(none.err,
+            "trendtool: no device has a parameter of -p; 'trendtool list -d' shows the parameters "
+            "of a device\n");
+  const ProcessResult named = run_export({"-d", "/two", "-p", "a"});
+  EXPECT_EQ(named.exit_status, 1);
+  EXPECT_EQ(named.err,
+            "trendtool: device '/two' has no parameter 'a'; 'trendtool list -d' shows its "
+            "parameters\n");
+}
+
+TEST_F(TrendtoolExport, WritesAHeaderAloneIfThereAreNoRows) {
+  record_three();
+  EXPECT_EQ(exported({"-d", "/none"}), "time,interval,c:.ValueIntSum\n");
+  EXPECT_EQ(exported({"-d", "/none", "--format", "jsonl"}), "");
+  EXPECT_EQ(exported({"-d", "/one", "-s", "2000-01-01"}),
+            "time,interval,a:.ValueIntAvg,b:.ValueIntMin\n");
+}
+
+TEST_F(TrendtoolExport, TellsTimesApartWhenDaylightSavingEndsAndStarts) {
+  ModelLog log{.device = "/d", .params = {{"a", ACTUAL}}, .minutes = {30}, .rows = {}};
+  for (int i = 0; i < 4; ++i) log.rows.push_back({30, 1288485000 + 1800 * i, 1, {1.0 * i}});
+  for (int i = 0; i < 3; ++i) log.rows.push_back({30, 1269736200 + 1800 * i, 1, {1.0 * i}});
+  record(log, db_);
+  const char* zone = "CET-1CEST,M3.5.0,M10.5.0/3";
+  EXPECT_EQ(exported({"-d", "/d", "-a"}, zone),
+            "time,interval,a:Value\n"
+            "2010-03-28T01:30:00+01:00,30,0\n"
+            "2010-03-28T03:00:00+02:00,30,1\n"
+            "2010-03-28T03:30:00+02:00,30,2\n"
+            "2010-10-31T02:30:00+02:00,30,0\n"
+            "2010-10-31T02:00:00+01:00,30,1\n"
+            "2010-10-31T02:30:00+01:00,30,2\n"
+            "2010-10-31T03:00:00+01:00,30,3\n");
+  // The range is as long as the clock shows its ends.
+  EXPECT_EQ(
+      exported({"-d", "/d", "-a", "-s", "2010-10-31T02:30", "-e", "2010-10-31 02:30", "--epoch"},
+               zone),
+      "time,interval,a:Value\n1288485000,30,0\n1288486800,30,1\n1288488600,30,2\n");
+}
+
+TEST_F(TrendtoolExport, WritesTheRowsOfTrendcsv) {
+  Random random(7);
+  for (int round = 0; round < random_rounds(40); ++round) {
+    std::filesystem::remove(db_);
+    const ModelLog log = random_log(random, false);
+    record(log, db_);
+    DumpRequest request;
+    request.use_utc = true;
+    request.header = false;
+    request.date_format = "%FT%TZ";
+    request.time_format = "-";
+    request.ascending = pick(random, 2) == 0;
+    if (pick(random, 2) == 0) request.max_records = 1 + pick(random, 60);
+    std::vector<std::string> arguments = {"-d", log.device, "-u"};
+    if (request.ascending) arguments.emplace_back("-a");
+    if (request.max_records > 0) {
+      arguments.insert(arguments.end(), {"-m", std::to_string(request.max_records)});
+    }
+    std::string rows = exported(arguments);
+    rows.erase(0, rows.find('\n') + 1);
+    // The field after the time is the interval here, and a dash there.
+    std::string expected = expected_dump(log, request).first;
+    std::string shown;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      shown += rows[i];
+      if (rows[i] != 'Z') continue;
+      shown += ",-";
+      i = rows.find_first_of(",\n", i + 2) - 1;
+    }
+    for (std::size_t i = 0; (i = expected.find("INF", i)) != std::string::npos;) {
+      expected.replace(i, 3, "1E999");
+    }
+    ASSERT_EQ(shown, expected) << round;
+  }
+}
+
+TEST_F(TrendtoolExport, RefusesOptionsThatDoNotGoTogether) {
+  record_three();
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
+      {{}, "no device is given; name devices with -d, or take all with --all-devices"},
+      {{"-d", "/one", "--all-devices"}, "-d and --all-devices do not go together; use one of them"},
+      {{"-d", "/one", "--format", "jsonl", "--decimal", ","},
+       "--separator, --decimal and --layout are for csv; leave them out, or use --format csv"},
+      {{"-d", "/one", "--separator", ",", "--decimal", ","},
+       "the separator and the decimal sign are the same; choose another --separator"},
+      {{"-d", "/one", "--format", "influx", "--epoch"},
+       "--epoch is for csv and jsonl; leave it out, or use another --format"},
+      {{"-d", "/one", "--sheet-per-interval"},
+       "--sheet-per-interval is for xlsx; leave it out, or use --format xlsx"},
+      {{"-d", "/one", "-s", "@7", "-e", "@6"}, "the end '@6' is before the start '@7'"},
+      {{"-d", "/one", "--separator", "x"},
+       "--separator: 'x' is not one of ',', ';', '|', tab; see 'trendtool export --help'"}};
+  for (const auto& [arguments, message] : cases) {
+    const ProcessResult result = run_export(arguments);
+    EXPECT_EQ(result.exit_status, 2) << message;
+    EXPECT_EQ(result.out, "") << message;
+    EXPECT_EQ(result.err, "trendtool: " + message + "\n");
+  }
+}
+
+TEST_F(TrendtoolExport, LeavesNoFileIfItFails) {
+  record_three();
+  const std::string file = folder_.file("out.csv");
+  EXPECT_EQ(run_export({"-d", "/three", "-f", file}).exit_status, 1);
+  EXPECT_FALSE(std::filesystem::exists(file));
+  const ProcessResult database = run_export({"-d", "/one", "-f", db_});
+  EXPECT_EQ(database.exit_status, 1);
+  EXPECT_EQ(database.err, "trendtool: can't write '" + db_ +
+                              "': it is a file of the database; choose another name\n");
+  EXPECT_EQ(exported({"-d", "/two", "-u", "-f", file}), "");
+  EXPECT_EQ(read_file(file),
+            "time,interval,b:.ValueIntMin,b:.ValueIntMax\n1970-01-01T00:15:00Z,5,5,6\n");
+}
+
+TEST_F(TrendtoolExport, FailsIfTheDiskIsFull) {
+  ModelLog log{.device = "/long", .params = {{"a", AVG}}, .minutes = {5}, .rows = {}};
+  for (int i = 1; i <= 5000; ++i) log.rows.push_back({5, 300LL * i, 1, {1.0 * i}});
+  record(log, db_);
+  for (const char* format : {"csv", "jsonl", "influx"}) {
+    const ProcessResult result = run_export({"-d", "/long", "--format", format, "-f", "/dev/full"});
+    EXPECT_EQ(result.exit_status, 1);
+    EXPECT_EQ(result.err, "trendtool: can't write '/dev/full': No space left on device\n");
+  }
+}
+
+}  // namespace

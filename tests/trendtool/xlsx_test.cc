@@ -1,0 +1,138 @@
+// trendtool export --format xlsx.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "tests/support/model.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+/// Prints the names of the sheets, and the cells of each: their places, types and values.
+constexpr const char* PRINT_SHEETS = R"PYTHON(
+import re, sys, zipfile
+book = zipfile.ZipFile(sys.argv[1])
+assert book.testzip() is None
+names = re.findall('<sheet name="([^"]*)"', book.read('xl/workbook.xml').decode())
+for number, name in enumerate(names, start=1):
+  print('sheet', name)
+  xml = book.read(f'xl/worksheets/sheet{number}.xml').decode()
+  print('frozen', 'state="frozen"' in xml)
+  for cell in re.finditer(r'<c r="(\w+)"( s="\d")?( t="\w+")?>(.*?)</c>', xml):
+    print(cell[1], 'text' if cell[3] else 'number', re.sub('<[^>]*>', '', cell[4]))
+)PYTHON";
+
+class TrendtoolXlsx : public testing::Test {
+ protected:
+  void SetUp() override {
+    ModelLog log;
+    log.device = "/plant/one";
+    log.params = {{"a", ACTUAL}, {"b & c", MAX}};
+    log.minutes = {5, 60};
+    log.rows = {{5, 1288616700, 0.5, {1.23456789, NAN}}, {60, 1288612800, 1, {-0.25, 7}}};
+    record(log, db_);
+    const ProcessResult result = run({});
+    can_write_ = result.err.find("built without libxlsxwriter") == std::string::npos;
+    if (can_write_) return;
+    EXPECT_EQ(result.exit_status, 2);
+    EXPECT_EQ(result.out, "");
+    GTEST_SKIP() << "this build has no spreadsheets";
+  }
+
+  ProcessResult run(std::vector<std::string> more) {
+    std::vector<std::string> arguments = {"export", "-x", db_,      "--format",
+                                          "xlsx",   "-a", "--file", file_};
+    if (more.empty()) more = {"-d", "/plant/one"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return run_tool("trendtool", arguments, "", {{"TZ", "IST-5:30"}});
+  }
+
+  /// What the sheets hold after an export that must succeed without a message.
+  std::string exported(std::vector<std::string> more) {
+    const ProcessResult result = run(std::move(more));
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(result.out + result.err, "");
+    return print();
+  }
+
+  std::string print() {
+    const ProcessResult shown = run_process({"python3", "-c", PRINT_SHEETS, file_});
+    EXPECT_EQ(shown.err, "");
+    return shown.out;
+  }
+
+  TemporaryFolder folder_;
+  std::string db_ = folder_.file("trend.db");
+  std::string file_ = folder_.file("trend.xlsx");
+  bool can_write_ = false;
+};
+
+TEST_F(TrendtoolXlsx, WritesDatesAndNumbers) {
+  EXPECT_EQ(exported({"-d", "/plant/one", "-u"}),
+            "sheet plant one\nfrozen True\n"
+            "A1 text time (UTC)\nB1 text interval\nC1 text a:Value\n"
+            "D1 text b &amp; c:.ValueIntMax\n"
+            "A2 number 40483.5\nB2 number 60\nC2 number -0.25\nD2 number 7\n"
+            "A3 number 40483.54513888889\nB3 number 5\nC3 number 1.23457\n");
+}
+
+TEST_F(TrendtoolXlsx, WritesLocalTimeValidityAndExactValues) {
+  EXPECT_EQ(exported({"-d", "/plant/one", "-p", "a", "-i", "5", "--exact", "--percent-valid"}),
+            "sheet plant one\nfrozen True\n"
+            "A1 text time\nB1 text interval\nC1 text percent_valid\nD1 text a:Value\n"
+            "A2 number 40483.77430555555\nB2 number 5\nC2 number 50\nD2 number 1.23456789\n");
+}
+
+TEST_F(TrendtoolXlsx, WritesASheetForEachInterval) {
+  EXPECT_EQ(exported({"-d", "/plant/one", "-p", "a", "-u", "--sheet-per-interval"}),
+            "sheet plant one 60 min\nfrozen True\n"
+            "A1 text time (UTC)\nB1 text interval\nC1 text a:Value\n"
+            "A2 number 40483.5\nB2 number 60\nC2 number -0.25\n"
+            "sheet plant one 5 min\nfrozen True\n"
+            "A1 text time (UTC)\nB1 text interval\nC1 text a:Value\n"
+            "A2 number 40483.54513888889\nB2 number 5\nC2 number 1.23457\n");
+}
+
+TEST_F(TrendtoolXlsx, SaysThatItCantHoldInfinities) {
+  const double inf = std::numeric_limits<double>::infinity();
+  record(
+      {.device = "/hot", .params = {{"t", ACTUAL}}, .minutes = {5}, .rows = {{5, 300, 1, {inf}}}},
+      db_);
+  const ProcessResult result = run({"-d", "/hot", "-u"});
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendtool: 1 infinite values are left out; xlsx can't hold them\n");
+  EXPECT_THAT(print(), HasSubstr("B2 number 5\n"));
+  EXPECT_THAT(print(), testing::Not(HasSubstr("C2")));
+}
+
+TEST_F(TrendtoolXlsx, NeedsARegularFile) {
+  file_ = "/dev/null";
+  const ProcessResult result = run({});
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err,
+            "trendtool: xlsx can be written to a regular file only; name another with -f\n");
+}
+
+TEST_F(TrendtoolXlsx, LeavesNothingIfTheDiskIsFull) {
+  std::filesystem::remove(file_);
+  std::string command = "ulimit -f 1; exec \"$@\"";
+  std::vector<std::string> words = {"/bin/sh", "-c", "trap '' XFSZ; " + command, "sh"};
+  for (const std::string& word : tool_command("trendtool")) words.push_back(word);
+  ModelLog log{.device = "/long", .params = {{"a", AVG}}, .minutes = {5}, .rows = {}};
+  for (int i = 1; i <= 20000; ++i) log.rows.push_back({5, 300LL * i, 1, {1.0 * i}});
+  record(log, db_);
+  for (const char* word :
+       {"export", "-x", db_.c_str(), "-d", "/long", "--format", "xlsx", "-f", file_.c_str()}) {
+    words.emplace_back(word);
+  }
+  const ProcessResult result = run_process(words);
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_THAT(result.err, HasSubstr("trendtool: can't write the spreadsheet: "));
+  EXPECT_FALSE(std::filesystem::exists(file_));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_.path()), {}), 1);
+}
+
+}  // namespace
