@@ -328,10 +328,11 @@ TEST_F(TrendtoolPlot, LeavesNothingAfterASignal) {
     }
     ASSERT_GT(child, 0);
     pid_t gnuplot = 0;
-    while (gnuplot == 0) {
+    for (int i = 0; i < 3000 && gnuplot == 0; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
       std::ifstream(folder_.file("started")) >> gnuplot;
     }
+    ASSERT_GT(gnuplot, 0) << "gnuplot was not started";
     EXPECT_EQ(files().size(), 3U);
     kill(child, number);
     int status = 0;

@@ -27,7 +27,7 @@ void add_extent(const Extent& from, Extent& to) {
   to.seconds = seconds;
 }
 
-void add_column(const Column& from, Column& to) {
+void add_column(const PlotColumn& from, PlotColumn& to) {
   to.start = std::min(to.start, from.start);
   to.end = std::max(to.end, from.end);
   for (std::size_t i = 0; i < to.values.size(); ++i) add_extent(from.values[i], to.values[i]);
@@ -43,7 +43,7 @@ void TimeRange::add(const TimeRange& other) {
   *this = is_empty() ? other : TimeRange{std::min(start, other.start), std::max(end, other.end)};
 }
 
-bool Curve::share_slice(const Column& a, const Column& b) const {
+bool Curve::share_slice(const PlotColumn& a, const PlotColumn& b) const {
   return slice_of(a.end, slice_) == slice_of(b.end, slice_);
 }
 
@@ -63,7 +63,7 @@ void Curve::join_slices(std::int64_t seconds) {
 
 void Curve::add(const CSnapshot& row, const CSample& sample) {
   constexpr std::int64_t MINUTE = 60;
-  Column column;
+  PlotColumn column;
   column.end = row.timestamp;
   column.start = column.end - MINUTE * row.interval_minutes;
   const auto seconds = static_cast<double>(column.end - column.start);
@@ -87,8 +87,8 @@ void Curve::add(const CSnapshot& row, const CSample& sample) {
   }
 }
 
-std::vector<Column> Curve::take_columns() {
-  std::vector<Column> columns = std::move(columns_);
+std::vector<PlotColumn> Curve::take_columns() {
+  std::vector<PlotColumn> columns = std::move(columns_);
   columns_.clear();
   std::reverse(columns.begin(), columns.end());
   return columns;
@@ -96,6 +96,6 @@ std::vector<Column> Curve::take_columns() {
 
 TimeRange Curve::range() const {
   TimeRange range;
-  for (const Column& column : columns_) range.add({column.start, column.end});
+  for (const PlotColumn& column : columns_) range.add({column.start, column.end});
   return range;
 }

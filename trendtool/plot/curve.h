@@ -19,7 +19,7 @@ struct Extent {
 
 /// The rows of a stretch of time: one row, or several that are too close to each other to be shown
 /// apart. Times are in seconds since the epoch.
-struct Column {
+struct PlotColumn {
   std::int64_t start = 0;                                          ///< of the first interval
   std::int64_t end = 0;                                            ///< of the last interval
   std::array<Extent, toolkit::trend::STATISTICS.size()> values{};  ///< in order of STATISTICS
@@ -36,7 +36,7 @@ struct TimeRange {
 };
 
 /// Whether there is time without rows between `earlier` and `later`, two columns of one curve.
-[[nodiscard]] inline bool is_gap_between(const Column& earlier, const Column& later) {
+[[nodiscard]] inline bool is_gap_between(const PlotColumn& earlier, const PlotColumn& later) {
   return later.start > earlier.end;
 }
 
@@ -58,7 +58,7 @@ class Curve {
   void join_slices(std::int64_t seconds);
 
   /// Returns the columns, oldest first, and leaves the curve empty.
-  [[nodiscard]] std::vector<Column> take_columns();
+  [[nodiscard]] std::vector<PlotColumn> take_columns();
 
   /// The time from the oldest to the newest column; empty if there are none.
   [[nodiscard]] TimeRange range() const;
@@ -67,10 +67,10 @@ class Curve {
   [[nodiscard]] std::uint64_t undrawable_count() const { return undrawable_count_; }
 
  private:
-  [[nodiscard]] bool share_slice(const Column& a, const Column& b) const;
+  [[nodiscard]] bool share_slice(const PlotColumn& a, const PlotColumn& b) const;
 
   std::size_t most_columns_;
-  std::int64_t slice_ = 1;       ///< the length of a slice in seconds
-  std::vector<Column> columns_;  ///< newest first
+  std::int64_t slice_ = 1;           ///< the length of a slice in seconds
+  std::vector<PlotColumn> columns_;  ///< newest first
   std::uint64_t undrawable_count_ = 0;
 };

@@ -33,7 +33,7 @@ TEST(Curve, KeepsFewRowsAsTheyAre) {
   Curve curve(10);
   add(curve, 7200, 60, {1, 5, 3, 4, 100});
   add(curve, 3600, 60, {2, 6, 4, 5, 200});
-  const std::vector<Column> columns = curve.take_columns();
+  const std::vector<PlotColumn> columns = curve.take_columns();
   ASSERT_EQ(columns.size(), 2U);
   EXPECT_EQ(columns[0].start, 0);
   EXPECT_EQ(columns[0].end, 3600);
@@ -56,7 +56,7 @@ TEST(Curve, KeepsTheExtremesAndTheMeanOfManyRows) {
     const double spike = i == 4321 ? 1e6 : 0;
     add(curve, 60 * i, 1, {-1.0 * i, i + spike, 1.0 * i, 2.0 * i, 3.0 * i});
   }
-  const std::vector<Column> columns = curve.take_columns();
+  const std::vector<PlotColumn> columns = curve.take_columns();
   EXPECT_LE(columns.size(), MOST);
   EXPECT_GE(columns.size(), MOST / 2 - 1);
   EXPECT_EQ(columns.front().start, 0);
@@ -65,7 +65,7 @@ TEST(Curve, KeepsTheExtremesAndTheMeanOfManyRows) {
   double seconds = 0;
   double area = 0;
   std::int64_t end = 0;
-  for (const Column& column : columns) {
+  for (const PlotColumn& column : columns) {
     EXPECT_EQ(column.start, end);
     end = column.end;
     const auto first = static_cast<double>(column.start / 60 + 1);
@@ -90,7 +90,7 @@ TEST(Curve, CountsAValueByTheLengthOfItsInterval) {
   add_average(curve, 86400 + 3600, 60, 25);
   add_average(curve, 86400, 1440, 0);
   curve.join_slices(1'000'000);
-  const std::vector<Column> columns = curve.take_columns();
+  const std::vector<PlotColumn> columns = curve.take_columns();
   ASSERT_EQ(columns.size(), 1U);
   EXPECT_EQ(columns[0].start, 0);
   EXPECT_EQ(columns[0].end, 90'000);
@@ -102,7 +102,7 @@ TEST(Curve, KeepsAGapWhereRowsAreMissing) {
   add_average(curve, 4 * 3600, 60, 1);
   add_average(curve, 2 * 3600, 60, 1);
   add_average(curve, 3600, 60, 1);
-  const std::vector<Column> columns = curve.take_columns();
+  const std::vector<PlotColumn> columns = curve.take_columns();
   ASSERT_EQ(columns.size(), 3U);
   EXPECT_FALSE(is_gap_between(columns[0], columns[1]));
   EXPECT_TRUE(is_gap_between(columns[1], columns[2]));
@@ -113,7 +113,7 @@ TEST(Curve, KeepsAGapBetweenReducedColumns) {
   for (int i = 2000; i >= 1; --i) {
     if (i <= 800 || i > 1200) add_average(curve, 60 * i, 1, i);
   }
-  const std::vector<Column> columns = curve.take_columns();
+  const std::vector<PlotColumn> columns = curve.take_columns();
   int gaps = 0;
   for (std::size_t i = 1; i < columns.size(); ++i) {
     if (!is_gap_between(columns[i - 1], columns[i])) continue;
@@ -129,7 +129,7 @@ TEST(Curve, SeesNoGapBetweenHoursAndDays) {
   add_average(curve, 2 * 86400 + 3600, 60, 1);
   add_average(curve, 2 * 86400, 1440, 1);
   add_average(curve, 86400, 1440, 1);
-  const std::vector<Column> columns = curve.take_columns();
+  const std::vector<PlotColumn> columns = curve.take_columns();
   ASSERT_EQ(columns.size(), 3U);
   EXPECT_FALSE(is_gap_between(columns[0], columns[1]));
   EXPECT_FALSE(is_gap_between(columns[1], columns[2]));
@@ -140,7 +140,7 @@ TEST(Curve, LeavesAGapWhereASampleHasNoValue) {
   add_average(curve, 3 * 3600, 60, 1);
   add_average(curve, 2 * 3600, 60, NONE);
   add_average(curve, 3600, 60, 2);
-  const std::vector<Column> columns = curve.take_columns();
+  const std::vector<PlotColumn> columns = curve.take_columns();
   ASSERT_EQ(columns.size(), 2U);
   EXPECT_TRUE(is_gap_between(columns[0], columns[1]));
   EXPECT_EQ(curve.undrawable_count(), 0U);
@@ -150,7 +150,7 @@ TEST(Curve, CountsValuesThatCantBeDrawn) {
   constexpr double INFINITE = std::numeric_limits<double>::infinity();
   Curve curve(10);
   add(curve, 3600, 60, {-INFINITE, INFINITE, 1, std::numeric_limits<double>::max(), NONE});
-  const std::vector<Column> columns = curve.take_columns();
+  const std::vector<PlotColumn> columns = curve.take_columns();
   ASSERT_EQ(columns.size(), 1U);
   EXPECT_EQ(curve.undrawable_count(), 3U);
   for (const std::size_t i : {MIN, MAX, ACTUAL, SUM}) {
@@ -163,7 +163,7 @@ TEST(Curve, CalculatesTheMeanOfHugeValuesWithoutOverflow) {
   Curve curve(1);
   add_average(curve, 2 * 3600, 60, 9e299);
   add_average(curve, 3600, 60, -9e299);
-  const std::vector<Column> columns = curve.take_columns();
+  const std::vector<PlotColumn> columns = curve.take_columns();
   ASSERT_EQ(columns.size(), 1U);
   EXPECT_EQ(columns[0].values[AVG].mean, 0);
 }

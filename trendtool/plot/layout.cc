@@ -24,13 +24,13 @@ constexpr Units PIXELS = {1200, 80, 50, 40, 40, 60, 0, 24, 170, 100, 110};
 
 }  // namespace
 
-Layout make_layout(const Picture& picture, std::size_t panels, bool has_right_axis) {
+PlotLayout make_layout(const Picture& picture, std::size_t panels, bool has_right_axis) {
   const bool is_text = picture.format == PictureFormat::TEXT;
   const Units& units = is_text ? CHARACTERS : PIXELS;
   const auto count = static_cast<int>(panels);
   // One panel alone may be higher.
   constexpr int ONE_PANEL = 2;
-  Layout layout;
+  PlotLayout layout;
   layout.width = picture.width > 0 ? picture.width : units.width;
   layout.left = units.left;
   layout.right = units.right + (has_right_axis ? units.right_axis : 0);
@@ -52,6 +52,6 @@ Layout make_layout(const Picture& picture, std::size_t panels, bool has_right_ax
 }
 
 int time_axis_width(const Picture& picture) {
-  const Layout layout = make_layout(picture, 1, false);
+  const PlotLayout layout = make_layout(picture, 1, false);
   return layout.width - layout.left - layout.right;
 }

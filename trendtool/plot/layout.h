@@ -6,7 +6,7 @@
 #include "trendtool/plot/picture.h"
 
 /// The sizes of a picture and of what stands in it, in characters or pixels.
-struct Layout {
+struct PlotLayout {
   bool is_text = false;
   int width = 0;
   int height = 0;
@@ -23,7 +23,8 @@ struct Layout {
 /// Returns the layout of `picture` with `panels` panels. `has_right_axis` says whether a panel has
 /// a second axis. The height of the picture grows with the panels unless the picture has a height.
 /// A panel keeps a height at which it can be read.
-[[nodiscard]] Layout make_layout(const Picture& picture, std::size_t panels, bool has_right_axis);
+[[nodiscard]] PlotLayout make_layout(const Picture& picture, std::size_t panels,
+                                     bool has_right_axis);
 
 /// Returns how many columns of characters or pixels the time axis of `picture` has.
 [[nodiscard]] int time_axis_width(const Picture& picture);

@@ -11,10 +11,10 @@
 enum class PictureFormat { TEXT, PNG, SVG, PDF };
 
 /// One parameter of a picture.
-struct Series {
+struct PlotSeries {
   std::string name;                        ///< as it is shown
   toolkit::trend::CParamProperties param;  ///< which statistics it has
-  std::vector<Column> columns;             ///< oldest first
+  std::vector<PlotColumn> columns;         ///< oldest first
 };
 
 struct Picture {
@@ -25,5 +25,5 @@ struct Picture {
   bool together = false;  ///< all parameters share one panel
   bool use_utc = false;   ///< the time axis is in UTC instead of local time
   TimeRange range;        ///< of the time axis, not empty
-  std::vector<Series> series;
+  std::vector<PlotSeries> series;
 };

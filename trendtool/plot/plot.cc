@@ -152,7 +152,7 @@ std::string read_series(CLog& log, const RowRequest& request, Picture& picture) 
   });
   if (!wrong.empty()) return wrong;
   for (std::size_t i = 0; i < curves.size(); ++i) {
-    const Series& series = picture.series[i];
+    const PlotSeries& series = picture.series[i];
     if (curves[i].undrawable_count() > 0) {
       print_message(std::to_string(curves[i].undrawable_count()) + " values of " +
                     quote(series.param.path) + " are infinite or too large, and not drawn");

@@ -43,14 +43,14 @@ const char* colour_of(Shape shape) {
   return shape == Shape::STEPS ? COLOURS[1] : COLOURS[0];
 }
 
-bool has_negative_sum(const Series& series) {
+bool has_negative_sum(const PlotSeries& series) {
   constexpr std::size_t SUM = 4;
   return std::any_of(series.columns.begin(), series.columns.end(),
-                     [](const Column& column) { return column.values[SUM].low < 0; });
+                     [](const PlotColumn& column) { return column.values[SUM].low < 0; });
 }
 
 /// Adds the shapes of `series` to `panel`, and their data to `script`.
-void add_series(const Series& series, std::size_t number, bool together, Panel& panel,
+void add_series(const PlotSeries& series, std::size_t number, bool together, Panel& panel,
                 std::string& script) {
   const std::vector<ShapeData> shapes = make_shapes(series);
   for (const ShapeData& data : shapes) {
@@ -83,7 +83,7 @@ std::vector<Panel> make_panels(const Picture& picture, std::string& script) {
   return panels;
 }
 
-std::string terminal_of(const Picture& picture, const Layout& layout) {
+std::string terminal_of(const Picture& picture, const PlotLayout& layout) {
   const std::string width = std::to_string(layout.width);
   const std::string height = std::to_string(layout.height);
   switch (picture.format) {
@@ -103,20 +103,20 @@ std::string terminal_of(const Picture& picture, const Layout& layout) {
 }
 
 /// A point as gnuplot takes it. `x` is from the left edge of the picture, `y` from the bottom.
-std::string screen_x(int x, const Layout& layout) {
+std::string screen_x(int x, const PlotLayout& layout) {
   // gnuplot counts the middles of characters, but the edges of pixels.
   std::string text = "screen ";
   append_number(text, static_cast<double>(x) / (layout.width - (layout.is_text ? 1 : 0)));
   return text;
 }
 
-std::string screen_y(int y, const Layout& layout) {
+std::string screen_y(int y, const PlotLayout& layout) {
   std::string text = "screen ";
   append_number(text, static_cast<double>(y) / (layout.height - (layout.is_text ? 1 : 0)));
   return text;
 }
 
-std::string screen_point(int x, int y, const Layout& layout) {
+std::string screen_point(int x, int y, const PlotLayout& layout) {
   return screen_x(x, layout) + "," + screen_y(y, layout);
 }
 
@@ -154,7 +154,7 @@ std::string plot_command(const Panel& panel, bool is_text) {
   return command + "\n";
 }
 
-std::string time_ticks(const Picture& picture, const Layout& layout, bool has_texts) {
+std::string time_ticks(const Picture& picture, const PlotLayout& layout, bool has_texts) {
   std::string ticks = "set xtics nomirror (";
   for (const Tick& tick :
        make_ticks(picture.range.start, picture.range.end, layout.most_ticks, picture.use_utc)) {
@@ -182,7 +182,7 @@ std::string value_axes(const Panel& panel) {
   return axes;
 }
 
-std::string panel_script(const Picture& picture, const Layout& layout, const Panel& panel,
+std::string panel_script(const Picture& picture, const PlotLayout& layout, const Panel& panel,
                          std::size_t number, bool is_last) {
   const int right = layout.width - layout.right;
   const int top = layout.height - layout.top - layout.names -
@@ -202,7 +202,7 @@ std::string panel_script(const Picture& picture, const Layout& layout, const Pan
 }
 
 /// The settings of all panels.
-std::string common_settings(const Picture& picture, const Layout& layout) {
+std::string common_settings(const Picture& picture, const PlotLayout& layout) {
   const int right = layout.width - layout.right;
   std::string script = "set lmargin at " + screen_x(layout.left, layout) + "\nset rmargin at " +
                        screen_x(right, layout) + "\n";
@@ -230,7 +230,7 @@ std::string make_script(const Picture& picture) {
   const std::vector<Panel> panels = make_panels(picture, data);
   const bool has_right_axis =
       std::any_of(panels.begin(), panels.end(), [](const Panel& p) { return p.has_right_axis(); });
-  const Layout layout = make_layout(picture, panels.size(), has_right_axis);
+  const PlotLayout layout = make_layout(picture, panels.size(), has_right_axis);
   std::string script = "set encoding utf8\nset terminal " + terminal_of(picture, layout) + "\n";
   script += data + "set multiplot\n" + common_settings(picture, layout);
   for (std::size_t i = 0; i < panels.size(); ++i) {

@@ -13,22 +13,24 @@ namespace {
 
 constexpr double NONE = std::numeric_limits<double>::quiet_NaN();
 
-Series hour_of(const std::string& name, std::uint32_t statistics,
-               const toolkit::trend::CSample& sample) {
+PlotSeries hour_of(const std::string& name, std::uint32_t statistics,
+                   const toolkit::trend::CSample& sample) {
   Curve curve(1);
   CSnapshot row;
   row.timestamp = 3600;
   row.interval_minutes = 60;
   curve.add(row, sample);
-  Series series{name, {}, curve.take_columns()};
+  PlotSeries series{name, {}, curve.take_columns()};
   toolkit::trend::set_statistics(series.param, statistics);
   return series;
 }
 
-Series average(const std::string& name) { return hour_of(name, 4, {NONE, NONE, 1.5, NONE, NONE}); }
-Series sum(const std::string& name) { return hour_of(name, 16, {NONE, NONE, NONE, NONE, 8}); }
+PlotSeries average(const std::string& name) {
+  return hour_of(name, 4, {NONE, NONE, 1.5, NONE, NONE});
+}
+PlotSeries sum(const std::string& name) { return hour_of(name, 16, {NONE, NONE, NONE, NONE, 8}); }
 
-Picture picture_of(std::vector<Series> series) {
+Picture picture_of(std::vector<PlotSeries> series) {
   Picture picture;
   picture.format = PictureFormat::SVG;
   picture.title = "site/a";
@@ -102,7 +104,7 @@ TEST(Script, GivesSumsAnAxisOfTheirOwnBesideOtherValues) {
 }
 
 TEST(Script, SaysWhereAParameterHasNoValues) {
-  Series empty = average("b");
+  PlotSeries empty = average("b");
   empty.columns.clear();
   const std::string script = make_script(picture_of({average("a"), empty}));
   EXPECT_EQ(count(script, "'no values'"), 1U);

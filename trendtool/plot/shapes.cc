@@ -26,12 +26,12 @@ double first_present(std::initializer_list<double> values) {
 }
 
 /// The edges of the band in a column.
-double low_edge(const Column& column) {
+double low_edge(const PlotColumn& column) {
   const auto& values = column.values;
   return first_present({values[MIN].low, values[AVG].low, values[MAX].low});
 }
 
-double high_edge(const Column& column) {
+double high_edge(const PlotColumn& column) {
   const auto& values = column.values;
   return first_present({values[MAX].high, values[AVG].high, values[MIN].high});
 }
@@ -47,10 +47,10 @@ void append_line(std::string& points, std::int64_t time, Numbers... numbers) {
 /// Appends the lines of each column by `append_column`, which appends nothing for a column without
 /// values, and empty lines for gaps.
 template <typename Append>
-std::string join_columns(const std::vector<Column>& columns, Append append_column) {
+std::string join_columns(const std::vector<PlotColumn>& columns, Append append_column) {
   std::string points;
-  const Column* before = nullptr;
-  for (const Column& column : columns) {
+  const PlotColumn* before = nullptr;
+  for (const PlotColumn& column : columns) {
     std::string lines;
     append_column(column, lines);
     if (!lines.empty() && before != nullptr && is_gap_between(*before, column)) points += '\n';
@@ -62,8 +62,8 @@ std::string join_columns(const std::vector<Column>& columns, Append append_colum
   return points;
 }
 
-std::string band_points(const std::vector<Column>& columns) {
-  return join_columns(columns, [](const Column& column, std::string& lines) {
+std::string band_points(const std::vector<PlotColumn>& columns) {
+  return join_columns(columns, [](const PlotColumn& column, std::string& lines) {
     const double low = low_edge(column);
     const double high = high_edge(column);
     if (std::isnan(low)) return;
@@ -72,8 +72,8 @@ std::string band_points(const std::vector<Column>& columns) {
   });
 }
 
-std::string line_points(const std::vector<Column>& columns, std::size_t statistic) {
-  return join_columns(columns, [statistic](const Column& column, std::string& lines) {
+std::string line_points(const std::vector<PlotColumn>& columns, std::size_t statistic) {
+  return join_columns(columns, [statistic](const PlotColumn& column, std::string& lines) {
     const double mean = column.values[statistic].mean;
     if (std::isnan(mean)) return;
     append_line(lines, column.start, mean);
@@ -83,8 +83,8 @@ std::string line_points(const std::vector<Column>& columns, std::size_t statisti
 
 /// Within a column of several rows, the line goes from the lowest to the highest value, so that no
 /// short peak is lost.
-std::string step_points(const std::vector<Column>& columns) {
-  return join_columns(columns, [](const Column& column, std::string& lines) {
+std::string step_points(const std::vector<PlotColumn>& columns) {
+  return join_columns(columns, [](const PlotColumn& column, std::string& lines) {
     const Extent& actual = column.values[ACTUAL];
     if (std::isnan(actual.low)) return;
     append_line(lines, column.start, actual.low);
@@ -94,9 +94,9 @@ std::string step_points(const std::vector<Column>& columns) {
 
 /// `is_extent` chooses between boxes from the lowest to the highest sum, and boxes from 0 to their
 /// mean.
-std::string sum_points(const std::vector<Column>& columns, bool is_extent) {
+std::string sum_points(const std::vector<PlotColumn>& columns, bool is_extent) {
   std::string points;
-  for (const Column& column : columns) {
+  for (const PlotColumn& column : columns) {
     const Extent& sum = column.values[SUM];
     if (std::isnan(sum.low) || (is_extent && sum.low == sum.high)) continue;
     if (is_extent) {
@@ -115,8 +115,8 @@ std::string band_label(const CParamProperties& param) {
   return "range";
 }
 
-bool has_band(const std::vector<Column>& columns) {
-  for (const Column& column : columns) {
+bool has_band(const std::vector<PlotColumn>& columns) {
+  for (const PlotColumn& column : columns) {
     if (low_edge(column) < high_edge(column)) return true;
   }
   return false;
@@ -124,9 +124,9 @@ bool has_band(const std::vector<Column>& columns) {
 
 }  // namespace
 
-std::vector<ShapeData> make_shapes(const Series& series) {
+std::vector<ShapeData> make_shapes(const PlotSeries& series) {
   const CParamProperties& param = series.param;
-  const std::vector<Column>& columns = series.columns;
+  const std::vector<PlotColumn>& columns = series.columns;
   std::vector<ShapeData> shapes;
   const auto add = [&shapes](Shape shape, const std::string& label, std::string points) {
     if (!points.empty()) shapes.push_back({shape, label, std::move(points)});

@@ -26,4 +26,4 @@ struct ShapeData {
 
 /// Returns the shapes that `series` consists of, in the order in which they are drawn. A shape that
 /// nothing would be seen of is left out.
-[[nodiscard]] std::vector<ShapeData> make_shapes(const Series& series);
+[[nodiscard]] std::vector<ShapeData> make_shapes(const PlotSeries& series);
