@@ -29,7 +29,6 @@ class DatabaseCheck {
   DatabaseCheck(sqlite3* db, std::int64_t version, const ReportProgress& progress)
       : db_(db),
         has_blocks_(version != ROWS_ONLY_VERSION),
-        version_(version),
         progress_(progress),
         finder_(db, version),
         blocks_(has_blocks_ ? BlockTable(db) : BlockTable()) {}
@@ -78,7 +77,6 @@ class DatabaseCheck {
 
   sqlite3* db_;
   bool has_blocks_;
-  std::int64_t version_;
   const ReportProgress& progress_;
   RemainsFinder finder_;
   BlockTable blocks_;
