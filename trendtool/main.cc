@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
 
 #include "cli/standard_streams.h"
 #include "text/csv.h"
@@ -11,6 +12,8 @@
 #include "trendtool/common/output_file.h"
 #include "trendtool/export/command.h"
 #include "trendtool/list/command.h"
+#include "trendtool/load/command.h"
+#include "trendtool/load/loader.h"
 #include "trendtool/plot/command.h"
 
 namespace {
@@ -40,6 +43,7 @@ int run_trendtool(int argc, char** argv) {
   Action action;
   add_list_command(app, action);
   add_export_command(app, action);
+  add_load_command(app, action);
   add_plot_command(app, action);
   try {
     app.parse(argc, argv);
@@ -53,15 +57,24 @@ int run_trendtool(int argc, char** argv) {
   return action();
 }
 
+/// Returns whether the program was started under the name `name`.
+bool is_called(const char* program, std::string_view name) {
+  const std::string_view path(program);
+  return path.substr(path.rfind('/') + 1) == name;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  fill_closed_standard_streams();
+  // The name trendload stands for what it did as a program of its own.
+  const bool is_trendload = argc > 0 && is_called(argv[0], "trendload");
   try {
+    if (is_trendload) return run_trendload(argc, argv);
+    fill_closed_standard_streams();
     return run_trendtool(argc, argv);
   } catch (const std::exception&) {
     // Only a failed allocation throws.
-    std::fputs("trendtool: out of memory\n", stderr);
+    std::fputs(is_trendload ? "trendload: out of memory\n" : "trendtool: out of memory\n", stderr);
     return FAILURE;
   }
 }

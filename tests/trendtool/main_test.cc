@@ -28,7 +28,7 @@ TEST(Trendtool, ListsItsSubcommands) {
 }
 
 TEST(Trendtool, ShowsTheOptionsOfASubcommandWithExamples) {
-  for (const char* name : {"export", "list", "plot"}) {
+  for (const char* name : {"export", "list", "load", "plot"}) {
     const ProcessResult result = trendtool({name, "--help"});
     EXPECT_EQ(result.exit_status, 0);
     EXPECT_THAT(result.out, HasSubstr("-x,--database FILE"));

@@ -26,3 +26,11 @@ using TakeRows = std::function<bool(const std::vector<toolkit::trend::CSnapshot>
 /// `take` ended it.
 [[nodiscard]] std::string read_rows(toolkit::trend::CLog& log, const RowRequest& request,
                                     const TakeRows& take);
+
+/// Takes the bounds of a range of times, both inclusive, whose rows can't be read, and why.
+using TakeGap = std::function<void(long first, long last, const std::string& reason)>;
+
+/// Does the same on a damaged database: where rows can't be read, goes on with the next ones that
+/// can, and calls `take_gap`. A gap may be longer than the damage by a few rows.
+void read_rows_around_damage(toolkit::trend::CLog& log, const RowRequest& request,
+                             const TakeRows& take, const TakeGap& take_gap);

@@ -65,5 +65,7 @@ void add_export_command(CLI::App& app, Action& action) {
   add_utc_option(command, options->use_utc);
   add_display_names_option(command, options->use_display_names);
   add_output_option(command, options->output_path);
+  command.add_flag("--skip-damaged", options->skip_damaged,
+                   "Leave out rows that can't be read, and say which");
   add_format_options(command, *options);
 }

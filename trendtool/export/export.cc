@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "text/csv.h"
+#include "trendtool/common/iso_time.h"
 #include "trendtool/common/messages.h"
 #include "trendtool/common/progress.h"
 #include "trendtool/common/rows.h"
@@ -137,7 +139,8 @@ class Exporter {
     if (std::string wrong = writer->finish(); !wrong.empty()) return fail(wrong);
     if (!out_.finish()) return fail(out_.error());
     const std::string lost = writer->describe_loss();
-    return lost.empty() ? SUCCESS : fail(lost);
+    if (!lost.empty()) print_message(lost);
+    return lost.empty() && !has_gaps_ ? SUCCESS : FAILURE;
   }
 
   std::string write_rows(const ExportDevice& device, const std::pair<long, long>& range,
@@ -147,12 +150,24 @@ class Exporter {
     request_.limit = options_.limit;
     request_.ascending = options_.ascending;
     find_times();
-    return read_rows(log_, request_, [&](const std::vector<CSnapshot>& rows) {
+    const auto take = [&](const std::vector<CSnapshot>& rows) {
       for (const CSnapshot& row : rows) writer.write(row);
       rows_ += rows.size();
       progress_.show(rows_, get_share(rows.back().timestamp));
       return !out_.has_failed();
-    });
+    };
+    if (!options_.skip_damaged) return read_rows(log_, request_, take);
+    read_rows_around_damage(
+        log_, request_, take,
+        [&](long first, long last, const std::string& reason) { report_gap(first, last, reason); });
+    return "";
+  }
+
+  void report_gap(long first, long last, const std::string& reason) {
+    has_gaps_ = true;
+    IsoClock clock(options_.use_utc);
+    print_message("device " + quote(request_.selection.device.path) + ": no rows from " +
+                  clock.text_of(first) + " to " + clock.text_of(last) + ": " + reason);
   }
 
   /// Finds the times between which the rows of the device are, for the progress.
@@ -186,6 +201,7 @@ class Exporter {
   RowRequest request_;
   std::vector<ExportDevice> devices_;
   std::vector<Column> columns_;
+  bool has_gaps_ = false;
   std::uint64_t rows_ = 0;  ///< written so far
   std::size_t done_ = 0;    ///< devices
   std::int64_t first_ = 0;  ///< of the current device, 0 if not known

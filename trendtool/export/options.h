@@ -19,6 +19,7 @@ struct ExportOptions {
   bool ascending = false;                ///< -a
   bool use_utc = false;                  ///< -u
   bool use_display_names = false;        ///< -n
+  bool skip_damaged = false;             ///< --skip-damaged: leave out rows that can't be read
   std::string output_path;               ///< -f; empty for standard output
   ExportFormat format = ExportFormat::CSV;
   bool is_long = false;             ///< --layout long: a line for each value
