@@ -55,7 +55,7 @@ std::string find_row(CLog& log, const RemoveOptions& options, const std::string&
 /// Finds what is to be removed. Returns what is wrong, or an empty text.
 std::string find_target(CLog& log, const RemoveOptions& options, Target& target) {
   std::vector<CDeviceProperties> devices;
-  const std::string wrong = select_devices(log, {options.device}, devices);
+  std::string wrong = select_devices(log, {options.device}, devices);
   if (!wrong.empty()) return wrong;
   target.device = devices.front();
   std::vector<CSeriesSummary> series;
@@ -111,7 +111,7 @@ std::string remove(const RemoveOptions& options, const Target& target) {
 int run_remove(const RemoveOptions& options) {
   Target target;
   if (!options.time.empty()) {
-    const std::string wrong =
+    std::string wrong =
         read_time(options.time, Bound::START, options.use_utc, std::time(nullptr), target.time);
     if (!wrong.empty()) return refuse_usage("--at: " + wrong);
   }
@@ -126,6 +126,6 @@ int run_remove(const RemoveOptions& options) {
                         "; with --yes, nobody is asked");
   }
   if (!options.is_sure && !ask(target.name)) return fail("nothing was removed");
-  const std::string wrong = remove(options, target);
+  std::string wrong = remove(options, target);
   return wrong.empty() ? SUCCESS : fail("can't remove " + target.name + ": " + wrong);
 }
