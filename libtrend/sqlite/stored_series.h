@@ -92,6 +92,8 @@ class StoredSeries {
   [[nodiscard]] bool remove_state();
 
  private:
+  static constexpr const char* BLOCK_MISSING = "a block is missing";
+
   void touch();
   bool fail(const char* reason);
   bool find_block(std::int64_t last_time, BlockHead& head);
