@@ -1,8 +1,9 @@
-// trendtool: shows, exports and loads what is in a trend database, by subcommands.
+// trendtool: works on trend databases, by subcommands.
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
 
 #include "cli/standard_streams.h"
 #include "text/csv.h"
@@ -13,6 +14,8 @@
 #include "trendtool/common/output_file.h"
 #include "trendtool/export/command.h"
 #include "trendtool/list/command.h"
+#include "trendtool/load/command.h"
+#include "trendtool/load/loader.h"
 #include "trendtool/remove/command.h"
 
 namespace {
@@ -35,13 +38,15 @@ int refuse(const CLI::App& app, const CLI::ParseError& error) {
 }
 
 int run_trendtool(int argc, char** argv) {
-  CLI::App app("Shows, exports, checks, copies and removes what is in a trend database.", "trendtool");
+  CLI::App app("Works on trend databases: shows, exports, loads and checks what is in them.",
+               "trendtool");
   app.set_version_flag("--version", "trendtool " TRENDTOOL_VERSION);
   app.require_subcommand(1);
   app.get_formatter()->column_width(34);
   Action action;
   add_list_command(app, action);
   add_export_command(app, action);
+  add_load_command(app, action);
   add_check_command(app, action);
   add_backup_command(app, action);
   add_remove_command(app, action);
@@ -57,15 +62,24 @@ int run_trendtool(int argc, char** argv) {
   return action();
 }
 
+/// Returns whether the program was started under the name `name`.
+bool is_called(const char* program, std::string_view name) {
+  const std::string_view path(program);
+  return path.substr(path.rfind('/') + 1) == name;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  fill_closed_standard_streams();
+  // The name trendload stands for what it did as a program of its own.
+  const bool is_trendload = argc > 0 && is_called(argv[0], "trendload");
   try {
+    if (is_trendload) return run_trendload(argc, argv);
+    fill_closed_standard_streams();
     return run_trendtool(argc, argv);
   } catch (const std::exception&) {
     // Only a failed allocation throws.
-    std::fputs("trendtool: out of memory\n", stderr);
+    std::fputs(is_trendload ? "trendload: out of memory\n" : "trendtool: out of memory\n", stderr);
     return FAILURE;
   }
 }

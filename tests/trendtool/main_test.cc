@@ -28,7 +28,7 @@ TEST(Trendtool, ListsItsSubcommands) {
 }
 
 TEST(Trendtool, ShowsTheOptionsOfASubcommandWithExamples) {
-  for (const char* name : {"list", "export"}) {
+  for (const char* name : {"list", "export", "load"}) {
     const ProcessResult result = trendtool({name, "--help"});
     EXPECT_EQ(result.exit_status, 0);
     EXPECT_THAT(result.out, HasSubstr("-x,--database FILE"));

@@ -10,9 +10,6 @@ using toolkit::trend::STATISTICS;
 
 static_assert(COLUMN_SUFFIXES.size() == STATISTICS.size());
 
-namespace {
-
-/// Adds the column that `field` names. Returns what is wrong with it, or an empty text.
 std::string add_column(std::string_view field, Layout& layout) {
   const std::size_t colon = field.rfind(':');
   const auto* suffix =
@@ -36,8 +33,6 @@ std::string add_column(std::string_view field, Layout& layout) {
   layout.columns.push_back({static_cast<std::size_t>(param - layout.params.begin()), statistic});
   return "";
 }
-
-}  // namespace
 
 std::string read_header(std::string_view line, Layout& layout) {
   const std::vector<std::string_view> fields = split_fields(line);

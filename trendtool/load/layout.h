@@ -25,5 +25,9 @@ struct Layout {
   [[nodiscard]] std::size_t fixed_fields() const { return has_percent ? 3 : 2; }
 };
 
+/// Adds the column of values that `field` names, with the parameter that it is of. Returns what is
+/// wrong with it, or an empty text.
+[[nodiscard]] std::string add_column(std::string_view field, Layout& layout);
+
 /// Reads the header into `layout`. Returns what is wrong with it, or an empty text.
 [[nodiscard]] std::string read_header(std::string_view line, Layout& layout);

@@ -4,15 +4,23 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <vector>
 
 #include "libtrend/recorder.h"
 #include "text/line_reader.h"
+#include "trendtool/load/export_layout.h"
+#include "trendtool/load/export_loader.h"
 #include "trendtool/load/layout.h"
+#include "trendtool/load/record_reader.h"
 #include "trendtool/load/row_loader.h"
+#include "trendtool/load/row_sink.h"
 
 using toolkit::trend::CRecorder;
 
@@ -24,70 +32,204 @@ struct FileCloser {
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
 /// Shows the progress of a long load, if standard error is a terminal.
-class Progress {
+class LoadProgress {
  public:
+  explicit LoadProgress(const char* program) : program_(program) {}
   void show(std::size_t rows) {
     constexpr std::size_t STEP = 4096;
     if (rows % STEP != 0 || !is_terminal_) return;
-    std::fprintf(stderr, "\rtrendload: %zu rows", rows);
+    std::fprintf(stderr, "\r%s: %zu rows", program_, rows);
     is_shown_ = true;
   }
-  ~Progress() {
+  ~LoadProgress() {
     if (is_shown_) std::fputc('\n', stderr);
   }
+  LoadProgress(const LoadProgress&) = delete;
+  LoadProgress& operator=(const LoadProgress&) = delete;
 
  private:
+  const char* program_;
   bool is_terminal_ = isatty(STDERR_FILENO) == 1;
   bool is_shown_ = false;
 };
 
-int fail(const std::string& where, const std::string& wrong) {
-  std::fprintf(stderr, "trendload: %s: %s\n", where.c_str(), wrong.c_str());
-  return 1;
-}
-
-/// Loads the lines after the header. Returns what is wrong with the last line read, or an empty
-/// text.
-std::string load_rows(RowLoader& loader, LineReader& lines) {
-  Progress progress;
-  std::string_view line;
-  while (lines.look_ahead(line) && loader.look_ahead(line)) {
+/// A folder for a database that is used up, and its name.
+class ScratchFolder {
+ public:
+  ~ScratchFolder() {
+    std::error_code ignored;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
   }
-  while (lines.next(line)) {
-    if (std::string wrong = loader.load(line); !wrong.empty()) return wrong;
-    progress.show(lines.number() - 1);
-  }
-  return "";
-}
+  ScratchFolder() = default;
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
 
-int load(const LoadOptions& options, CRecorder& recorder, const Layout& layout, LineReader& lines) {
-  const auto place = [&] { return options.input_path + ":" + std::to_string(lines.number()); };
-  if (recorder.begin() != 0) return fail(options.db_path, recorder.error());
-  RowLoader loader(options, recorder, layout);
-  if (!loader.prepare()) return fail(options.db_path, recorder.error());
-  if (std::string wrong = loader.find_slots(); !wrong.empty()) return fail(place(), wrong);
-  if (std::string wrong = load_rows(loader, lines); !wrong.empty()) return fail(place(), wrong);
-  if (lines.has_failed()) return fail(options.input_path, std::strerror(errno));
-  return recorder.commit() == 0 ? 0 : fail(options.db_path, recorder.error());
-}
+  /// Makes the folder. Returns false on failure.
+  bool make() {
+    std::error_code error;
+    std::string path = std::filesystem::temp_directory_path(error) / "trendtool-XXXXXX";
+    if (error || mkdtemp(path.data()) == nullptr) return false;
+    path_ = path;
+    return true;
+  }
+  [[nodiscard]] std::string file() const { return path_ + "/dry-run.db"; }
+
+ private:
+  std::string path_;
+};
+
+/// One load. Functions that return an int return the exit status, after a message if it is not 0.
+class Load {
+ public:
+  Load(const LoadOptions& options, LineReader& lines) : options_(options), lines_(lines) {}
+
+  int run() {
+    std::string_view first;
+    if (options_.reads_exports && lines_.look_ahead(first)) {
+      if (const char separator = find_separator(first)) return load_export(separator);
+    }
+    return load_dump();
+  }
+
+ private:
+  /// Loads what trendcsv printed.
+  int load_dump() {
+    if (options_.device.empty()) return fail_at(1, "-d, the device, is missing");
+    if (options_.minutes == 0) return fail_at(1, "-i, the interval in minutes, is missing");
+    std::string_view header;
+    if (!lines_.next(header)) return lines_.has_failed() ? fail_to_read() : fail_at(1, NO_HEADER);
+    Layout layout;
+    if (std::string wrong = read_header(header, layout); !wrong.empty()) return fail_at(1, wrong);
+    if (const int status = start(); status != 0) return status;
+    RowLoader loader(options_, recorder_, sink_, layout);
+    if (!loader.prepare()) return fail(recorder_.error());
+    if (std::string wrong = loader.find_slots(); !wrong.empty()) return fail_here(wrong);
+    if (std::string wrong = load_lines(loader); !wrong.empty()) return fail_here(wrong);
+    return lines_.has_failed() ? fail_to_read() : finish();
+  }
+
+  /// Loads the lines after the header. Returns what is wrong with the last line read, or an empty
+  /// text.
+  std::string load_lines(RowLoader& loader) {
+    LoadProgress progress(options_.program);
+    std::string_view line;
+    while (lines_.look_ahead(line) && loader.look_ahead(line)) {
+    }
+    while (lines_.next(line)) {
+      if (std::string wrong = loader.load(line); !wrong.empty()) return wrong;
+      progress.show(lines_.number() - 1);
+    }
+    return "";
+  }
+
+  /// Loads what `trendtool export` wrote.
+  int load_export(char separator) {
+    RecordReader records(lines_, separator);
+    std::vector<std::string_view> fields;
+    ExportLayout layout;
+    std::string wrong;
+    if (!records.next(fields)) wrong = records.wrong();
+    if (wrong.empty()) wrong = read_export_header(fields, layout);
+    if (wrong.empty()) wrong = find_conflict(layout);
+    if (!wrong.empty()) return fail_at(1, wrong);
+    if (const int status = start(); status != 0) return status;
+    ExportLoader loader(options_, recorder_, sink_, layout);
+    if (wrong = loader.prepare(); !wrong.empty()) return fail_at(1, wrong);
+    if (wrong = load_records(records, loader); !wrong.empty()) {
+      return fail_at(records.number(), wrong);
+    }
+    return lines_.has_failed() ? fail_to_read() : finish();
+  }
+
+  std::string load_records(RecordReader& records, ExportLoader& loader) {
+    LoadProgress progress(options_.program);
+    std::vector<std::string_view> fields;
+    while (records.next(fields)) {
+      if (std::string wrong = loader.load(fields); !wrong.empty()) return wrong;
+      progress.show(lines_.number() - 1);
+    }
+    if (!records.wrong().empty() || lines_.has_failed()) return records.wrong();
+    return loader.finish();
+  }
+
+  /// Returns what is wrong with the options for this file, or an empty text.
+  [[nodiscard]] std::string find_conflict(const ExportLayout& layout) const {
+    if (layout.has_device != options_.device.empty()) {
+      return layout.has_device ? "the file names the device of each row; leave out -d"
+                               : "-d, the device, is missing";
+    }
+    if (layout.has_interval != (options_.minutes == 0)) {
+      return layout.has_interval ? "the file has the interval of each row; leave out -i"
+                                 : "-i, the interval in minutes, is missing";
+    }
+    return "";
+  }
+
+  /// Opens the database and starts the transaction.
+  int start() {
+    std::string path = options_.db_path;
+    // Opening the database would create it.
+    std::error_code ignored;
+    if (options_.dry_run && !std::filesystem::exists(path, ignored)) {
+      if (!scratch_.make()) return fail(std::strerror(errno));
+      path = scratch_.file();
+    }
+    if (recorder_.open(path) != 0) return fail(recorder_.error());
+    if (options_.skip_existing) {
+      if (std::string wrong = sink_.skip_existing(path); !wrong.empty()) return fail(wrong);
+    }
+    return recorder_.begin() == 0 ? 0 : fail(recorder_.error());
+  }
+
+  int finish() {
+    if (!options_.dry_run) return recorder_.commit() == 0 ? 0 : fail(recorder_.error());
+    recorder_.rollback();
+    recorder_.close();
+    const bool is_printed = std::printf("%llu rows can be recorded, %llu are recorded already\n",
+                                        static_cast<unsigned long long>(sink_.recorded()),
+                                        static_cast<unsigned long long>(sink_.skipped())) >= 0 &&
+                            std::fflush(stdout) == 0;
+    return is_printed ? 0 : print_failure("standard output", std::strerror(errno));
+  }
+
+  int print_failure(const std::string& where, const std::string& wrong) {
+    std::fprintf(stderr, "%s: %s: %s\n", options_.program, where.c_str(), wrong.c_str());
+    return 1;
+  }
+  int fail(const std::string& wrong) { return print_failure(options_.db_path, wrong); }
+  int fail_at(std::size_t line, const std::string& wrong) {
+    return print_failure(options_.input_path + ":" + std::to_string(line), wrong);
+  }
+  int fail_here(const std::string& wrong) { return fail_at(lines_.number(), wrong); }
+  int fail_to_read() { return print_failure(options_.input_path, std::strerror(errno)); }
+
+  static constexpr const char* NO_HEADER = "the header is missing";
+
+  const LoadOptions& options_;
+  LineReader& lines_;
+  ScratchFolder scratch_;
+  CRecorder recorder_;
+  RowSink sink_{recorder_};
+};
 
 }  // namespace
 
 int run_load(const LoadOptions& options) {
   const bool is_piped = options.input_path == "-";
   const File file(is_piped ? nullptr : std::fopen(options.input_path.c_str(), "r"));
-  if (!is_piped && !file) return fail(options.input_path, std::strerror(errno));
+  if (!is_piped && !file) {
+    std::fprintf(stderr, "%s: %s: %s\n", options.program, options.input_path.c_str(),
+                 std::strerror(errno));
+    return 1;
+  }
   LineReader lines(is_piped ? stdin : file.get());
-  std::string_view header;
-  if (!lines.next(header)) {
-    return lines.has_failed() ? fail(options.input_path, std::strerror(errno))
-                              : fail(options.input_path + ":1", "the header is missing");
-  }
-  Layout layout;
-  if (std::string wrong = read_header(header, layout); !wrong.empty()) {
-    return fail(options.input_path + ":1", wrong);
-  }
-  CRecorder recorder;
-  if (recorder.open(options.db_path) != 0) return fail(options.db_path, recorder.error());
-  return load(options, recorder, layout, lines);
+  return Load(options, lines).run();
+}
+
+int run_trendload(int argc, char** argv) {
+  LoadOptions options;
+  if (!parse_load_options(argc, argv, options)) return 1;
+  if (!options.wants_help) return run_load(options);
+  print_load_usage();
+  return 0;
 }

@@ -1,4 +1,4 @@
-// The command line of trendload.
+// The settings of a load, and the command line of trendload.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +15,11 @@ struct LoadOptions {
   bool use_utc = false;                                 ///< -u
   std::string input_path = "-";                         ///< "-" for standard input
   bool wants_help = false;                              ///< -h
+  /// What messages start with. Only trendtool reads what `trendtool export` writes.
+  const char* program = "trendload";
+  bool reads_exports = false;
+  bool skip_existing = false;  ///< --skip-existing: pass over rows that are recorded already
+  bool dry_run = false;        ///< --dry-run: record nothing
 };
 
 /// Reads the command line into `options`. If it is wrong, prints a message on standard error and

@@ -8,7 +8,6 @@
 #include "text/column_names.h"
 #include "text/csv.h"
 
-using toolkit::trend::CDeviceProperties;
 using toolkit::trend::CParamProperties;
 using toolkit::trend::CRecorder;
 
@@ -20,21 +19,22 @@ void join_time(const std::vector<std::string_view>& fields, std::string& time) {
 
 }  // namespace
 
-RowLoader::RowLoader(const LoadOptions& options, CRecorder& recorder, const Layout& layout)
+RowLoader::RowLoader(const LoadOptions& options, CRecorder& recorder, RowSink& sink,
+                     const Layout& layout)
     : options_(options),
       recorder_(recorder),
+      sink_(sink),
       layout_(layout),
       clock_(options.time_format, options.use_utc),
       params_(layout.params) {}
 
 bool RowLoader::prepare() {
-  CDeviceProperties device;
-  device.path = options_.device;
-  if (recorder_.add_device(device) != 0) return false;
+  device_.path = options_.device;
+  if (recorder_.add_device(device_) != 0) return false;
   for (CParamProperties& param : params_) {
-    if (recorder_.add_param(device, param) != 0) return false;
+    if (recorder_.add_param(device_, param) != 0) return false;
   }
-  return recorder_.add_series(device, options_.minutes, series_) == 0;
+  return recorder_.add_series(device_, options_.minutes, series_) == 0;
 }
 
 std::string RowLoader::find_slots() {
@@ -45,8 +45,9 @@ std::string RowLoader::find_slots() {
       return "parameter " + quote(param.path) + " exists in the database without " +
              COLUMN_SUFFIXES[column.statistic];
     }
-    slots_.push_back(toolkit::trend::get_slot(param, column.statistic));
-    slots = std::max(slots, slots_.back() + 1);
+    places_.push_back(
+        {column.param, column.statistic, toolkit::trend::get_slot(param, column.statistic)});
+    slots = std::max(slots, places_.back().slot + 1);
   }
   values_.assign(slots, std::numeric_limits<double>::quiet_NaN());
   return "";
@@ -72,9 +73,16 @@ std::string RowLoader::load(std::string_view line) {
   if (layout_.has_percent && !read_percent(fields_[2], ratio)) {
     return quote(fields_[2]) + " is not a percentage from 0 to 100";
   }
-  for (std::size_t i = 0; i < slots_.size(); ++i) {
+  for (std::size_t i = 0; i < places_.size(); ++i) {
     const std::string_view field = fields_[layout_.fixed_fields() + i];
-    if (!read_value(field, values_[slots_[i]])) return quote(field) + " is not a number";
+    if (!read_value(field, values_[places_[i].slot])) return quote(field) + " is not a number";
   }
-  return recorder_.append(series_, time, ratio, values_) == 0 ? "" : recorder_.error();
+  return sink_.add({.device = device_,
+                    .series = series_,
+                    .params = params_,
+                    .places = places_,
+                    .slots = values_,
+                    .time = time,
+                    .ratio = ratio,
+                    .has_ratio = layout_.has_percent});
 }

@@ -10,13 +10,15 @@
 #include "trendtool/load/layout.h"
 #include "trendtool/load/options.h"
 #include "trendtool/load/row_clock.h"
+#include "trendtool/load/row_sink.h"
 
 /// Records lines in an open transaction of a recorder. Functions that return a string return what
 /// is wrong with the input, or an empty text.
 class RowLoader {
  public:
-  /// All three must outlive the loader.
-  RowLoader(const LoadOptions& options, toolkit::trend::CRecorder& recorder, const Layout& layout);
+  /// All four must outlive the loader.
+  RowLoader(const LoadOptions& options, toolkit::trend::CRecorder& recorder, RowSink& sink,
+            const Layout& layout);
 
   /// Adds the device, its parameters and the series if they do not exist yet. Returns false if the
   /// recorder fails; its `error` has the reason.
@@ -35,11 +37,13 @@ class RowLoader {
  private:
   const LoadOptions& options_;
   toolkit::trend::CRecorder& recorder_;
+  RowSink& sink_;
   const Layout& layout_;
   RowClock clock_;
+  toolkit::trend::CDeviceProperties device_;
   toolkit::trend::CSeries series_;
   std::vector<toolkit::trend::CParamProperties> params_;  ///< as they are in the database
-  std::vector<std::size_t> slots_;                        ///< by column
+  std::vector<ValuePlace> places_;                        ///< by column
   std::vector<double> values_;                            ///< by slot
   std::vector<std::string_view> fields_;                  ///< of the current line
   std::string time_;                                      ///< date and time of the current line

@@ -1,0 +1,88 @@
+#include "trendtool/load/existing_rows.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+#include "libtrend/statistics.h"
+#include "text/csv.h"
+#include "text/number.h"
+
+using toolkit::trend::CDeviceData;
+using toolkit::trend::CSnapshot;
+using toolkit::trend::STATISTICS;
+
+namespace {
+
+/// What reading the text of `value` with six digits gives.
+double round_trip(double value) {
+  std::array<char, MAX_VALUE_TEXT> text;
+  const char* end = format_value(value, text.data());
+  double read = value;
+  const bool is_number =
+      read_value({text.data(), static_cast<std::size_t>(end - text.data())}, read);
+  return is_number ? read : value;
+}
+
+bool is_same_value(double loaded, double recorded) {
+  if (std::isnan(loaded) || std::isnan(recorded)) {
+    return std::isnan(loaded) && std::isnan(recorded);
+  }
+  return loaded == recorded || loaded == round_trip(recorded);
+}
+
+bool is_same_ratio(double loaded, double recorded) {
+  // The file has a percentage with two digits after the point.
+  constexpr double STEP = 0.0001;
+  return std::fabs(loaded - recorded) <= 0.51 * STEP;
+}
+
+bool is_same(const RowToLoad& row, const CSnapshot& recorded) {
+  if (row.has_ratio && !is_same_ratio(row.ratio, recorded.valid_ratio)) return false;
+  return std::all_of(row.places.begin(), row.places.end(), [&](const ValuePlace& place) {
+    return is_same_value(row.slots[place.slot],
+                         recorded.samples[place.param].*STATISTICS[place.statistic].member);
+  });
+}
+
+}  // namespace
+
+std::string ExistingRows::open(const std::string& path) {
+  return log_.open(path, {}) == 0 ? "" : log_.error();
+}
+
+/// Reads the rows around `row`, so that the next rows need no query, whatever their order.
+bool ExistingRows::read_window(const RowToLoad& row, Window& window) {
+  constexpr long MAX_LENGTH = 100'000'000;
+  const long length = static_cast<long>(
+      std::min<std::int64_t>(std::int64_t{512} * 60 * row.series.minutes, MAX_LENGTH));
+  window = {};
+  window.first = std::max(static_cast<long>(row.time) - length, 1L);
+  window.last = row.time > std::numeric_limits<long>::max() - length
+                    ? std::numeric_limits<long>::max()
+                    : static_cast<long>(row.time) + length;
+  window.params = row.params.size();
+  CDeviceData data;
+  if (log_.get_trend_data(data, {row.device, row.params}, {{.interval = row.series.minutes}},
+                          {window.first, window.last}, 0, 0, true, true) != 0) {
+    return false;
+  }
+  for (CSnapshot& snapshot : data.snapshots) {
+    window.rows.emplace(snapshot.timestamp, std::move(snapshot));
+  }
+  return true;
+}
+
+ExistingRows::Result ExistingRows::compare(const RowToLoad& row) {
+  Window& window = windows_[row.series.id];
+  const bool is_inside = row.time >= window.first && row.time <= window.last;
+  if ((!is_inside || window.params != row.params.size()) && !read_window(row, window)) {
+    windows_.erase(row.series.id);
+    return Result::FAILED;
+  }
+  const auto recorded = window.rows.find(row.time);
+  if (recorded == window.rows.end()) return Result::MISSING;
+  return is_same(row, recorded->second) ? Result::SAME : Result::OTHER;
+}
