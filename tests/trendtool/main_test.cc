@@ -28,7 +28,7 @@ TEST(Trendtool, ListsItsSubcommands) {
 }
 
 TEST(Trendtool, ShowsTheOptionsOfASubcommandWithExamples) {
-  for (const char* name : {"list", "export", "load"}) {
+  for (const char* name : {"list", "export", "load", "check", "backup", "remove"}) {
     const ProcessResult result = trendtool({name, "--help"});
     EXPECT_EQ(result.exit_status, 0);
     EXPECT_THAT(result.out, HasSubstr("-x,--database FILE"));

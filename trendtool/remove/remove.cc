@@ -55,7 +55,7 @@ std::string find_row(CLog& log, const RemoveOptions& options, const std::string&
 /// Finds what is to be removed. Returns what is wrong, or an empty text.
 std::string find_target(CLog& log, const RemoveOptions& options, Target& target) {
   std::vector<CDeviceProperties> devices;
-  const std::string wrong = select_devices(log, {options.device}, devices);
+  std::string wrong = select_devices(log, {options.device}, devices);
   if (!wrong.empty()) return wrong;
   target.device = devices.front();
   std::vector<CSeriesSummary> series;
