@@ -54,7 +54,8 @@ TEST_F(TrendtoolLoad, ReadsBackEveryCsvOfExport) {
     for (const std::string& path : {db_, copy_}) std::filesystem::remove(path);
     const ModelLog log = random_log(random, false);
     record(log, db_);
-    std::vector<std::string> arguments = formats[round % std::size(formats)];
+    std::vector<std::string> arguments =
+        formats[static_cast<std::size_t>(round) % std::size(formats)];
     for (const char* word : {"-d", log.device.c_str(), "--exact", "--percent-valid"}) {
       arguments.emplace_back(word);
     }

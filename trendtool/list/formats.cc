@@ -31,7 +31,10 @@ class CsvLine {
 
 /// The time of a row; an empty text if it is 0, where there are no rows.
 std::string show_time(std::int64_t time, IsoClock& clock) {
-  return time == 0 ? "" : clock.text_of(static_cast<std::time_t>(time));
+  if (time == 0) return "";
+  // Where time_t has 32 bits, a log can have later times.
+  if (static_cast<std::time_t>(time) != time) return "@" + std::to_string(time);
+  return clock.text_of(static_cast<std::time_t>(time));
 }
 
 void add_device_csv(const DeviceContents& entry, IsoClock& clock, std::string& text) {

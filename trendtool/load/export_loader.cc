@@ -190,11 +190,11 @@ std::string ExportLoader::add_value(std::string_view column, std::string_view fi
   }
   double value = MISSING;
   if (!read_number(field, text_, value)) return quote(field) + " is not a number";
-  const bool is_repeated = std::any_of(values_.begin(), values_.end(), [&](const Value& other) {
-    return other.column == known->second;
-  });
+  const std::size_t index = known->second;
+  const bool is_repeated = std::any_of(values_.begin(), values_.end(),
+                                       [&](const Value& other) { return other.column == index; });
   if (is_repeated) return "the value of " + quote(column) + " appears twice in one row";
-  values_.push_back({known->second, value});
+  values_.push_back({index, value});
   return "";
 }
 
