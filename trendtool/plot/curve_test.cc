@@ -68,8 +68,10 @@ TEST(Curve, KeepsTheExtremesAndTheMeanOfManyRows) {
   for (const PlotColumn& column : columns) {
     EXPECT_EQ(column.start, end);
     end = column.end;
-    const auto first = static_cast<double>(column.start / 60 + 1);
-    const auto last = static_cast<double>(column.end / 60);
+    const std::int64_t first_minute = column.start / 60 + 1;
+    const std::int64_t last_minute = column.end / 60;
+    const auto first = static_cast<double>(first_minute);
+    const auto last = static_cast<double>(last_minute);
     EXPECT_EQ(column.values[MIN].low, -last);
     EXPECT_EQ(column.values[AVG].low, first);
     EXPECT_EQ(column.values[AVG].high, last);

@@ -193,7 +193,7 @@ std::string zone_name(std::int64_t start, std::int64_t end, bool use_utc) {
   // The clock of most zones changes twice a year. Steps of a third of a year see both names.
   constexpr std::int64_t LONGEST_STEP = 120 * DAY;
   const Clock clock(use_utc);
-  const std::string first = clock.fields_at(start).tm_zone;
+  std::string first = clock.fields_at(start).tm_zone;
   for (std::int64_t time = start; time < end;) {
     time = std::min(time + LONGEST_STEP, end);
     const std::string name = clock.fields_at(time).tm_zone;
