@@ -11,10 +11,13 @@ if(PROJECT_IS_TOP_LEVEL)
   if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
     set(CMAKE_BUILD_TYPE Release)
   endif()
-  # Rows pass through many small functions of different folders; the linker can inline them.
-  include(CheckIPOSupported)
-  check_ipo_supported(RESULT has_link_time_optimization OUTPUT ignored LANGUAGES CXX)
-  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION_RELEASE ${has_link_time_optimization})
+  # Rows pass through many small functions of different folders; the linker can inline them. It would
+  # take minutes for all the tests.
+  if(NOT TRENDCSV_DEVELOPER)
+    include(CheckIPOSupported)
+    check_ipo_supported(RESULT has_link_time_optimization OUTPUT ignored LANGUAGES CXX)
+    set(CMAKE_INTERPROCEDURAL_OPTIMIZATION_RELEASE ${has_link_time_optimization})
+  endif()
 endif()
 
 # All our targets link this one.

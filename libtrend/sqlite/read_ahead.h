@@ -24,7 +24,7 @@ class ReadAhead {
 
   /// A walk has to come through more than this before anything is read ahead. Shorter steps back
   /// are part of walks towards the end of the file, from row to row and to the rest of each row.
-  static constexpr std::int64_t LEAST_WALK = 32 * 1024;
+  static constexpr std::int64_t LEAST_WALK = std::int64_t{32} * 1024;
 
   /// To be called before each read. Returns the part to read ahead, of no bytes in most cases. It
   /// ends where the reads before started.
