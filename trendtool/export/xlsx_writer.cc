@@ -98,7 +98,7 @@ class XlsxWriter : public RowWriter {
   /// Makes a sheet for the rows of the interval `minutes`, or of all intervals if that is 0.
   void add_sheet(Sheet& sheet, std::uint32_t minutes) {
     std::string name = device_->selection.device.path;
-    if (minutes != 0) name += " " + std::to_string(minutes) + " min";
+    if (minutes != 0) name.append(" ").append(std::to_string(minutes)).append(" min");
     sheet.sheet = workbook_add_worksheet(book_, names_.make(name).c_str());
     has_failed_ = has_failed_ || sheet.sheet == nullptr;
     if (sheet.sheet == nullptr) return;

@@ -41,7 +41,7 @@ std::string read_row_time(std::string_view field, bool use_utc, std::time_t& tim
   const bool has_offset = field.find_first_of("Zz+-", DATE_SIZE) != field.npos;
   std::string wrong;
   if (is_number) {
-    wrong = read_time("@" + std::string(field), Bound::START, true, 0, time);
+    wrong = read_time(std::string("@").append(field), Bound::START, true, 0, time);
   } else if (field.find_first_not_of("0123456789-+:.TZtz ") != field.npos ||
              field.starts_with('-')) {
     return quote(field) + " is not a time";
