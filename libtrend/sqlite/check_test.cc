@@ -342,7 +342,7 @@ TEST_F(Checking, ReadsWhatIsLeftOfAFileThatWasCutOff) {
   }
   device.series[0].loose.clear();
   write_blocks(path_, {device});
-  const auto size = std::filesystem::file_size(path_) / 4096;
+  const auto size = static_cast<std::size_t>(std::filesystem::file_size(path_) / 4096);
   std::size_t least = 100000;
   std::size_t most = 0;
   for (std::size_t pages = size - 1; pages > size / 2; pages -= 7) {
