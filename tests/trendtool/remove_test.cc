@@ -71,7 +71,7 @@ class TrendtoolRemove : public testing::Test {
       std::vector<char*> arguments;
       for (std::string& argument : command) arguments.push_back(argument.data());
       arguments.push_back(nullptr);
-      execv(arguments[0], arguments.data());
+      execvp(arguments[0], arguments.data());
       _exit(127);
     }
     ProcessResult result;
