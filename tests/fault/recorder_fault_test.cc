@@ -98,7 +98,10 @@ class RecorderFault : public testing::TestWithParam<Kind> {
   }
 
   /// How far one fault is from the next. Calls for memory are very many.
-  static int step() { return GetParam().call == Call::ALLOCATE ? ALLOCATION_STEP : 1; }
+  static int step() {
+    if (GetParam().call == Call::ALLOCATE) return ALLOCATION_STEP;
+    return 1;
+  }
 
   static Times times_from(std::int64_t first, std::size_t rows = ROWS) {
     Times times(rows);
