@@ -102,6 +102,34 @@ int CLog::get_series(const CDeviceProperties& device, std::vector<CSeriesSummary
   });
 }
 
+int CLog::get_uuid(std::string& uuid) {
+  if (!is_open()) return -1;
+  std::vector<CDeviceProperties> nothing;
+  return connection_->run(nothing, [&](LogReader& reader) { return reader.get_uuid(uuid); });
+}
+
+int CLog::get_changes(const CDeviceProperties& device, std::uint32_t minutes, std::uint64_t since,
+                      CSeriesChanges& changes) {
+  if (!is_open()) return -1;
+  bool is_there = true;
+  const int status = connection_->run(changes.ranges, [&](LogReader& reader) {
+    std::vector<CSeries> all;
+    if (!reader.get_series(device, all)) return false;
+    const auto series = std::find_if(all.begin(), all.end(),
+                                     [&](const CSeries& one) { return one.minutes == minutes; });
+    is_there = series != all.end();
+    if (!is_there) return true;
+    changes = {};
+    if (!reader.get_changes(*series, since, changes)) return false;
+    if (changes.number >= since) return true;
+    changes = {};
+    return reader.get_changes(*series, 0, changes);
+  });
+  if (is_there) return status;
+  connection_->error = "the database has no such series";
+  return -1;
+}
+
 int CLog::get_trend_data(CDeviceData& result, const CDeviceParams& device,
                          const std::vector<CPeriodProperties>& periods,
                          const std::pair<long, long>& range, unsigned count, unsigned offset,

@@ -81,6 +81,19 @@ class __attribute__((visibility("default"))) CLog {
   [[nodiscard]] int get_series(const CDeviceProperties& device,
                                std::vector<CSeriesSummary>& series);
 
+  /// Sets `uuid` to the id of the database, which no other has but copies of its file. It is empty
+  /// in a database of version 1, and after `open_damaged`.
+  [[nodiscard]] int get_uuid(std::string& uuid);
+
+  /// Finds out where a series has changed, in order to copy what is new. `device` is a record that
+  /// `get_devices` returned, `minutes` the interval of the series. Sets `changes.number` to the
+  /// number of its last change. Sets `changes.ranges` so that each row that was added after the
+  /// change `since` is in one of them; other rows may be, too. With `since` 0 all rows are, and
+  /// likewise with a number that the series has not reached, as after a backup was put in its
+  /// place. Fails if there is no such series.
+  [[nodiscard]] int get_changes(const CDeviceProperties& device, std::uint32_t minutes,
+                                std::uint64_t since, CSeriesChanges& changes);
+
   /// Reads rows of one device, each with one sample per entry of `device.params`, and appends them
   /// to `result.snapshots`.
   ///

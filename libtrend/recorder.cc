@@ -80,6 +80,14 @@ int CRecorder::append(const CSeries& series, std::int64_t timestamp, double vali
   return finish(writer_->append(series, timestamp, valid_ratio + 0.0, slots));
 }
 
+int CRecorder::get_copied(const std::string& source, const CSeries& series, std::uint64_t& change) {
+  return is_recording() ? finish(writer_->get_copied(source, series, change)) : -1;
+}
+
+int CRecorder::set_copied(const std::string& source, const CSeries& series, std::uint64_t change) {
+  return is_recording() ? finish(writer_->set_copied(source, series, change)) : -1;
+}
+
 int CRecorder::purge(const CSeries& series, std::int64_t before) {
   return is_recording() ? finish(writer_->purge(series, before)) : -1;
 }

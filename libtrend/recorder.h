@@ -65,6 +65,16 @@ class __attribute__((visibility("default"))) CRecorder {
   [[nodiscard]] int append(const CSeries& series, std::int64_t timestamp, double valid_ratio,
                            std::span<const double> slots);
 
+  /// Sets `change` to the number that `set_copied` last noted for `source` and `series`; 0 if there
+  /// is none.
+  [[nodiscard]] int get_copied(const std::string& source, const CSeries& series,
+                               std::uint64_t& change);
+
+  /// Notes that `series` has all rows of a series of another database up to its change `change`,
+  /// see `CLog::get_changes`. `source` is the id of that database, see `CLog::get_uuid`.
+  [[nodiscard]] int set_copied(const std::string& source, const CSeries& series,
+                               std::uint64_t change);
+
   /// Removes all rows of `series` with timestamps before `before`, in seconds since the epoch, and
   /// no others. Rows may be added at these times again. The file keeps its size; what becomes free
   /// in it is used for later rows.

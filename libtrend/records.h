@@ -88,4 +88,19 @@ struct CSeriesSummary {
   std::uint64_t bytes = 0;      ///< that the rows take, without what SQLite adds to find them
 };
 
+/// All times from `first` to `last`, in seconds since the epoch.
+struct CTimeRange {
+  std::int64_t first = 0;
+  std::int64_t last = 0;
+
+  [[nodiscard]] bool contains(std::int64_t time) const { return time >= first && time <= last; }
+};
+
+/// What has changed in a series since one of its changes. Each transaction that changes its rows is
+/// one change, and they have ascending numbers.
+struct CSeriesChanges {
+  std::uint64_t number = 0;        ///< of the last change; 0 if the database does not count them
+  std::vector<CTimeRange> ranges;  ///< in order of time, without overlap
+};
+
 }  // namespace toolkit::trend

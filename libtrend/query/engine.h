@@ -57,6 +57,13 @@ class SeriesCursor {
   std::int64_t timestamp_ = NO_ROW;
 };
 
+/// How many rows a query will read at most, over all its series: it skips some, and then returns
+/// others. What an engine may read at once.
+struct RowsWanted {
+  std::uint64_t skipped = 0;
+  std::uint64_t rows = 0;
+};
+
 /// Reads one open trend database.
 class LogReader {
  public:
@@ -84,9 +91,19 @@ class LogReader {
   [[nodiscard]] virtual bool summarize(const CSeries& series, CSeriesSummary& summary) = 0;
 
   /// Makes a cursor over `series` that decodes the values of `params`. It must be destroyed before
-  /// `params` and before the query ends. Returns null on failure.
+  /// `params` and before the query ends. `wanted` is what the query wants of all its cursors.
+  /// Returns null on failure.
   [[nodiscard]] virtual std::unique_ptr<SeriesCursor> make_cursor(
-      const CSeries& series, const std::vector<CParamProperties>& params, bool ascending) = 0;
+      const CSeries& series, const std::vector<CParamProperties>& params, bool ascending,
+      const RowsWanted& wanted) = 0;
+
+  /// Sets `uuid` as `CLog::get_uuid` does. Returns false on failure.
+  [[nodiscard]] virtual bool get_uuid(std::string& uuid) = 0;
+  /// Fills `changes`, a new object, with the changes of `series` after the number `since`, see
+  /// `CLog::get_changes`. If `since` is not reached yet, `ranges` may hold anything. Returns false
+  /// on failure.
+  [[nodiscard]] virtual bool get_changes(const CSeries& series, std::uint64_t since,
+                                         CSeriesChanges& changes) = 0;
 
   /// Appends the damage that queries have left out so far; none if they fail at damage.
   virtual void get_damage(std::vector<CDamage>& damage) const = 0;
@@ -123,6 +140,10 @@ class LogWriter {
   /// The caller has checked that the timestamp and the share of valid data are in range.
   [[nodiscard]] virtual bool append(const CSeries& series, std::int64_t timestamp,
                                     double valid_ratio, std::span<const double> slots) = 0;
+  [[nodiscard]] virtual bool get_copied(const std::string& source, const CSeries& series,
+                                        std::uint64_t& change) = 0;
+  [[nodiscard]] virtual bool set_copied(const std::string& source, const CSeries& series,
+                                        std::uint64_t change) = 0;
   [[nodiscard]] virtual bool purge(const CSeries& series, std::int64_t before) = 0;
   [[nodiscard]] virtual bool remove_row(const CSeries& series, std::int64_t timestamp) = 0;
   [[nodiscard]] virtual bool remove_series(const CSeries& series) = 0;

@@ -45,8 +45,9 @@ class Merge {
           query_.periods.begin(), query_.periods.end(),
           [&](const CPeriodProperties& period) { return period.interval == series.minutes; });
       if (!is_wanted) continue;
-      sources_.push_back(
-          {reader.make_cursor(series, query_.device.params, query_.ascending), series.minutes});
+      sources_.push_back({reader.make_cursor(series, query_.device.params, query_.ascending,
+                                             {.skipped = query_.offset, .rows = query_.count}),
+                          series.minutes});
       if (!sources_.back().cursor) return false;
     }
     return place();

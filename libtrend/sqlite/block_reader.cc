@@ -5,7 +5,9 @@
 #include <utility>
 
 #include "libtrend/sqlite/loose_cursor.h"
+#include "libtrend/sqlite/loose_rows.h"
 #include "libtrend/sqlite/mixed_cursor.h"
+#include "libtrend/sqlite/series_changes.h"
 
 namespace toolkit::trend {
 
@@ -39,14 +41,13 @@ bool BlockReader::check_catalogue() {
     error_ = row->error();
     return false;
   }
-  std::string uuid;
   std::int64_t next_block = 0;
   std::int64_t expected = 0;
   std::int64_t checksum = 0;
   std::uint32_t catalogue = 0;
-  if (step == Statement::Step::ROW && row->read(0, uuid) && row->read(1, next_block) &&
+  if (step == Statement::Step::ROW && row->read(0, uuid_) && row->read(1, next_block) &&
       row->read(2, expected) && row->read(3, checksum) &&
-      checksum == std::int64_t{get_database_checksum(uuid, next_block, expected)} &&
+      checksum == std::int64_t{get_database_checksum(uuid_, next_block, expected)} &&
       get_catalogue_checksum(db_, catalogue) && expected == std::int64_t{catalogue}) {
     return true;
   }
@@ -98,6 +99,18 @@ std::unique_ptr<SeriesCursor> BlockReader::make_cursor(const CSeries& series,
   }
   if (loose.empty()) return blocks;
   return std::make_unique<MixedCursor>(std::move(blocks), std::move(loose), ascending, error_);
+}
+
+bool BlockReader::get_changes(const CSeries& series, std::uint64_t since, CSeriesChanges& changes) {
+  Series* known = find_series(series.id);
+  if (known == nullptr) return false;
+  known->query = query_;
+  LooseRows loose(db_);
+  if (!loose) {
+    error_ = sqlite3_errmsg(db_);
+    return false;
+  }
+  return find_changes(loose, known->chain, known->state, since, changes, error_);
 }
 
 }  // namespace toolkit::trend

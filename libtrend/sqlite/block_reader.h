@@ -33,6 +33,12 @@ class BlockReader {
   [[nodiscard]] std::unique_ptr<SeriesCursor> make_cursor(
       const CSeries& series, const std::vector<CParamProperties>& params, bool ascending);
 
+  /// The id of the database, after `start_query`.
+  [[nodiscard]] const std::string& uuid() const { return uuid_; }
+  /// See `LogReader`. Returns false on failure.
+  [[nodiscard]] bool get_changes(const CSeries& series, std::uint64_t since,
+                                 CSeriesChanges& changes);
+
  private:
   /// What is known of a series.
   struct Series {
@@ -54,6 +60,7 @@ class BlockReader {
   BlockTable blocks_;
   SeriesStates states_;
   bool is_catalogue_checked_ = false;
+  std::string uuid_;
   std::map<std::int64_t, std::unique_ptr<Series>> series_;
   std::uint64_t query_ = 0;
 };

@@ -106,7 +106,7 @@ void DatabaseCheck::check_database_row() {
 bool DatabaseCheck::check_series() {
   for (const CSeries& series : series_) {
     const std::string device = find_device_path(db_, series.id);
-    const auto lose = [&](TimeRange range, const std::string& reason) {
+    const auto lose = [&](CTimeRange range, const std::string& reason) {
       found_.insert({.device = device,
                      .minutes = series.minutes,
                      .param = "",

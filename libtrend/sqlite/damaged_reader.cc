@@ -62,7 +62,7 @@ DamagedReader::Series& DamagedReader::find_series(const CSeries& series) {
   std::erase_if(series_, [&](const auto& entry) { return entry.second->query != query_; });
   auto found = std::make_unique<Series>(series);
   found->device = find_device_path(db_, series.id);
-  const auto lose = [&](TimeRange range, const std::string& reason) {
+  const auto lose = [&](CTimeRange range, const std::string& reason) {
     damage_.insert({.device = found->device,
                     .minutes = series.minutes,
                     .param = "",

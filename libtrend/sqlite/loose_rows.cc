@@ -21,7 +21,7 @@ bool fail(const Statement& statement, std::string& error) {
   return false;
 }
 
-void bind(Statement& statement, std::int64_t series_id, TimeRange range) {
+void bind(Statement& statement, std::int64_t series_id, CTimeRange range) {
   statement.bind(1, get_row_id(series_id, range.first));
   statement.bind(2, get_row_id(series_id, range.last));
 }
@@ -88,7 +88,7 @@ bool LooseRows::insert(std::int64_t series_id, std::int64_t time, double valid_r
   return insert_.run() || fail(insert_, error);
 }
 
-bool LooseRows::find(std::int64_t series_id, TimeRange range, Order order, std::int64_t& time,
+bool LooseRows::find(std::int64_t series_id, CTimeRange range, Order order, std::int64_t& time,
                      std::string& error) {
   const RunningStatement row(order == Order::OLDEST_FIRST ? &find_first_ : &find_last_);
   bind(*row, series_id, range);
@@ -106,7 +106,7 @@ bool LooseRows::find_next(std::int64_t& id, bool& is_there, std::string& error) 
   return step != Statement::Step::ERROR || fail(*row, error);
 }
 
-bool LooseRows::count(std::int64_t series_id, TimeRange range, std::size_t limit, Count& count,
+bool LooseRows::count(std::int64_t series_id, CTimeRange range, std::size_t limit, Count& count,
                       std::string& error) {
   const RunningStatement row(&count_);
   bind(*row, series_id, range);
@@ -121,7 +121,7 @@ bool LooseRows::count(std::int64_t series_id, TimeRange range, std::size_t limit
   return true;
 }
 
-bool LooseRows::read(std::int64_t series_id, TimeRange range, Order order,
+bool LooseRows::read(std::int64_t series_id, CTimeRange range, Order order,
                      std::int64_t unchecked_until, const Take& take, std::string& error) {
   const RunningStatement row(order == Order::OLDEST_FIRST ? &read_ascending_ : &read_descending_);
   bind(*row, series_id, range);
@@ -140,7 +140,7 @@ bool LooseRows::read(std::int64_t series_id, TimeRange range, Order order,
   }
 }
 
-bool LooseRows::remove(std::int64_t series_id, TimeRange range, std::int64_t& rows,
+bool LooseRows::remove(std::int64_t series_id, CTimeRange range, std::int64_t& rows,
                        std::string& error) {
   rows = 0;
   if (range.first > range.last) return true;

@@ -8,17 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "libtrend/records.h"
 #include "libtrend/sqlite/statement.h"
 
 namespace toolkit::trend {
-
-/// All times from `first` to `last`.
-struct TimeRange {
-  std::int64_t first = 0;
-  std::int64_t last = 0;
-
-  [[nodiscard]] bool contains(std::int64_t time) const { return time >= first && time <= last; }
-};
 
 /// Reads and writes loose rows on one connection, which must outlive it. Functions that return
 /// false have failed and leave the reason in `error`.
@@ -45,22 +38,22 @@ class LooseRows {
 
   /// Sets `time` to that of the first row, in the given order, among those in `range`, or to
   /// NO_ROW.
-  [[nodiscard]] bool find(std::int64_t series_id, TimeRange range, Order order, std::int64_t& time,
+  [[nodiscard]] bool find(std::int64_t series_id, CTimeRange range, Order order, std::int64_t& time,
                           std::string& error);
   /// Sets `id` to that of the first row of any series whose id is `id` or more, and `is_there` to
   /// whether there is one.
   [[nodiscard]] bool find_next(std::int64_t& id, bool& is_there, std::string& error);
 
   /// Counts the rows in `range`, but no more than `limit`.
-  [[nodiscard]] bool count(std::int64_t series_id, TimeRange range, std::size_t limit, Count& count,
-                           std::string& error);
+  [[nodiscard]] bool count(std::int64_t series_id, CTimeRange range, std::size_t limit,
+                           Count& count, std::string& error);
 
   /// Reads the rows in `range`. Those up to the time `unchecked_until` may be without a checksum.
-  [[nodiscard]] bool read(std::int64_t series_id, TimeRange range, Order order,
+  [[nodiscard]] bool read(std::int64_t series_id, CTimeRange range, Order order,
                           std::int64_t unchecked_until, const Take& take, std::string& error);
 
   /// Deletes the rows in `range`, and sets `rows` to how many these were.
-  [[nodiscard]] bool remove(std::int64_t series_id, TimeRange range, std::int64_t& rows,
+  [[nodiscard]] bool remove(std::int64_t series_id, CTimeRange range, std::int64_t& rows,
                             std::string& error);
 
  private:

@@ -263,7 +263,8 @@ bool SqliteReader::summarize(const CSeries& series, CSeriesSummary& summary) {
 
 std::unique_ptr<SeriesCursor> SqliteReader::make_cursor(const CSeries& series,
                                                         const std::vector<CParamProperties>& params,
-                                                        bool ascending) {
+                                                        bool ascending,
+                                                        const RowsWanted& /*wanted*/) {
   if (damaged_) return damaged_->make_cursor(series, params, ascending);
   if (blocks_) return blocks_->make_cursor(series, params, ascending);
   BorrowedStatement walk = rows_->borrow_walk(ascending);
@@ -273,6 +274,18 @@ std::unique_ptr<SeriesCursor> SqliteReader::make_cursor(const CSeries& series,
   }
   return std::make_unique<RowCursor>(*rows_, std::move(walk), series, params, ascending,
                                      MAX_TIMESTAMP, error_);
+}
+
+bool SqliteReader::get_uuid(std::string& uuid) {
+  uuid = blocks_ ? blocks_->uuid() : "";
+  return true;
+}
+
+bool SqliteReader::get_changes(const CSeries& series, std::uint64_t since,
+                               CSeriesChanges& changes) {
+  if (blocks_) return blocks_->get_changes(series, since, changes);
+  changes.ranges.push_back({1, MAX_TIMESTAMP});
+  return true;
 }
 
 void SqliteReader::get_damage(std::vector<CDamage>& damage) const {

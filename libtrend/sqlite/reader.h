@@ -40,7 +40,11 @@ class SqliteReader : public LogReader {
                                 std::vector<CSeries>& series) override;
   [[nodiscard]] bool summarize(const CSeries& series, CSeriesSummary& summary) override;
   [[nodiscard]] std::unique_ptr<SeriesCursor> make_cursor(
-      const CSeries& series, const std::vector<CParamProperties>& params, bool ascending) override;
+      const CSeries& series, const std::vector<CParamProperties>& params, bool ascending,
+      const RowsWanted& wanted) override;
+  [[nodiscard]] bool get_uuid(std::string& uuid) override;
+  [[nodiscard]] bool get_changes(const CSeries& series, std::uint64_t since,
+                                 CSeriesChanges& changes) override;
   void get_damage(std::vector<CDamage>& damage) const override;
   [[nodiscard]] bool check(std::vector<CDamage>& damage, const ReportProgress& progress) override;
   [[nodiscard]] bool backup(const std::string& path, const ReportProgress& progress) override;

@@ -10,7 +10,7 @@ namespace toolkit::trend {
 
 namespace {
 
-constexpr TimeRange ALL = {1, MAX_TIMESTAMP};
+constexpr CTimeRange ALL = {1, MAX_TIMESTAMP};
 constexpr const char* BLOCK_MISSING = "a block is missing";
 
 /// The parts of a series' time where rows may be lost: between rows that can be read, if there is a
@@ -24,7 +24,7 @@ class Gaps {
     if (reason_.empty()) reason_ = reason;
   }
   /// Goes on to the place after rows that can be read.
-  void pass(TimeRange rows) {
+  void pass(CTimeRange rows) {
     end(rows.first - 1);
     next_ = rows.last + 1;
   }

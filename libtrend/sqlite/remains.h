@@ -28,7 +28,7 @@ struct Remains {
 class RemainsFinder {
  public:
   /// Is called with the times at which rows may be lost, and the reason.
-  using Lose = std::function<void(TimeRange, const std::string&)>;
+  using Lose = std::function<void(CTimeRange, const std::string&)>;
   /// Is called with each block that can be read, but for its columns.
   using TakeBlock = std::function<void(const BlockHead&, const BlockLayout&)>;
   /// Is called again and again with the number of rows since the last call. Returns whether to go

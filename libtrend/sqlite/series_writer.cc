@@ -73,7 +73,7 @@ bool SeriesWriter::take_loose_rows_in(const Region& gap, bool& is_alone) {
   if (count.rows == 0) return true;
   if (count.rows > get_most(count.slots)) {
     std::int64_t between = NO_ROW;
-    const TimeRange span = {rows_.first_time(), rows_.last_time()};
+    const CTimeRange span = {rows_.first_time(), rows_.last_time()};
     if (!stored_.find_loose(span, LooseRows::Order::OLDEST_FIRST, between)) return false;
     is_alone = between == NO_ROW;
     return true;
@@ -137,7 +137,7 @@ bool SeriesWriter::spill() {
 }
 
 bool SeriesWriter::count_rows_after_blocks() {
-  const TimeRange range = {stored_.last_block() + 1, MAX_TIMESTAMP};
+  const CTimeRange range = {stored_.last_block() + 1, MAX_TIMESTAMP};
   has_counted_ = stored_.count_loose(range, MOST_ENOUGH_ROWS, after_blocks_);
   return has_counted_;
 }

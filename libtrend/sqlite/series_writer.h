@@ -67,7 +67,7 @@ class SeriesWriter {
   StoredSeries stored_;
   Regions& crowded_;
   RowBuffer rows_;
-  TimeRange ends_{MAX_TIMESTAMP + 1, 0};  ///< of all rows, also of those in memory
+  CTimeRange ends_{MAX_TIMESTAMP + 1, 0};  ///< of all rows, also of those in memory
   /// The loose rows after the last block, up to the number that can be sealed.
   LooseRows::Count after_blocks_;
   bool has_counted_ = true;  ///< whether `after_blocks_` is up to date

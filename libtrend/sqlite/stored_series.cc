@@ -61,8 +61,8 @@ bool StoredSeries::find_block(std::int64_t last_time, BlockHead& head) {
          (result == BlockTable::Result::MISSING && fail(BLOCK_MISSING));
 }
 
-bool StoredSeries::find_ends(TimeRange& times) {
-  const TimeRange all = {1, MAX_TIMESTAMP};
+bool StoredSeries::find_ends(CTimeRange& times) {
+  const CTimeRange all = {1, MAX_TIMESTAMP};
   if (!find_loose(all, LooseRows::Order::OLDEST_FIRST, times.first) ||
       !find_loose(all, LooseRows::Order::NEWEST_FIRST, times.last)) {
     return false;
@@ -88,12 +88,12 @@ const Region* StoredSeries::find_region(std::int64_t time) {
   if (result == BlockTable::Result::MISSING) tables_.error = BLOCK_MISSING;
   if (result != BlockTable::Result::FOUND) return nullptr;
   const bool is_span = head.first_time <= time;
-  const TimeRange gap = {head.previous + 1, head.first_time - 1};
+  const CTimeRange gap = {head.previous + 1, head.first_time - 1};
   if (!is_span && !gap.contains(time)) {
     tables_.error = BLOCK_MISSING;
     return nullptr;
   }
-  region_ = {is_span ? TimeRange{head.first_time, head.last_time} : gap, is_span, std::move(head)};
+  region_ = {is_span ? CTimeRange{head.first_time, head.last_time} : gap, is_span, std::move(head)};
   return &*region_;
 }
 
@@ -114,15 +114,15 @@ bool StoredSeries::find(std::int64_t time, bool& is_there) {
   return true;
 }
 
-bool StoredSeries::find_loose(TimeRange range, LooseRows::Order order, std::int64_t& time) {
+bool StoredSeries::find_loose(CTimeRange range, LooseRows::Order order, std::int64_t& time) {
   return tables_.loose.find(id(), range, order, time, tables_.error);
 }
 
-bool StoredSeries::count_loose(TimeRange range, std::size_t limit, LooseRows::Count& count) {
+bool StoredSeries::count_loose(CTimeRange range, std::size_t limit, LooseRows::Count& count) {
   return tables_.loose.count(id(), range, limit, count, tables_.error);
 }
 
-bool StoredSeries::read_loose(TimeRange range, LooseRows::Order order, std::size_t limit,
+bool StoredSeries::read_loose(CTimeRange range, LooseRows::Order order, std::size_t limit,
                               RowBuffer& rows) {
   const auto take = [&](std::int64_t time, double valid_ratio, std::span<const double> slots) {
     const std::size_t width = std::max(rows.slots(), trim(slots).size());
@@ -140,7 +140,7 @@ bool StoredSeries::insert_loose(std::int64_t time, double valid_ratio,
   return tables_.loose.insert(id(), time, valid_ratio, slots, tables_.error);
 }
 
-bool StoredSeries::remove_loose(TimeRange range) {
+bool StoredSeries::remove_loose(CTimeRange range) {
   touch();
   std::int64_t rows = 0;
   const std::int64_t unchecked = state_.unchecked_until;

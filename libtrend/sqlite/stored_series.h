@@ -34,7 +34,7 @@ struct RecordTables {
 
 /// A part of the time of a series: the span of a block, or a gap before, between or after blocks.
 struct Region {
-  TimeRange times;
+  CTimeRange times;
   bool is_span = false;
   /// The block of the span, or the one after the gap; none after the last block.
   std::optional<BlockHead> block;
@@ -59,23 +59,23 @@ class StoredSeries {
   [[nodiscard]] std::int64_t last_block() const { return state_.last_block; }
 
   /// Sets `times` to the times of the first and the last row, or to an empty range of times.
-  [[nodiscard]] bool find_ends(TimeRange& times);
+  [[nodiscard]] bool find_ends(CTimeRange& times);
   /// Sets `is_there` to whether there is a row at `time`.
   [[nodiscard]] bool find(std::int64_t time, bool& is_there);
   /// Returns the region around `time`, valid until the series changes; null on failure.
   [[nodiscard]] const Region* find_region(std::int64_t time);
 
   /// Counts loose rows, at most `limit`.
-  [[nodiscard]] bool count_loose(TimeRange range, std::size_t limit, LooseRows::Count& count);
+  [[nodiscard]] bool count_loose(CTimeRange range, std::size_t limit, LooseRows::Count& count);
   /// Adds copies of loose rows to `rows`, until these are a full block, or `limit` rows if that is
   /// more.
-  [[nodiscard]] bool read_loose(TimeRange range, LooseRows::Order order, std::size_t limit,
+  [[nodiscard]] bool read_loose(CTimeRange range, LooseRows::Order order, std::size_t limit,
                                 RowBuffer& rows);
   /// Sets `time` to that of the first loose row in `order`, or to NO_ROW.
-  [[nodiscard]] bool find_loose(TimeRange range, LooseRows::Order order, std::int64_t& time);
+  [[nodiscard]] bool find_loose(CTimeRange range, LooseRows::Order order, std::int64_t& time);
   [[nodiscard]] bool insert_loose(std::int64_t time, double valid_ratio,
                                   std::span<const double> slots);
-  [[nodiscard]] bool remove_loose(TimeRange range);
+  [[nodiscard]] bool remove_loose(CTimeRange range);
 
   /// Adds copies of all rows of a block to `rows`.
   [[nodiscard]] bool read_block(const BlockHead& head, RowBuffer& rows);

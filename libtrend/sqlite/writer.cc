@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -82,6 +83,7 @@ bool SqliteWriter::prepare() {
 bool SqliteWriter::begin() {
   free_slots_.clear();
   has_new_catalogue_ = false;
+  copied_.reset();
   // What is recorded into a file that has no name any more is lost.
   int has_moved = 0;
   sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
@@ -130,6 +132,11 @@ SqliteWriter::Outcome SqliteWriter::look_for_last_change() {
     sql = "SELECT 1 FROM series_state WHERE series_id = ?1 AND changes >= ?2";
   } else if (has_new_catalogue_) {
     sql = "SELECT 1 FROM database WHERE catalogue = ?1";
+  } else if (copied_) {
+    CopiedRow row = *copied_;
+    std::string ignored;
+    if (!read_copied(db_.get(), row, ignored)) return Outcome::IN_DOUBT;
+    return row.change == copied_->change ? Outcome::RECORDED : Outcome::NOT_RECORDED;
   } else {
     return Outcome::RECORDED;
   }
@@ -251,6 +258,22 @@ bool SqliteWriter::append(const CSeries& series, std::int64_t timestamp, double 
   return series_.append(series.id, timestamp, valid_ratio, slots) || fail(series_.error());
 }
 
+bool SqliteWriter::get_copied(const std::string& source, const CSeries& series,
+                              std::uint64_t& change) {
+  CopiedRow row = {.source = source, .series_id = series.id};
+  if (!read_copied(db_.get(), row, error_)) return false;
+  change = static_cast<std::uint64_t>(row.change);
+  return true;
+}
+
+bool SqliteWriter::set_copied(const std::string& source, const CSeries& series,
+                              std::uint64_t change) {
+  constexpr std::uint64_t MOST = std::numeric_limits<std::int64_t>::max();
+  if (change > MOST) return fail("the number of a change is out of range");
+  copied_ = {source, series.id, static_cast<std::int64_t>(change)};
+  return write_copied(db_.get(), *copied_, error_);
+}
+
 bool SqliteWriter::purge(const CSeries& series, std::int64_t before) {
   return series_.purge(series.id, before) || fail(series_.error());
 }
@@ -272,6 +295,8 @@ bool SqliteWriter::remove_from_catalogue(const char* sql, std::int64_t id) {
 
 bool SqliteWriter::remove_series(const CSeries& series) {
   if (!series_.remove(series.id)) return fail(series_.error());
+  // Another series may get its id.
+  if (!remove_copied(db_.get(), series.id, error_)) return false;
   return remove_from_catalogue("DELETE FROM series WHERE id = ?1", series.id);
 }
 

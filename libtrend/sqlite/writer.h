@@ -5,10 +5,12 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "libtrend/query/engine.h"
+#include "libtrend/sqlite/copied_rows.h"
 #include "libtrend/sqlite/database.h"
 #include "libtrend/sqlite/series_writers.h"
 #include "libtrend/sqlite/statement.h"
@@ -32,6 +34,10 @@ class SqliteWriter : public LogWriter {
                                 CSeries& series) override;
   [[nodiscard]] bool append(const CSeries& series, std::int64_t timestamp, double valid_ratio,
                             std::span<const double> slots) override;
+  [[nodiscard]] bool get_copied(const std::string& source, const CSeries& series,
+                                std::uint64_t& change) override;
+  [[nodiscard]] bool set_copied(const std::string& source, const CSeries& series,
+                                std::uint64_t change) override;
   [[nodiscard]] bool purge(const CSeries& series, std::int64_t before) override;
   [[nodiscard]] bool remove_row(const CSeries& series, std::int64_t timestamp) override;
   [[nodiscard]] bool remove_series(const CSeries& series) override;
@@ -55,7 +61,8 @@ class SqliteWriter : public LogWriter {
   bool has_tables_ = false;  ///< whether `series_` has prepared its statements
   /// What `PRAGMA data_version` said when `series_` was up to date; 0 for never.
   std::int64_t data_version_ = 0;
-  bool has_new_catalogue_ = false;  ///< whether this transaction changed the catalogue
+  bool has_new_catalogue_ = false;   ///< whether this transaction changed the catalogue
+  std::optional<CopiedRow> copied_;  ///< what `set_copied` has noted last in this transaction
   /// The slot for the next parameter by the id of the device, as far as this transaction knows it.
   std::map<std::int64_t, std::size_t> free_slots_;
   Statement begin_;

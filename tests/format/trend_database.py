@@ -179,6 +179,7 @@ class Reader:
                 self.add(series, row_id >> TIME_BITS, self.loose_row(row_id, valid_ratio, samples))
         else:
             self.read_database_row()
+            self.read_copied()
             self.read_loose_rows(series)
             self.read_blocks(series)
             self.check_states(series)
@@ -237,6 +238,17 @@ class Reader:
         expect(set(self.states) == {row[0] for row in self.series}, "a series has no state")
         for series_id, (*numbers, checksum) in self.states.items():
             expect(crc32c(i64(series_id, *numbers)) == checksum, "the state of a series is damaged")
+
+    def read_copied(self):
+        tables = self.db.execute("SELECT count(*) FROM sqlite_schema WHERE name = 'copied'")
+        if not tables.fetchone()[0]:
+            return
+        for source, series_id, change, checksum in self.db.execute(
+            "SELECT source, series_id, change, checksum FROM copied"
+        ):
+            expect(series_id in self.states, "something was copied into a series that is missing")
+            covered = length_and_text(source) + i64(series_id, change)
+            expect(crc32c(covered) == checksum, "the number of a copied change is damaged")
 
     # Rows
 
