@@ -10,8 +10,7 @@ struct ArchiveOptions {
   /// Into how many parts the rows are divided by their series, which may be on servers of their
   /// own; 0 for one part.
   unsigned partitions = 0;
-  /// How many months of rows are kept: the rows are then divided by month, too, and older months
-  /// can be dropped at once. 0 to keep all.
+  /// How many months of rows are to be kept, which is noted for those who purge; 0 for all.
   unsigned retention_months = 0;
 };
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "libtrend/query/engine_module.h"
 #include "libtrend/query/query.h"
 #include "libtrend/sqlite/reader.h"
 
@@ -35,6 +36,13 @@ namespace {
 
 constexpr const char* NOT_OPEN = "no database is open";
 
+/// Opens the archive at `url`. Returns null on failure, with the reason in `error`.
+std::unique_ptr<LogReader> open_archive(const std::string& url, const OpenOptions& options,
+                                        std::string& error) {
+  const EngineModule* module = load_postgres_module(error);
+  return module == nullptr ? nullptr : module->open_reader(url, options, error);
+}
+
 }  // namespace
 
 bool CLog::is_open() const {
@@ -47,11 +55,15 @@ std::string CLog::error() const { return connection_ ? connection_->error : NOT_
 
 int CLog::open(const std::string& path, const OpenOptions& options) {
   connection_ = std::make_shared<Connection>();
-  connection_->reader = SqliteReader::open(path, options, connection_->error);
+  connection_->reader = is_archive_url(path)
+                            ? open_archive(path, options, connection_->error)
+                            : SqliteReader::open(path, options, connection_->error);
   return connection_->reader ? 0 : -1;
 }
 
 int CLog::open_damaged(const std::string& path, const OpenOptions& options) {
+  // A server looks after its own data.
+  if (is_archive_url(path)) return open(path, options);
   connection_ = std::make_shared<Connection>();
   connection_->reader = SqliteReader::open_damaged(path, options, connection_->error);
   return connection_->reader ? 0 : -1;

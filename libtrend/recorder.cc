@@ -1,5 +1,6 @@
 #include "libtrend/recorder.h"
 
+#include "libtrend/query/engine_module.h"
 #include "libtrend/sqlite/writer.h"
 
 namespace toolkit::trend {
@@ -26,7 +27,12 @@ bool CRecorder::is_recording() {
 
 int CRecorder::open(const std::string& path) {
   close();
-  writer_ = SqliteWriter::open(path, error_);
+  if (is_archive_url(path)) {
+    const EngineModule* module = load_postgres_module(error_);
+    if (module != nullptr) writer_ = module->open_writer(path, error_);
+  } else {
+    writer_ = SqliteWriter::open(path, error_);
+  }
   return writer_ ? 0 : -1;
 }
 

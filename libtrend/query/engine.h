@@ -1,6 +1,7 @@
 // The interface of a storage engine, which reads and writes one trend database.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -17,6 +18,9 @@ namespace toolkit::trend {
 /// most `MAX_TIMESTAMP`.
 inline constexpr std::int64_t NO_ROW = 0;
 inline constexpr std::int64_t MAX_TIMESTAMP = (std::int64_t{1} << 40) - 1;
+
+/// The most slots of a device.
+inline constexpr std::size_t MAX_DEVICE_SLOTS = 65535;
 
 /// Reads the rows of one series in order of time, in one direction.
 ///

@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "libtrend/query/engine.h"
-#include "libtrend/sqlite/bytes.h"
+#include "libtrend/query/bytes.h"
 #include "libtrend/sqlite/checksum.h"
 #include "libtrend/sqlite/column.h"
 

@@ -12,9 +12,6 @@ namespace toolkit::trend {
 inline constexpr std::size_t MAX_BLOCK_ROWS = 512;
 inline constexpr std::size_t MAX_BLOCK_BYTES = std::size_t{1} << 20;
 
-/// The most slots of a device.
-inline constexpr std::size_t MAX_DEVICE_SLOTS = 65535;
-
 /// Returns how many rows a full block of rows with so many slots has.
 [[nodiscard]] std::size_t get_block_rows(std::size_t slots);
 

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <limits>
 
-#include "libtrend/sqlite/bytes.h"
+#include "libtrend/query/bytes.h"
 
 namespace toolkit::trend {
 

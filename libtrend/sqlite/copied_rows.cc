@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "libtrend/sqlite/bytes.h"
+#include "libtrend/query/bytes.h"
 #include "libtrend/sqlite/checksum.h"
 #include "libtrend/sqlite/connection.h"
 #include "libtrend/sqlite/statement.h"

@@ -6,7 +6,7 @@
 #include <bit>
 
 #include "libtrend/sqlite/block.h"
-#include "libtrend/sqlite/bytes.h"
+#include "libtrend/query/bytes.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/sqlite/series_state.h"
 

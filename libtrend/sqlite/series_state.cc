@@ -3,7 +3,7 @@
 #include <bit>
 #include <vector>
 
-#include "libtrend/sqlite/bytes.h"
+#include "libtrend/query/bytes.h"
 #include "libtrend/sqlite/checksum.h"
 
 namespace toolkit::trend {

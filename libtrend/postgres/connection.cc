@@ -1,0 +1,237 @@
+#include "libtrend/postgres/connection.h"
+
+#include <libpq-fe.h>
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+
+#include "libtrend/postgres/wire_time.h"
+#include "libtrend/query/bytes.h"
+
+namespace toolkit::trend {
+
+namespace {
+
+constexpr int BINARY = 1;
+
+/// The text of a message, in one line and without the blanks at its end.
+std::string join_lines(std::string_view text) {
+  std::string line(text);
+  std::replace(line.begin(), line.end(), '\n', ' ');
+  line.erase(line.find_last_not_of(' ') + 1);
+  return line;
+}
+
+/// What the server says about a statement that failed.
+std::string get_message(const PGresult* result) {
+  const char* message = PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
+  if (message == nullptr) return join_lines(PQresultErrorMessage(result));
+  std::string text = join_lines(message);
+  const char* detail = PQresultErrorField(result, PG_DIAG_MESSAGE_DETAIL);
+  if (detail != nullptr) text.append(": ").append(join_lines(detail));
+  return text;
+}
+
+std::string pack(std::uint64_t bits) {
+  std::string bytes(sizeof bits, '\0');
+  store(bits, reinterpret_cast<unsigned char*>(bytes.data()));
+  return bytes;
+}
+
+}  // namespace
+
+Parameters& Parameters::add(std::int64_t number) {
+  values_.push_back(pack(static_cast<std::uint64_t>(number)));
+  return *this;
+}
+
+Parameters& Parameters::add(bool value) {
+  values_.emplace_back(1, value ? '\1' : '\0');
+  return *this;
+}
+
+Parameters& Parameters::add(std::string_view text) {
+  values_.emplace_back(text);
+  return *this;
+}
+
+Parameters& Parameters::add_time(std::int64_t time) { return add(get_wire_time(time)); }
+
+void Result::Clear::operator()(pg_result* result) const { PQclear(result); }
+
+std::size_t Result::rows() const { return static_cast<std::size_t>(PQntuples(result_.get())); }
+
+bool Result::is_null(std::size_t row, std::size_t column) const {
+  return PQgetisnull(result_.get(), static_cast<int>(row), static_cast<int>(column)) != 0;
+}
+
+std::span<const unsigned char> Result::get(std::size_t row, std::size_t column) const {
+  const int r = static_cast<int>(row);
+  const int c = static_cast<int>(column);
+  return {reinterpret_cast<const unsigned char*>(PQgetvalue(result_.get(), r, c)),
+          static_cast<std::size_t>(PQgetlength(result_.get(), r, c))};
+}
+
+bool Result::read(std::size_t row, std::size_t column, std::int64_t& value) const {
+  const std::span<const unsigned char> bytes = get(row, column);
+  if (bytes.size() == sizeof(std::int32_t)) {
+    value = static_cast<std::int32_t>(load<std::uint32_t>(bytes.data()));
+    return true;
+  }
+  if (bytes.size() != sizeof value) return false;
+  value = static_cast<std::int64_t>(load<std::uint64_t>(bytes.data()));
+  return true;
+}
+
+bool Result::read(std::size_t row, std::size_t column, double& value) const {
+  std::int64_t bits = 0;
+  if (!read(row, column, bits)) return false;
+  value = std::bit_cast<double>(bits);
+  return true;
+}
+
+bool Result::read(std::size_t row, std::size_t column, bool& value) const {
+  const std::span<const unsigned char> bytes = get(row, column);
+  if (bytes.size() != 1) return false;
+  value = bytes[0] != 0;
+  return true;
+}
+
+bool Result::read(std::size_t row, std::size_t column, std::string& value) const {
+  if (is_null(row, column)) return false;
+  const std::span<const unsigned char> bytes = get(row, column);
+  value.assign(bytes.begin(), bytes.end());
+  return true;
+}
+
+bool Result::read_time(std::size_t row, std::size_t column, std::int64_t& time) const {
+  std::int64_t wire_time = 0;
+  return read(row, column, wire_time) && get_time(wire_time, time);
+}
+
+void Connection::Finish::operator()(pg_conn* connection) const { PQfinish(connection); }
+
+bool Connection::fail() {
+  error_ = join_lines(PQerrorMessage(connection_.get()));
+  return false;
+}
+
+bool Connection::ensure() {
+  if (connection_ && PQstatus(connection_.get()) == CONNECTION_OK) return true;
+  // What comes before the URL are defaults, which the URL may change.
+  const std::string timeout = std::to_string(std::max(timeout_, 2U));  // libpq's least
+  const std::string lost = std::to_string(std::uint64_t{timeout_} * 1000);
+  constexpr std::size_t COUNT = 7;
+  const std::array<const char*, COUNT> keywords = {"connect_timeout",
+                                                   "tcp_user_timeout",
+                                                   "keepalives_idle",
+                                                   "keepalives_interval",
+                                                   "fallback_application_name",
+                                                   "dbname",
+                                                   nullptr};
+  const std::array<const char*, COUNT> values = {
+      timeout.c_str(), lost.c_str(), "10", "10", "libtrend", address_.url.c_str(), nullptr};
+  connection_.reset(PQconnectdbParams(keywords.data(), values.data(), 1));
+  if (PQstatus(connection_.get()) != CONNECTION_OK) return fail();
+  PQsetNoticeProcessor(
+      connection_.get(), [](void*, const char*) {}, nullptr);
+  return set_up();
+}
+
+/// Prepares the session. Rows are wanted in the order of an index, for which the planner must not
+/// sort; and only with the values of the parameters it knows which partition they are in.
+bool Connection::set_up() {
+  std::string sql = "SET client_encoding = 'UTF8'; SET search_path = ";
+  sql.append(address_.schema).append(", pg_temp; SET lock_timeout = ");
+  sql.append(std::to_string(std::uint64_t{timeout_} * 1000));
+  sql.append("; SET plan_cache_mode = force_custom_plan; SET jit = off");
+  if (use_ == Use::READ) {
+    sql.append("; SET enable_sort = off; SET enable_seqscan = off; SET enable_bitmapscan = off");
+    sql.append("; SET default_transaction_read_only = on");
+  }
+  return run(sql);
+}
+
+bool Connection::take(Result result) {
+  const ExecStatusType status = PQresultStatus(result.get());
+  if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
+  if (result.get() == nullptr || PQstatus(connection_.get()) != CONNECTION_OK) return fail();
+  error_ = get_message(result.get());
+  return false;
+}
+
+bool Connection::run(const std::string& sql) {
+  return take(Result(PQexec(connection_.get(), sql.c_str())));
+}
+
+bool Connection::run(const std::string& sql, const Parameters& parameters, Result& result) {
+  const std::size_t count = parameters.values().size();
+  std::vector<const char*> values(count);
+  std::vector<int> lengths(count);
+  const std::vector<int> formats(count, BINARY);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string& value = parameters.values()[i];
+    if (value.size() > std::size_t{std::numeric_limits<int>::max()}) {
+      error_ = "a text is too long";
+      return false;
+    }
+    values[i] = value.data();
+    lengths[i] = static_cast<int>(value.size());
+  }
+  result = Result(PQexecParams(connection_.get(), sql.c_str(), static_cast<int>(count), nullptr,
+                               values.data(), lengths.data(), formats.data(), BINARY));
+  const ExecStatusType status = PQresultStatus(result.get());
+  if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
+  return take(std::move(result));
+}
+
+bool Connection::run(const std::string& sql, const Parameters& parameters, std::int64_t& changed) {
+  Result result;
+  if (!run(sql, parameters, result)) return false;
+  changed = 0;
+  const std::string_view text = PQcmdTuples(result.get());
+  std::from_chars(text.data(), text.data() + text.size(), changed);
+  return true;
+}
+
+bool Connection::commit(bool& is_in_doubt) {
+  const Result result(PQexec(connection_.get(), "COMMIT"));
+  is_in_doubt = false;
+  if (PQresultStatus(result.get()) == PGRES_COMMAND_OK) {
+    // After an error, the server takes COMMIT for ROLLBACK.
+    if (std::string_view(PQcmdStatus(result.get())) == "COMMIT") return true;
+    error_ = "the server has undone the transaction";
+    return false;
+  }
+  is_in_doubt = PQstatus(connection_.get()) != CONNECTION_OK;
+  if (is_in_doubt) return fail();
+  error_ = get_message(result.get());
+  return false;
+}
+
+bool Connection::copy_in(const std::string& sql, std::span<const unsigned char> data) {
+  constexpr std::size_t PORTION = std::size_t{1} << 16;
+  const Result start(PQexec(connection_.get(), sql.c_str()));
+  if (PQresultStatus(start.get()) != PGRES_COPY_IN) {
+    error_ = get_message(start.get());
+    return false;
+  }
+  bool is_sent = true;
+  while (is_sent && !data.empty()) {
+    const std::span<const unsigned char> portion = data.first(std::min(PORTION, data.size()));
+    is_sent = PQputCopyData(connection_.get(), reinterpret_cast<const char*>(portion.data()),
+                            static_cast<int>(portion.size())) == 1;
+    data = data.subspan(portion.size());
+  }
+  is_sent = is_sent && PQputCopyEnd(connection_.get(), nullptr) == 1;
+  // The server may have refused the data before all was sent, so what it says comes first.
+  bool is_done = is_sent || fail();
+  for (;;) {
+    Result result(PQgetResult(connection_.get()));
+    if (result.get() == nullptr) return is_done;
+    is_done = take(std::move(result)) && is_done;
+  }
+}
+
+}  // namespace toolkit::trend

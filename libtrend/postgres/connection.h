@@ -1,0 +1,113 @@
+// A connection to a PostgreSQL server. Values travel in libpq's binary form.
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "libtrend/postgres/url.h"
+
+// Of libpq-fe.h, which only .cc files include.
+struct pg_conn;
+struct pg_result;
+
+namespace toolkit::trend {
+
+/// The values for `$1`, `$2` and so on of a statement. Their types are those that the statement
+/// gives them; a number is sent as an int8.
+class Parameters {
+ public:
+  Parameters& add(std::int64_t number);
+  Parameters& add(double number) { return add(std::bit_cast<std::int64_t>(number)); }
+  Parameters& add(bool value);
+  Parameters& add(std::string_view text);
+  /// A time in seconds since 1970, for a timestamptz.
+  Parameters& add_time(std::int64_t time);
+
+  [[nodiscard]] const std::vector<std::string>& values() const { return values_; }
+
+ private:
+  std::vector<std::string> values_;
+};
+
+/// The rows that a statement has returned. Columns and rows count from 0.
+class Result {
+ public:
+  Result() = default;
+  explicit Result(pg_result* result) : result_(result) {}
+
+  [[nodiscard]] std::size_t rows() const;
+  /// The bytes of a value; none if it is NULL.
+  [[nodiscard]] std::span<const unsigned char> get(std::size_t row, std::size_t column) const;
+  [[nodiscard]] bool is_null(std::size_t row, std::size_t column) const;
+  /// Set `value`. Return false where the column has another type, or is NULL.
+  [[nodiscard]] bool read(std::size_t row, std::size_t column, std::int64_t& value) const;
+  [[nodiscard]] bool read(std::size_t row, std::size_t column, double& value) const;
+  [[nodiscard]] bool read(std::size_t row, std::size_t column, bool& value) const;
+  [[nodiscard]] bool read(std::size_t row, std::size_t column, std::string& value) const;
+  /// Sets `time` to that of a timestamptz, in seconds since 1970. False where it is between two
+  /// seconds, too.
+  [[nodiscard]] bool read_time(std::size_t row, std::size_t column, std::int64_t& time) const;
+
+  /// The result itself, for calls of libpq.
+  [[nodiscard]] pg_result* get() const { return result_.get(); }
+
+ private:
+  struct Clear {
+    void operator()(pg_result* result) const;
+  };
+  std::unique_ptr<pg_result, Clear> result_;
+};
+
+/// A connection. Functions that return false have failed, and `error` has the reason.
+class Connection {
+ public:
+  enum class Use { READ, WRITE };
+
+  /// A connection to `address`, which is made by `ensure`. `timeout` limits, in seconds, how long
+  /// connecting takes and how long a statement waits for a lock.
+  Connection(ArchiveAddress address, Use use, unsigned timeout)
+      : address_(std::move(address)), use_(use), timeout_(timeout) {}
+
+  /// Connects, unless there is a connection that works.
+  [[nodiscard]] bool ensure();
+
+  /// Runs `sql`, which may be several statements without parameters. Their rows are dropped.
+  [[nodiscard]] bool run(const std::string& sql);
+  /// Runs one statement.
+  [[nodiscard]] bool run(const std::string& sql, const Parameters& parameters, Result& result);
+  /// The same; its rows are dropped. `changed` is set to how many rows it has changed.
+  [[nodiscard]] bool run(const std::string& sql, const Parameters& parameters,
+                         std::int64_t& changed);
+  /// Runs COMMIT. Returns false also where the server has rolled back instead. `is_in_doubt` is set
+  /// to whether the connection was lost on the way, so that nobody knows.
+  [[nodiscard]] bool commit(bool& is_in_doubt);
+  /// Sends `data` to `sql`, which is COPY ... FROM STDIN.
+  [[nodiscard]] bool copy_in(const std::string& sql, std::span<const unsigned char> data);
+
+  [[nodiscard]] const ArchiveAddress& address() const { return address_; }
+  [[nodiscard]] const std::string& error() const { return error_; }
+
+ private:
+  struct Finish {
+    void operator()(pg_conn* connection) const;
+  };
+
+  bool set_up();
+  bool take(Result result);
+  bool fail();
+
+  ArchiveAddress address_;
+  Use use_;
+  unsigned timeout_;
+  std::unique_ptr<pg_conn, Finish> connection_;
+  std::string error_;
+};
+
+}  // namespace toolkit::trend

@@ -1,0 +1,238 @@
+#include "libtrend/postgres/reader.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "libtrend/postgres/catalogue.h"
+#include "libtrend/postgres/cursor.h"
+#include "libtrend/postgres/schema.h"
+#include "libtrend/statistics.h"
+
+namespace toolkit::trend {
+
+namespace {
+
+constexpr const char* DAMAGED = "the catalogue of the archive has an entry that is not valid";
+constexpr const char* NOT_A_ROW = "the archive has a row that is not one of a trend";
+constexpr const char* STOPPED = "it was stopped";
+
+}  // namespace
+
+std::unique_ptr<LogReader> ArchiveReader::open(const std::string& url, const OpenOptions& options,
+                                               std::string& error) {
+  ArchiveAddress address;
+  if (!parse_archive_url(url, address, error)) return nullptr;
+  std::unique_ptr<ArchiveReader> reader(
+      new ArchiveReader(std::move(address), options.busy_timeout));
+  if (reader->connection_.ensure() && expect_archive(reader->connection_, error)) return reader;
+  if (error.empty()) error = reader->connection_.error();
+  return nullptr;
+}
+
+bool ArchiveReader::fail(const std::string& reason) {
+  error_ = reason;
+  return false;
+}
+
+bool ArchiveReader::fetch(const std::string& sql, const Parameters& parameters, Result& result) {
+  return connection_.run(sql, parameters, result) || fail(connection_.error());
+}
+
+bool ArchiveReader::begin() {
+  finest_ = 0;
+  return (connection_.ensure() &&
+          connection_.run("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY")) ||
+         fail(connection_.error());
+}
+
+bool ArchiveReader::run(const std::function<bool()>& query) {
+  if (!begin()) return false;
+  const bool is_answered = query();
+  const bool has_ended = connection_.run("ROLLBACK");
+  if (!is_answered) return false;
+  return has_ended || fail(connection_.error());
+}
+
+bool ArchiveReader::get_devices(std::vector<CDeviceProperties>& devices) {
+  Result result;
+  if (!fetch("SELECT id, path, description FROM device ORDER BY id", {}, result)) return false;
+  for (std::size_t row = 0; row < result.rows(); ++row) {
+    CDeviceProperties& device = devices.emplace_back();
+    if (!result.read(row, 0, device.aux_1) || !result.read(row, 1, device.path) ||
+        !result.read(row, 2, device.aux_text)) {
+      return fail(DAMAGED);
+    }
+  }
+  return true;
+}
+
+bool ArchiveReader::get_params(const CDeviceProperties& device,
+                               std::vector<CParamProperties>& params) {
+  Result result;
+  const std::string sql = std::string("SELECT ").append(PARAM_COLUMNS);
+  if (!fetch(sql + " FROM parameter WHERE device_id = $1 ORDER BY first_slot, id",
+             Parameters().add(device.aux_1), result)) {
+    return false;
+  }
+  for (std::size_t row = 0; row < result.rows(); ++row) {
+    if (!read_param(result, row, params.emplace_back())) return fail(DAMAGED);
+  }
+  return true;
+}
+
+bool ArchiveReader::get_periods(std::vector<CPeriodProperties>& periods) {
+  Result result;
+  if (!fetch("SELECT DISTINCT minutes FROM series", {}, result)) return false;
+  const std::size_t size = periods.size();
+  for (std::size_t row = 0; row < result.rows(); ++row) {
+    if (!read_number(result, row, 0, periods.emplace_back().interval)) return fail(DAMAGED);
+  }
+  std::sort(periods.begin() + static_cast<std::ptrdiff_t>(size), periods.end(),
+            [](const auto& a, const auto& b) { return a.interval < b.interval; });
+  return true;
+}
+
+bool ArchiveReader::get_series(const CDeviceProperties& device, std::vector<CSeries>& series) {
+  Result result;
+  if (!fetch("SELECT id, minutes FROM series WHERE device_id = $1 ORDER BY minutes",
+             Parameters().add(device.aux_1), result)) {
+    return false;
+  }
+  for (std::size_t row = 0; row < result.rows(); ++row) {
+    CSeries& one = series.emplace_back();
+    if (!result.read(row, 0, one.id) || !read_number(result, row, 1, one.minutes)) {
+      return fail(DAMAGED);
+    }
+  }
+  return true;
+}
+
+bool ArchiveReader::summarize(const CSeries& series, CSeriesSummary& summary) {
+  summary = {.minutes = series.minutes};
+  // Reading all rows would take long, so their size is that of the newest.
+  Result result;
+  if (!fetch(
+          "SELECT rows, first, last, rows * bytes FROM (SELECT count(*) AS rows, "
+          "min(time) AS first, max(time) AS last FROM snapshot WHERE series_id = $1) AS all_rows "
+          "LEFT JOIN (SELECT pg_column_size(newest.*)::bigint AS bytes FROM snapshot AS newest "
+          "WHERE series_id = $1 ORDER BY time DESC LIMIT 1) AS newest_row ON true",
+          Parameters().add(series.id), result)) {
+    return false;
+  }
+  if (result.rows() != 1 || !read_number(result, 0, 0, summary.rows)) return fail(DAMAGED);
+  if (summary.rows == 0) return true;
+  return (result.read_time(0, 1, summary.first_time) && result.read_time(0, 2, summary.last_time) &&
+          read_number(result, 0, 3, summary.bytes)) ||
+         fail(NOT_A_ROW);
+}
+
+std::unique_ptr<SeriesCursor> ArchiveReader::make_cursor(
+    const CSeries& series, const std::vector<CParamProperties>& params, bool ascending,
+    const RowsWanted& wanted) {
+  if (finest_ == 0) finest_ = series.minutes;
+  // While there are finer rows, a coarse series has few of the rows that a query returns.
+  RowsWanted share = wanted;
+  if (series.minutes > finest_) share.rows = wanted.rows / (series.minutes / finest_) + 2;
+  return std::make_unique<ArchiveCursor>(connection_, series, params, ascending, share, error_);
+}
+
+bool ArchiveReader::get_uuid(std::string& uuid) {
+  Result result;
+  return fetch("SELECT uuid::text FROM archive", {}, result) &&
+         ((result.rows() == 1 && result.read(0, 0, uuid)) || fail(DAMAGED));
+}
+
+bool ArchiveReader::get_changes(const CSeries& series, std::uint64_t since,
+                                CSeriesChanges& changes) {
+  changes = {};
+  Result result;
+  if (!fetch("SELECT changes FROM series WHERE id = $1", Parameters().add(series.id), result)) {
+    return false;
+  }
+  if (result.rows() != 1 || !read_number(result, 0, 0, changes.number)) {
+    return fail("the archive has no such series");
+  }
+  if (since == 0) {
+    changes.ranges.push_back({1, MAX_TIMESTAMP});
+    return true;
+  }
+  if (!fetch("SELECT first_time, last_time FROM change WHERE series_id = $1 AND number > $2 "
+             "ORDER BY first_time",
+             Parameters().add(series.id).add(static_cast<std::int64_t>(
+                 std::min<std::uint64_t>(since, std::numeric_limits<std::int64_t>::max()))),
+             result)) {
+    return false;
+  }
+  for (std::size_t row = 0; row < result.rows(); ++row) {
+    CTimeRange range;
+    if (!result.read_time(row, 0, range.first) || !result.read_time(row, 1, range.last)) {
+      return fail(DAMAGED);
+    }
+    if (!changes.ranges.empty() && range.first <= changes.ranges.back().last) {
+      changes.ranges.back().last = std::max(changes.ranges.back().last, range.last);
+    } else {
+      changes.ranges.push_back(range);
+    }
+  }
+  return true;
+}
+
+void ArchiveReader::get_damage(std::vector<CDamage>& /*damage*/) const {}
+
+bool ArchiveReader::backup(const std::string& /*path*/, const ReportProgress& /*progress*/) {
+  return fail("pg_dump makes a backup of an archive, and trendtool copy a database file of it");
+}
+
+bool ArchiveReader::check_device(const CDeviceProperties& device, std::vector<CDamage>& damage,
+                                 std::uint64_t& rows, const ReportProgress& progress) {
+  std::vector<CParamProperties> params;
+  std::vector<CSeries> all;
+  if (!get_params(device, params) || !get_series(device, all)) return false;
+  std::size_t free_slot = 0;
+  for (const CParamProperties& param : params) {
+    if (param.aux_1 < free_slot) {
+      damage.push_back({.device = device.path,
+                        .minutes = 0,
+                        .param = param.path,
+                        .first = 0,
+                        .last = 0,
+                        .text = "its values are also those of another parameter"});
+    }
+    free_slot = std::max(free_slot, get_slot(param, STATISTICS.size()));
+  }
+  constexpr RowsWanted ALL = {.rows = std::numeric_limits<std::uint64_t>::max()};
+  for (const CSeries& series : all) {
+    const std::unique_ptr<SeriesCursor> cursor = make_cursor(series, params, true, ALL);
+    bool can_be_read = cursor->place(1, MAX_TIMESTAMP);
+    std::int64_t last = NO_ROW;
+    while (can_be_read && cursor->timestamp() != NO_ROW) {
+      CSnapshot row;
+      last = cursor->timestamp();
+      can_be_read = cursor->decode(row) && cursor->advance();
+      if (progress && ++rows % 1024 == 0 && !progress(rows, 0)) return fail(STOPPED);
+    }
+    if (can_be_read) continue;
+    damage.push_back({.device = device.path,
+                      .minutes = series.minutes,
+                      .param = "",
+                      .first = last + 1,
+                      .last = MAX_TIMESTAMP,
+                      .text = error_});
+    // An error ends the transaction.
+    if (!connection_.run("ROLLBACK")) return fail(connection_.error());
+    if (!begin()) return false;
+  }
+  return true;
+}
+
+bool ArchiveReader::check(std::vector<CDamage>& damage, const ReportProgress& progress) {
+  std::vector<CDeviceProperties> devices;
+  std::uint64_t rows = 0;
+  return get_devices(devices) &&
+         std::all_of(devices.begin(), devices.end(), [&](const CDeviceProperties& device) {
+           return check_device(device, damage, rows, progress);
+         });
+}
+
+}  // namespace toolkit::trend
