@@ -1,11 +1,8 @@
 // What trendload shows on a terminal.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include "tests/support/process.h"
+#include "tests/support/terminal.h"
 
 namespace {
 
@@ -21,36 +18,8 @@ std::string long_csv() {
 class TrendloadTerminal : public testing::Test {
  protected:
   std::vector<std::string> command() const {
-    std::vector<std::string> result = tool_command("trendload");
-    result.insert(result.end(), {"-x", folder_.file("trend.db"), "-d", "/plant", "-i", "1", "-t",
-                                 "%s ", folder_.file("rows.csv")});
-    return result;
-  }
-
-  /// Loads rows.csv with a terminal as input and output, and returns what the terminal shows.
-  std::string load_on_terminal(int& exit_status) const {
-    std::vector<std::string> words = command();
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child == 0) {
-      execvp(arguments[0], arguments.data());
-      _exit(127);
-    }
-    EXPECT_GT(child, 0);
-    std::string shown;
-    char buffer[4096];
-    ssize_t size = 0;
-    while ((size = read(terminal, buffer, sizeof buffer)) > 0) {
-      shown.append(buffer, static_cast<std::size_t>(size));
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    close(terminal);
-    exit_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return shown;
+    return tool_command("trendload", {"-x", folder_.file("trend.db"), "-d", "/plant", "-i", "1",
+                                      "-t", "%s ", folder_.file("rows.csv")});
   }
 
   TemporaryFolder folder_;
@@ -58,29 +27,27 @@ class TrendloadTerminal : public testing::Test {
 
 TEST_F(TrendloadTerminal, ShowsTheProgressOfALongLoad) {
   write_file(folder_.file("rows.csv"), long_csv());
-  int exit_status = -1;
-  const std::string shown = load_on_terminal(exit_status);
-  EXPECT_EQ(exit_status, 0);
-  EXPECT_THAT(shown, HasSubstr("\rtrendload: 4096 rows"));
-  EXPECT_THAT(shown, HasSubstr("\rtrendload: 16384 rows"));
-  EXPECT_THAT(shown, testing::EndsWith("\n"));
+  const ProcessResult result = run_at_terminal(command());
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_THAT(result.out, HasSubstr("\rtrendload: 4096 rows"));
+  EXPECT_THAT(result.out, HasSubstr("\rtrendload: 16384 rows"));
+  EXPECT_THAT(result.out, testing::EndsWith("\n"));
 }
 
 TEST_F(TrendloadTerminal, PutsAMessageOnALineOfItsOwn) {
   write_file(folder_.file("rows.csv"), long_csv() + "nonsense\n");
-  int exit_status = -1;
-  const std::string shown = load_on_terminal(exit_status);
-  EXPECT_EQ(exit_status, 1);
+  const ProcessResult result = run_at_terminal(command());
+  EXPECT_EQ(result.exit_status, 1);
   // The terminal turns a line feed into a carriage return and a line feed.
-  EXPECT_THAT(shown, testing::EndsWith("16384 rows\r\ntrendload: " + folder_.file("rows.csv") +
-                                       ":20002: 1 fields, but the header has 3\r\n"));
+  EXPECT_THAT(result.out, testing::EndsWith("16384 rows\r\ntrendload: " + folder_.file("rows.csv") +
+                                            ":20002: 1 fields, but the header has 3\r\n"));
 }
 
 TEST_F(TrendloadTerminal, ShowsNothingForAShortLoad) {
   write_file(folder_.file("rows.csv"), "Date,Time,a:Value\n1700000000,,1\n");
-  int exit_status = -1;
-  EXPECT_EQ(load_on_terminal(exit_status), "");
-  EXPECT_EQ(exit_status, 0);
+  const ProcessResult result = run_at_terminal(command());
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.out, "");
 }
 
 TEST_F(TrendloadTerminal, ShowsNothingElsewhere) {
