@@ -102,7 +102,7 @@ std::unique_ptr<SeriesCursor> BlockReader::make_cursor(const CSeries& series,
 }
 
 bool BlockReader::get_changes(const CSeries& series, std::uint64_t since, CSeriesChanges& changes) {
-  Series* known = find_series(series.id);
+  Series* known = find_series(series.id, {});
   if (known == nullptr) return false;
   known->query = query_;
   LooseRows loose(db_);

@@ -98,7 +98,7 @@ class StoredSeries {
   bool insert_block(const BlockRows& rows, std::int64_t previous, std::int64_t& last_time);
   bool remove_block(const BlockHead& head);
   bool link(std::int64_t old_end, std::int64_t new_end);
-  bool remove_from_block(const BlockHead& head, TimeRange times, bool& is_found);
+  bool remove_from_block(const BlockHead& head, CTimeRange times, bool& is_found);
   bool set_previous(BlockHead& head, std::int64_t previous);
 
   RecordTables& tables_;

@@ -16,7 +16,7 @@ bool StoredSeries::remove_row(std::int64_t time, bool& is_found) {
          (!region->is_span || remove_from_block(*region->block, {time, time}, is_found));
 }
 
-bool StoredSeries::remove_from_block(const BlockHead& head, TimeRange times, bool& is_found) {
+bool StoredSeries::remove_from_block(const BlockHead& head, CTimeRange times, bool& is_found) {
   RowBuffer rows;
   if (!read_block(head, rows)) return false;
   std::size_t first = 0;
