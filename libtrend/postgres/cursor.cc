@@ -133,8 +133,10 @@ bool ArchiveCursor::advance() {
 bool ArchiveCursor::pass(std::uint64_t count) {
   const std::uint64_t rest = portion_.rows.rows() - row_;  // with the current row
   if (timestamp_ == NO_ROW || count < rest) return SeriesCursor::pass(count);
-  row_ = portion_.rows.rows() - 1;
-  if (!take_row()) return false;
+  if (rest > 1) {
+    row_ += rest - 1;
+    if (!take_row()) return false;
+  }
   wants_values_ = true;
   return fetch(count - rest, portion_size_);
 }

@@ -1,9 +1,13 @@
-// Dumps of random logs under random options, against the model.
+// Dumps of random logs under random options, against the model. Compiled twice: for databases in
+// files, and for archives.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
 #include "tests/support/model.h"
+#ifdef TRENDCSV_ARCHIVE_TESTS
+#include "tests/support/archive_server.h"
+#endif
 
 namespace {
 
@@ -81,14 +85,38 @@ std::string text_of(const std::vector<std::string>& arguments) {
   return text;
 }
 
+#ifdef TRENDCSV_ARCHIVE_TESTS
+/// An archive on a server that all tests share.
+class Database {
+ public:
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+ private:
+  static ArchiveServer& server() {
+    static ArchiveServer one;
+    return one;
+  }
+
+  std::string path_ = server().make_archive();
+};
+#else
+class Database {
+ public:
+  [[nodiscard]] std::string path() const { return folder_.file("trend.db"); }
+
+ private:
+  TemporaryFolder folder_;
+};
+#endif
+
 TEST(ProgramModel, DumpsRandomLogsAsTheModelDoes) {
   Random random(3);
   int rows_seen = 0;
   const int rounds = random_rounds(120);
   for (int i = 0; i < rounds; ++i) {
     const ModelLog log = random_log(random, pick(random, 2) == 0);
-    const TemporaryFolder folder;
-    const std::string db = folder.file("trend.db");
+    const Database database;
+    const std::string db = database.path();
     record(log, db);
     for (int j = 0; j < 8; ++j) {
       const DumpRequest request = random_request(random, log);
@@ -109,8 +137,8 @@ TEST(ProgramModel, PrintsTheSameRowsInChunksOfAnySize) {
   Random random(4);
   for (int i = 0; i < random_rounds(25); ++i) {
     const ModelLog log = random_log(random, false);
-    const TemporaryFolder folder;
-    const std::string db = folder.file("trend.db");
+    const Database database;
+    const std::string db = database.path();
     record(log, db);
     DumpRequest request = random_request(random, log);
     request.chunk_size = 1'000'000;
