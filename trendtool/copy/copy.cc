@@ -43,7 +43,7 @@ class Copy {
     if (!wrong.empty()) return fail(wrong);
     copy_devices();
     const bool is_told = print_summary();
-    end_if_interrupted();
+    if (is_interrupted()) print_message("interrupted; the next copy goes on from here");
     if (!is_told) return fail("can't write standard output");
     return is_complete_ && counts_.conflicts == 0 ? SUCCESS : FAILURE;
   }
@@ -177,7 +177,8 @@ void Copy::show_progress(Progress& progress) const {
 
 bool Copy::print_summary() const {
   return std::printf(
-             "%zu devices, %llu series: %llu rows copied, %llu were there, %llu conflicts\n",
+             "devices: %zu, series: %llu, rows copied: %llu, rows there before: %llu, "
+             "conflicts: %llu\n",
              devices_.size(), static_cast<unsigned long long>(series_),
              static_cast<unsigned long long>(counts_.copied),
              static_cast<unsigned long long>(counts_.present),
@@ -189,7 +190,7 @@ bool Copy::print_summary() const {
 
 int run_copy(const CopyOptions& options) {
   const bool is_named = !options.from.empty();
-  if (options.databases.size() != (is_named ? 1 : 2)) {
+  if (options.first.empty() || options.second.empty() != is_named) {
     return refuse_usage(is_named
                             ? "with -x, name one more database, the one to copy into"
                             : "name two databases, the one to copy from and the one to copy into");
@@ -199,7 +200,9 @@ int run_copy(const CopyOptions& options) {
     return refuse_usage("--start: " + wrong);
   }
   note_interrupts();
-  return Copy(options, is_named ? options.from : options.databases.front(),
-              options.databases.back())
-      .run(range.first);
+  const int status = is_named ? Copy(options, options.from, options.first).run(range.first)
+                              : Copy(options, options.first, options.second).run(range.first);
+  // Only now, as the databases are closed.
+  end_if_interrupted();
+  return status;
 }
