@@ -118,6 +118,7 @@ std::string Copy::read_catalogue() {
     std::string wrong = select_periods(session_.from, options_.minutes, periods);
     if (!wrong.empty()) return wrong;
   }
+  minutes.reserve(periods.size());
   for (const CPeriodProperties& period : periods) minutes.push_back(period.interval);
   for (const CDeviceProperties& device : found) {
     DeviceToCopy entry;
