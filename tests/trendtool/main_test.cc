@@ -28,7 +28,8 @@ TEST(Trendtool, ListsItsSubcommands) {
 }
 
 TEST(Trendtool, ShowsTheOptionsOfASubcommandWithExamples) {
-  for (const char* name : {"backup", "check", "export", "list", "load", "plot", "remove"}) {
+  for (const char* name :
+       {"backup", "check", "copy", "export", "init", "list", "load", "plot", "purge", "remove"}) {
     const ProcessResult result = trendtool({name, "--help"});
     EXPECT_EQ(result.exit_status, 0);
     EXPECT_THAT(result.out, HasSubstr("-x,--database FILE"));

@@ -12,12 +12,8 @@ void add_copy_command(CLI::App& app, Action& action) {
                   options, run_copy, action);
   command.add_option("-x,--database", options->from, "The database to copy from")
       ->type_name("FILE");
-  command
-      .add_option("DATABASES", options->databases,
-                  "The database to copy from, without -x, and the one to copy into")
-      ->type_name("FROM TO")
-      ->expected(1, 2)
-      ->required();
+  command.add_option("FROM", options->first, "The database to copy from; not with -x");
+  command.add_option("TO", options->second, "The database to copy into");
   add_devices_option(command, options->devices);
   add_intervals_option(command, options->minutes);
   command.add_option("-s,--start", options->start, "Only rows from this time on")

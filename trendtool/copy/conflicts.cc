@@ -21,10 +21,12 @@ void Conflicts::drop() {
   noted_ = 0;
 }
 
-void Conflicts::print() {
+std::uint64_t Conflicts::print() {
   for (const std::string& text : texts_) print_message(text);
-  printed_ += noted_;
+  const std::uint64_t count = noted_;
+  printed_ += count;
   drop();
+  return count;
 }
 
 void Conflicts::finish() const {

@@ -20,8 +20,8 @@ class Conflicts {
   void add(std::time_t time, const std::string& reason);
   /// Forgets what was noted since the last `print`.
   void drop();
-  /// Prints what was noted.
-  void print();
+  /// Prints what was noted. Returns how many conflicts that were.
+  std::uint64_t print();
   /// Says how many were not printed.
   void finish() const;
 

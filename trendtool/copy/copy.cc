@@ -35,27 +35,33 @@ class Copy {
   /// Returns the exit status.
   int run(std::int64_t start) {
     session_.start = std::max<std::int64_t>(start, 1);
-    std::string wrong = open();
+    std::string wrong = open_source();
+    // Opening the other database may create it, so what is to be copied must be there.
     if (wrong.empty()) wrong = read_catalogue();
+    if (wrong.empty()) wrong = open_target();
     if (wrong.empty()) {
       wrong = copy_catalogue(session_.recorder, session_.uuid, options_.prefix, devices_);
     }
     if (!wrong.empty()) return fail(wrong);
     copy_devices();
     const bool is_told = print_summary();
-    end_if_interrupted();
+    if (is_interrupted()) print_message("interrupted; the next copy goes on from here");
     if (!is_told) return fail("can't write standard output");
     return is_complete_ && counts_.conflicts == 0 ? SUCCESS : FAILURE;
   }
 
  private:
-  std::string open();
+  std::string open_source();
   std::string read_catalogue();
+  std::string open_target();
   void copy_devices();
   bool copy_device(const DeviceToCopy& device, Progress& progress);
   void show_progress(Progress& progress) const;
   [[nodiscard]] bool print_summary() const;
 
+  [[nodiscard]] std::string refuse_same() const {
+    return quote(from_) + " and " + quote(to_) + " are the same database";
+  }
   /// Says that something could not be copied.
   void note_failure(const std::string& text) {
     print_message(text);
@@ -76,14 +82,15 @@ class Copy {
   bool is_complete_ = true;
 };
 
-std::string Copy::open() {
-  const std::string same = quote(from_) + " and " + quote(to_) + " are the same database";
+std::string Copy::open_source() {
   std::error_code ignored;
-  if (std::filesystem::equivalent(from_, to_, ignored)) return same;
+  if (std::filesystem::equivalent(from_, to_, ignored)) return refuse_same();
   if (std::string wrong = open_log(session_.from, from_); !wrong.empty()) return wrong;
-  if (session_.from.get_uuid(session_.uuid) != 0) {
-    return "can't read the database " + quote(from_) + ": " + session_.from.error();
-  }
+  if (session_.from.get_uuid(session_.uuid) == 0) return "";
+  return "can't read the database " + quote(from_) + ": " + session_.from.error();
+}
+
+std::string Copy::open_target() {
   if (session_.recorder.open(to_) != 0) {
     return "can't open the database " + quote(to_) + ": " + session_.recorder.error();
   }
@@ -93,9 +100,10 @@ std::string Copy::open() {
     return "can't read the database " + quote(to_) + ": " + session_.to.error();
   }
   // A copy of a file has the same id, and may lack rows of the other or have more.
+  std::error_code ignored;
   const bool are_files =
       std::filesystem::exists(from_, ignored) && std::filesystem::exists(to_, ignored);
-  return !are_files && !uuid.empty() && uuid == session_.uuid ? same : "";
+  return !are_files && !uuid.empty() && uuid == session_.uuid ? refuse_same() : "";
 }
 
 /// Reads what is to be copied.
@@ -110,6 +118,7 @@ std::string Copy::read_catalogue() {
     std::string wrong = select_periods(session_.from, options_.minutes, periods);
     if (!wrong.empty()) return wrong;
   }
+  minutes.reserve(periods.size());
   for (const CPeriodProperties& period : periods) minutes.push_back(period.interval);
   for (const CDeviceProperties& device : found) {
     DeviceToCopy entry;
@@ -157,6 +166,10 @@ bool Copy::copy_device(const DeviceToCopy& device, Progress& progress) {
     if (result == SeriesCopy::Result::INTERRUPTED) return false;
     if (result != SeriesCopy::Result::DONE) note_failure(copy.error());
     if (result == SeriesCopy::Result::TO_FAILED) return false;
+    // One series may be damaged. If not even the id can be read, no other series can.
+    std::string uuid;
+    if (result == SeriesCopy::Result::FROM_FAILED && session_.from.get_uuid(uuid) != 0)
+      return false;
     if (series.source.last_time > latest_time()) {
       note_failure("device " + quote(device.source.device.path) +
                    " has rows at times that this system can't represent; they are not copied");
@@ -177,7 +190,8 @@ void Copy::show_progress(Progress& progress) const {
 
 bool Copy::print_summary() const {
   return std::printf(
-             "%zu devices, %llu series: %llu rows copied, %llu were there, %llu conflicts\n",
+             "devices: %zu, series: %llu, rows copied: %llu, rows there before: %llu, "
+             "conflicts: %llu\n",
              devices_.size(), static_cast<unsigned long long>(series_),
              static_cast<unsigned long long>(counts_.copied),
              static_cast<unsigned long long>(counts_.present),
@@ -189,7 +203,7 @@ bool Copy::print_summary() const {
 
 int run_copy(const CopyOptions& options) {
   const bool is_named = !options.from.empty();
-  if (options.databases.size() != (is_named ? 1 : 2)) {
+  if (options.first.empty() || options.second.empty() != is_named) {
     return refuse_usage(is_named
                             ? "with -x, name one more database, the one to copy into"
                             : "name two databases, the one to copy from and the one to copy into");
@@ -199,7 +213,9 @@ int run_copy(const CopyOptions& options) {
     return refuse_usage("--start: " + wrong);
   }
   note_interrupts();
-  return Copy(options, is_named ? options.from : options.databases.front(),
-              options.databases.back())
-      .run(range.first);
+  const int status = is_named ? Copy(options, options.from, options.first).run(range.first)
+                              : Copy(options, options.first, options.second).run(range.first);
+  // Only now, as the databases are closed.
+  end_if_interrupted();
+  return status;
 }

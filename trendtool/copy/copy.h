@@ -7,8 +7,9 @@
 
 /// What to copy.
 struct CopyOptions {
-  std::string from;                    ///< -x; empty if it is the first of `databases`
-  std::vector<std::string> databases;  ///< the arguments; the last one is copied into
+  std::string from;                    ///< -x
+  std::string first;                   ///< the first argument
+  std::string second;                  ///< the second argument; empty with -x
   std::vector<std::string> devices;    ///< -d; none for all
   std::vector<std::uint32_t> minutes;  ///< -i; none for all
   std::string start;                   ///< -s; empty for no bound

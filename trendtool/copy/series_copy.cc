@@ -50,11 +50,10 @@ SeriesCopy::Result SeriesCopy::run(const std::function<void()>& on_row) {
     if (result != Result::DONE) return result;
     counts_.copied += batch_.size();
     counts_.present += present_;
-    conflicts_.print();
+    counts_.conflicts += conflicts_.print();
     position = end;
     if (!is_last) continue;
     conflicts_.finish();
-    counts_.conflicts += conflicts_.count();
     return Result::DONE;
   }
   return fail(Result::TO_FAILED, "record", "other programs keep recording the same ones");
