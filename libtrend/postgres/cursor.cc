@@ -23,7 +23,6 @@ ArchiveCursor::ArchiveCursor(Connection& connection, const CSeries& series,
                              const RowsWanted& wanted, std::string& error)
     : connection_(connection),
       series_id_(series.id),
-      params_(params),
       ascending_(ascending),
       error_(error),
       runs_(params),

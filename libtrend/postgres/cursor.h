@@ -37,7 +37,6 @@ class ArchiveCursor : public SeriesCursor {
 
   Connection& connection_;
   std::int64_t series_id_;
-  const std::vector<CParamProperties>& params_;
   bool ascending_;
   std::string& error_;
   SlotRuns runs_;
