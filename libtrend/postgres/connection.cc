@@ -34,6 +34,12 @@ std::string get_message(const PGresult* result) {
   return text;
 }
 
+/// A time limit in milliseconds, as libpq and the server take it. 0 would be no limit.
+std::string get_milliseconds(unsigned seconds) {
+  constexpr std::uint64_t LONGEST = std::numeric_limits<std::int32_t>::max();
+  return std::to_string(std::clamp<std::uint64_t>(std::uint64_t{seconds} * 1000, 1, LONGEST));
+}
+
 std::string pack(std::uint64_t bits) {
   std::string bytes(sizeof bits, '\0');
   store(bits, reinterpret_cast<unsigned char*>(bytes.data()));
@@ -136,8 +142,11 @@ bool Connection::fail() {
 bool Connection::ensure() {
   if (connection_ && PQstatus(connection_.get()) == CONNECTION_OK) return true;
   // What comes before the URL are defaults, which the URL may change.
-  const std::string timeout = std::to_string(std::max(timeout_, 2U));  // libpq's least
-  const std::string lost = std::to_string(std::uint64_t{timeout_} * 1000);
+  constexpr unsigned LEAST = 2;  // of libpq
+  constexpr unsigned MOST = std::numeric_limits<std::int32_t>::max() / 1000;
+  const unsigned seconds = std::clamp(timeout_, LEAST, MOST);
+  const std::string timeout = std::to_string(seconds);
+  const std::string lost = get_milliseconds(seconds);
   constexpr std::size_t COUNT = 7;
   const std::array<const char*, COUNT> keywords = {"connect_timeout",
                                                    "tcp_user_timeout",
@@ -163,7 +172,7 @@ bool Connection::ensure() {
 bool Connection::set_up() {
   std::string sql = "SET client_encoding = 'UTF8'; SET search_path = ";
   sql.append(address_.schema).append(", pg_temp; SET lock_timeout = ");
-  sql.append(std::to_string(std::uint64_t{timeout_} * 1000));
+  sql.append(get_milliseconds(timeout_));
   sql.append("; SET plan_cache_mode = force_generic_plan; SET jit = off");
   if (use_ == Use::READ) {
     sql.append("; SET enable_sort = off; SET enable_seqscan = off; SET enable_bitmapscan = off");
@@ -286,9 +295,9 @@ bool Connection::commit(bool& is_in_doubt) {
 
 bool Connection::copy_in(const std::string& sql, std::span<const unsigned char> data) {
   constexpr std::size_t PORTION = std::size_t{1} << 16;
-  const Result start(PQexec(connection_.get(), sql.c_str()));
+  Result start(PQexec(connection_.get(), sql.c_str()));
   if (PQresultStatus(start.get()) != PGRES_COPY_IN) {
-    error_ = get_message(start.get());
+    if (take(std::move(start))) error_ = "the server does not take rows";
     return false;
   }
   bool is_sent = true;
@@ -298,12 +307,15 @@ bool Connection::copy_in(const std::string& sql, std::span<const unsigned char> 
                             static_cast<int>(portion.size())) == 1;
     data = data.subspan(portion.size());
   }
-  is_sent = is_sent && PQputCopyEnd(connection_.get(), nullptr) == 1;
+  // Without an end, libpq would wait for data for ever.
+  const char* const reason = is_sent ? nullptr : "the rows could not be sent";
+  is_sent = PQputCopyEnd(connection_.get(), reason) == 1 && is_sent;
   // The server may have refused the data before all was sent, so what it says comes first.
   bool is_done = is_sent || fail();
   for (;;) {
     Result result(PQgetResult(connection_.get()));
     if (result.get() == nullptr) return is_done;
+    if (PQresultStatus(result.get()) == PGRES_COPY_IN) return fail();
     is_done = take(std::move(result)) && is_done;
   }
 }

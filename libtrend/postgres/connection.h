@@ -72,7 +72,8 @@ class Connection {
   enum class Use { READ, WRITE };
 
   /// A connection to `address`, which is made by `ensure`. `timeout` limits, in seconds, how long
-  /// connecting takes and how long a statement waits for a lock.
+  /// connecting to each host takes (2 at least), how long a statement waits for a lock, and how
+  /// long the network may be away. A statement itself may take as long as it needs.
   Connection(ArchiveAddress address, Use use, unsigned timeout)
       : address_(std::move(address)), use_(use), timeout_(timeout) {}
 

@@ -23,7 +23,6 @@ ArchiveCursor::ArchiveCursor(Connection& connection, const CSeries& series, std:
     : connection_(connection),
       series_id_(series.id),
       changes_(changes),
-      params_(params),
       ascending_(ascending),
       portion_(portion),
       error_(error),

@@ -58,7 +58,6 @@ class ArchiveCursor : public SeriesCursor {
   Connection& connection_;
   std::int64_t series_id_;
   std::int64_t changes_;
-  const std::vector<CParamProperties>& params_;
   bool ascending_;
   Portion& portion_;
   std::string& error_;

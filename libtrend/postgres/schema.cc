@@ -1,6 +1,7 @@
 #include "libtrend/postgres/schema.h"
 
 #include <cstdint>
+#include <span>
 
 namespace toolkit::trend {
 
@@ -120,30 +121,92 @@ COMMENT ON COLUMN archive.version IS 'Version of these tables';
 COMMENT ON COLUMN archive.uuid IS 'Tells this archive from all others, for incremental copies';
 COMMENT ON COLUMN archive.retention_months IS 'How long rows are to be kept; NULL for ever';
 COMMENT ON TABLE device IS 'Whatever has parameters';
+COMMENT ON COLUMN device.id IS 'Names the device in the other tables';
 COMMENT ON COLUMN device.path IS 'The name that users type';
+COMMENT ON COLUMN device.description IS 'A text for people';
 COMMENT ON TABLE parameter IS 'Something that is measured at a device';
+COMMENT ON COLUMN parameter.id IS 'Number of the parameter';
+COMMENT ON COLUMN parameter.device_id IS 'The device where it is measured';
 COMMENT ON COLUMN parameter.path IS 'Relative to the device, parts joined by /';
 COMMENT ON COLUMN parameter.first_slot IS
   'Place of its first value in the rows of the device, from 0; the others follow without gaps';
 COMMENT ON COLUMN parameter.min_index IS
-  'Place of the minimum in snapshot.samples, from 1; NULL where it is not recorded. Likewise the others';
+  'Place of the minimum in snapshot.samples, from 1; NULL where it is not recorded';
+COMMENT ON COLUMN parameter.max_index IS 'The same for the maximum';
+COMMENT ON COLUMN parameter.avg_index IS 'The same for the average';
+COMMENT ON COLUMN parameter.actual_index IS 'The same for the actual value';
+COMMENT ON COLUMN parameter.sum_index IS 'The same for the sum';
+COMMENT ON COLUMN parameter.has_min IS 'Whether the minimum is recorded';
+COMMENT ON COLUMN parameter.has_max IS 'Whether the maximum is recorded';
+COMMENT ON COLUMN parameter.has_avg IS 'Whether the average is recorded';
+COMMENT ON COLUMN parameter.has_actual IS 'Whether the actual value is recorded';
+COMMENT ON COLUMN parameter.has_sum IS 'Whether the sum is recorded';
 COMMENT ON TABLE series IS 'The rows of one device at one interval';
+COMMENT ON COLUMN series.id IS 'Names the series in the other tables';
+COMMENT ON COLUMN series.device_id IS 'The device whose rows these are';
 COMMENT ON COLUMN series.minutes IS 'Length of the intervals';
 COMMENT ON COLUMN series.changes IS 'Grows by one in each transaction that adds rows';
 COMMENT ON TABLE snapshot IS 'One row of trend data: what happened in one interval';
+COMMENT ON COLUMN snapshot.series_id IS 'The series that the row belongs to';
 COMMENT ON COLUMN snapshot.time IS 'End of the interval, a whole second after 1970';
 COMMENT ON COLUMN snapshot.valid_ratio IS 'Share of the interval with valid data, 0 to 1';
 COMMENT ON COLUMN snapshot.samples IS
   'Values by slot; NULL for a missing value, also at the end, where the array may be shorter';
 COMMENT ON TABLE change IS 'Between which times each change of a series has added rows';
+COMMENT ON COLUMN change.series_id IS 'The series that has changed';
 COMMENT ON COLUMN change.number IS 'What series.changes was then';
+COMMENT ON COLUMN change.first_time IS 'Time of the first row added';
+COMMENT ON COLUMN change.last_time IS 'Time of the last row added';
+COMMENT ON COLUMN change.rows IS 'How many rows were added';
 COMMENT ON TABLE copied IS 'Up to which change of another database all its rows are here';
+COMMENT ON COLUMN copied.source IS 'The uuid of the other database';
+COMMENT ON COLUMN copied.series_id IS 'The series that has the rows here';
+COMMENT ON COLUMN copied.change IS 'The change of the series there';
 COMMENT ON VIEW trend_row IS
   'Rows that are not hidden: no finer interval of the device has a row that ends within theirs';
 COMMENT ON VIEW trend_row_all IS 'All rows';
 COMMENT ON VIEW trend_value IS 'Statistics of each parameter in the rows of trend_row';
 COMMENT ON VIEW trend_value_all IS 'Statistics of each parameter in all rows';
 )";
+
+struct ColumnComment {
+  const char* column;
+  const char* text;
+};
+constexpr ColumnComment VIEW_COMMENTS[] = {
+    {"time", "End of the interval"},
+    {"device", "Path of the device"},
+    {"minutes", "Length of the interval"},
+};
+constexpr ColumnComment ROW_COMMENTS[] = {
+    {"valid_ratio", "Share of the interval with valid data, 0 to 1"},
+    {"samples", "Values by slot, see snapshot.samples"},
+};
+constexpr ColumnComment VALUE_COMMENTS[] = {
+    {"parameter", "Path of the parameter"},
+    {"min", "Minimum, NULL where it is missing or not recorded"},
+    {"max", "Maximum, likewise"},
+    {"avg", "Average, likewise"},
+    {"actual", "Actual value at the end of the interval, likewise"},
+    {"sum", "Sum, likewise"},
+};
+
+std::string get_view_comments_sql() {
+  std::string sql;
+  const auto add = [&](const std::string& view, std::span<const ColumnComment> comments) {
+    for (const ColumnComment& comment : comments) {
+      sql.append("COMMENT ON COLUMN ").append(view).append(".").append(comment.column);
+      sql.append(" IS '").append(comment.text).append("';\n");
+    }
+  };
+  for (const char* const end : {"", "_all"}) {
+    add(std::string("trend_row").append(end), VIEW_COMMENTS);
+    add(std::string("trend_row").append(end), ROW_COMMENTS);
+    add(std::string("trend_value").append(end), VIEW_COMMENTS);
+    add(std::string("trend_value").append(end), VALUE_COMMENTS);
+  }
+  return sql;
+}
 
 /// Rows of up to about 8,000 bytes stay in their table; values of measurements compress badly.
 constexpr const char* ROWS_STAY_IN_TABLE = " WITH (toast_tuple_target = 8160);\n";
@@ -202,7 +265,8 @@ bool create_schema(const std::string& url, const ArchiveOptions& options, std::s
   sql.append(CATALOGUE)
       .append(get_snapshot_sql(options.partitions))
       .append(get_views_sql())
-      .append(COMMENTS);
+      .append(COMMENTS)
+      .append(get_view_comments_sql());
   sql.append("INSERT INTO archive (version, retention_months) VALUES (");
   sql.append(std::to_string(VERSION)).append(", ").append(retention).append(");\nCOMMIT");
   if (connection.ensure() && connection.run(sql)) return true;

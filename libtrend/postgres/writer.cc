@@ -207,7 +207,9 @@ ArchiveWriter::Locked* ArchiveWriter::lock(std::int64_t series_id) {
     fail("the archive has no such series");
     return nullptr;
   }
-  if (!fetch("SELECT min(time), max(time) FROM snapshot WHERE series_id = $1",
+  // min() and max() would bring all times of the series from a server that has them for another.
+  if (!fetch("SELECT (SELECT time FROM snapshot WHERE series_id = $1 ORDER BY time LIMIT 1), "
+             "(SELECT time FROM snapshot WHERE series_id = $1 ORDER BY time DESC LIMIT 1)",
              Parameters().add(series_id), result)) {
     return nullptr;
   }

@@ -30,8 +30,11 @@ inline constexpr const char* ENGINE_MODULE_FUNCTION = "trend_engine_module";
   return path.starts_with("postgresql://") || path.starts_with("postgres://");
 }
 
-/// Loads the module for archives, unless that was done before. Returns null on failure, with the
-/// reason in `error`. It stays loaded until the process ends.
+/// Loads the module at `path`. Returns null on failure, with the reason in `error`. The module
+/// stays loaded until the process ends.
+[[nodiscard]] const EngineModule* load_engine_module(const std::string& path, std::string& error);
+
+/// Loads the module for archives, unless that was done before. The same otherwise.
 [[nodiscard]] const EngineModule* load_postgres_module(std::string& error);
 
 }  // namespace toolkit::trend

@@ -36,6 +36,20 @@ NOT_RUN = {
         "ctest --preset dev -R Recorder": "needs the tests of the dev preset",
         "scripts/test": "runs this test",
     },
+    "docs/archive.md": {
+        "createdb -h db.example trends": "needs a server; tests/archive runs the SQL",
+    },
+    "docs/fleet.md": {
+        'trendtool copy -x trend.db "postgresql://db.example/trends" --prefix site7/': "needs a server",
+        "[Timer]": "a part of a file of systemd",
+        'trendtool purge -x "postgresql://db.example/trends" -d site7/pump -i 5 --before "2022-01-01 00:00"':
+            "needs a server",
+        "pg_dump -h db.example -Fc -f trends.dump trends":
+            "needs a server; tests/archive runs the same",
+        "for host in data1.example data2.example coordinator.example; do": "needs three servers",
+        "psql -h data1.example trends -f data.sql":
+            "needs three servers; tests/archive runs the SQL",
+    },
     "docs/guide.md": {
         "set datafile separator \",\"": "gnuplot is large, and not needed for anything else",
     },
