@@ -90,6 +90,13 @@ TEST_F(Changes, AreOnlyTheBlocksWithNewRows) {
   EXPECT_LT(changes.ranges.size(), 4U);
 }
 
+TEST_F(Changes, SinceTheLastOneAreNone) {
+  append(minutes(1, 700));
+  const CSeriesChanges changes = changes_since(1);
+  EXPECT_EQ(changes.number, 1U);
+  EXPECT_THAT(changes.ranges, IsEmpty());
+}
+
 TEST_F(Changes, OfADatabaseThatWasSetBackAreAllRows) {
   append(minutes(1, 2000));
   const CSeriesChanges changes = changes_since(17);

@@ -26,6 +26,7 @@ bool LineReader::look_ahead(std::string_view& line) {
 bool LineReader::read(std::string_view& line) {
   const ssize_t size = getline(&buffer_, &capacity_, file_);
   if (size < 0) return false;
+  bytes_ += static_cast<std::uint64_t>(size);
   line = std::string_view(buffer_, static_cast<std::size_t>(size));
   if (line.ends_with('\n')) line.remove_suffix(1);
   if (line.ends_with('\r')) line.remove_suffix(1);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <deque>
 #include <string>
@@ -28,6 +29,8 @@ class LineReader {
   [[nodiscard]] bool has_failed() const { return std::feof(file_) == 0; }
   /// Returns the number of the line that `next` returned last. The first line has the number 1.
   [[nodiscard]] std::size_t number() const { return number_; }
+  /// Returns the size of all lines that were read, in bytes.
+  [[nodiscard]] std::uint64_t bytes() const { return bytes_; }
 
  private:
   bool read(std::string_view& line);
@@ -38,4 +41,5 @@ class LineReader {
   std::deque<std::string> ahead_;
   std::string current_;
   std::size_t number_ = 0;
+  std::uint64_t bytes_ = 0;
 };

@@ -35,6 +35,7 @@ Lines lines_of(const std::string& content) {
   LineReader reader(file.get());
   const Lines lines = read_all(reader);
   EXPECT_EQ(reader.number(), lines.size());
+  EXPECT_EQ(reader.bytes(), content.size());
   EXPECT_FALSE(reader.has_failed());
   return lines;
 }

@@ -12,11 +12,14 @@
 #include "trendtool/common/command.h"
 #include "trendtool/common/messages.h"
 #include "trendtool/common/output_file.h"
+#include "trendtool/copy/command.h"
 #include "trendtool/export/command.h"
+#include "trendtool/init/command.h"
 #include "trendtool/list/command.h"
 #include "trendtool/load/command.h"
 #include "trendtool/load/loader.h"
 #include "trendtool/plot/command.h"
+#include "trendtool/purge/command.h"
 #include "trendtool/remove/command.h"
 
 namespace {
@@ -50,7 +53,10 @@ int run_trendtool(int argc, char** argv) {
   add_plot_command(app, action);
   add_check_command(app, action);
   add_backup_command(app, action);
+  add_copy_command(app, action);
   add_remove_command(app, action);
+  add_purge_command(app, action);
+  add_init_command(app, action);
   add_load_command(app, action);
   try {
     app.parse(argc, argv);

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <limits>
+#include <utility>
 
 #include "libtrend/postgres/wire_time.h"
 #include "libtrend/query/bytes.h"
@@ -14,6 +14,7 @@ namespace toolkit::trend {
 namespace {
 
 constexpr int BINARY = 1;
+constexpr std::size_t MAX_PREPARED = 64;
 
 /// The text of a message, in one line and without the blanks at its end.
 std::string join_lines(std::string_view text) {
@@ -46,6 +47,21 @@ std::string pack(std::uint64_t bits) {
 }
 
 }  // namespace
+
+/// Parameters as libpq takes them.
+struct Connection::Sent {
+  explicit Sent(const Parameters& parameters) : formats(parameters.values().size(), BINARY) {
+    for (const std::string& value : parameters.values()) {
+      values.push_back(value.data());
+      lengths.push_back(static_cast<int>(value.size()));
+    }
+  }
+  [[nodiscard]] int count() const { return static_cast<int>(values.size()); }
+
+  std::vector<const char*> values;
+  std::vector<int> lengths;
+  std::vector<int> formats;
+};
 
 Parameters& Parameters::add(std::int64_t number) {
   values_.push_back(pack(static_cast<std::uint64_t>(number)));
@@ -141,6 +157,9 @@ bool Connection::ensure() {
                                                    nullptr};
   const std::array<const char*, COUNT> values = {
       timeout.c_str(), lost.c_str(), "10", "10", "libtrend", address_.url.c_str(), nullptr};
+  prepared_.clear();
+  first_ = nullptr;
+  is_pending_ = false;
   connection_.reset(PQconnectdbParams(keywords.data(), values.data(), 1));
   if (PQstatus(connection_.get()) != CONNECTION_OK) return fail();
   PQsetNoticeProcessor(
@@ -148,13 +167,15 @@ bool Connection::ensure() {
   return set_up();
 }
 
-/// Prepares the session. Rows are wanted in the order of an index, for which the planner must not
-/// sort; and only with the values of the parameters it knows which partition they are in.
+/// Prepares the session. Statements of readers are planned once, for rows in the order of an index;
+/// without the values of the parameters the planner would rather sort. Those of writers name series
+/// by parameters, and only their values tell which partition, and so which server, is asked.
 bool Connection::set_up() {
   std::string sql = "SET client_encoding = 'UTF8'; SET search_path = ";
   sql.append(address_.schema).append(", pg_temp; SET lock_timeout = ");
   sql.append(get_milliseconds(timeout_));
-  sql.append("; SET plan_cache_mode = force_custom_plan; SET jit = off");
+  sql.append("; SET jit = off; SET plan_cache_mode = ");
+  sql.append(use_ == Use::READ ? "force_generic_plan" : "force_custom_plan");
   if (use_ == Use::READ) {
     sql.append("; SET enable_sort = off; SET enable_seqscan = off; SET enable_bitmapscan = off");
     sql.append("; SET default_transaction_read_only = on");
@@ -171,25 +192,84 @@ bool Connection::take(Result result) {
 }
 
 bool Connection::run(const std::string& sql) {
+  finish_pending();
   return take(Result(PQexec(connection_.get(), sql.c_str())));
 }
 
-bool Connection::run(const std::string& sql, const Parameters& parameters, Result& result) {
-  const std::size_t count = parameters.values().size();
-  std::vector<const char*> values(count);
-  std::vector<int> lengths(count);
-  const std::vector<int> formats(count, BINARY);
-  for (std::size_t i = 0; i < count; ++i) {
-    const std::string& value = parameters.values()[i];
-    if (value.size() > std::size_t{std::numeric_limits<int>::max()}) {
-      error_ = "a text is too long";
-      return false;
-    }
-    values[i] = value.data();
-    lengths[i] = static_cast<int>(value.size());
+/// Takes the result of a statement that was sent earlier.
+void Connection::finish_pending() {
+  while (is_pending_) is_pending_ = Result(PQgetResult(connection_.get())).get() != nullptr;
+}
+
+void Connection::end_transaction() {
+  if (first_ != nullptr) {  // it was not begun
+    first_ = nullptr;
+    return;
   }
-  result = Result(PQexecParams(connection_.get(), sql.c_str(), static_cast<int>(count), nullptr,
-                               values.data(), lengths.data(), formats.data(), BINARY));
+  finish_pending();
+  is_pending_ = PQsendQuery(connection_.get(), "ROLLBACK") == 1;
+}
+
+/// Returns the name of the prepared statement `sql`, or null on failure.
+const char* Connection::prepare(const std::string& sql) {
+  const auto known = prepared_.find(sql);
+  if (known != prepared_.end()) return known->second.c_str();
+  const std::string name = std::to_string(prepared_.size());
+  if (!take(Result(PQprepare(connection_.get(), name.c_str(), sql.c_str(), 0, nullptr)))) {
+    return nullptr;
+  }
+  return prepared_.emplace(sql, name).first->second.c_str();
+}
+
+/// Runs two prepared statements at once and returns the result of the second, or of the first if
+/// that fails.
+Result Connection::run_both(const char* first, const char* second, const Sent& sent) {
+  PGconn* connection = connection_.get();
+  Result answer;
+  if (PQenterPipelineMode(connection) == 1 &&
+      PQsendQueryPrepared(connection, first, 0, nullptr, nullptr, nullptr, BINARY) == 1 &&
+      PQsendQueryPrepared(connection, second, sent.count(), sent.values.data(), sent.lengths.data(),
+                          sent.formats.data(), BINARY) == 1 &&
+      PQpipelineSync(connection) == 1) {
+    // Each statement ends with a null, and all with the sync.
+    for (int nulls = 0; nulls < 2;) {
+      Result result(PQgetResult(connection));
+      const ExecStatusType status = PQresultStatus(result.get());
+      if (result.get() == nullptr) {
+        if (PQstatus(connection) != CONNECTION_OK) {
+          // What came before must not pass for the answer.
+          answer = Result();
+          break;
+        }
+        ++nulls;
+      } else if (status != PGRES_PIPELINE_ABORTED) {
+        answer = std::move(result);
+      }
+    }
+    static_cast<void>(Result(PQgetResult(connection)));
+  }
+  PQexitPipelineMode(connection);
+  return answer;
+}
+
+bool Connection::run(const std::string& sql, const Parameters& parameters, Result& result) {
+  const Sent sent(parameters);
+  finish_pending();
+  if (prepared_.size() + 2 > MAX_PREPARED) {
+    if (!run("DEALLOCATE ALL")) return false;
+    prepared_.clear();
+  }
+  const char* const first_sql = std::exchange(first_, nullptr);
+  const char* const first = first_sql == nullptr ? nullptr : prepare(first_sql);
+  if (first_sql != nullptr && first == nullptr) return false;
+  const char* const second = prepare(sql);
+  if (second == nullptr) return false;
+  if (first == nullptr) {
+    result = Result(PQexecPrepared(connection_.get(), second, sent.count(), sent.values.data(),
+                                   sent.lengths.data(), sent.formats.data(), BINARY));
+  } else {
+    result = run_both(first, second, sent);
+  }
   const ExecStatusType status = PQresultStatus(result.get());
   if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
   return take(std::move(result));

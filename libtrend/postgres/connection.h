@@ -5,6 +5,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
@@ -86,6 +87,11 @@ class Connection {
   /// The same; its rows are dropped. `changed` is set to how many rows it has changed.
   [[nodiscard]] bool run(const std::string& sql, const Parameters& parameters,
                          std::int64_t& changed);
+  /// Runs `sql` just before the next statement that has its own `Parameters`, and sends both at
+  /// once. If `sql` fails, so does that statement.
+  void run_with_next(const char* sql) { first_ = sql; }
+  /// Undoes the transaction, without waiting for the server to say so.
+  void end_transaction();
   /// Runs COMMIT. Returns false also where the server has rolled back instead. `is_in_doubt` is set
   /// to whether the connection was lost on the way, so that nobody knows.
   [[nodiscard]] bool commit(bool& is_in_doubt);
@@ -100,7 +106,12 @@ class Connection {
     void operator()(pg_conn* connection) const;
   };
 
+  struct Sent;
+
   bool set_up();
+  void finish_pending();
+  const char* prepare(const std::string& sql);
+  Result run_both(const char* first, const char* second, const Sent& sent);
   bool take(Result result);
   bool fail();
 
@@ -108,6 +119,9 @@ class Connection {
   Use use_;
   unsigned timeout_;
   std::unique_ptr<pg_conn, Finish> connection_;
+  std::map<std::string, std::string> prepared_;  ///< names of statements by their SQL
+  const char* first_ = nullptr;                  ///< what `run_with_next` was told
+  bool is_pending_ = false;  ///< whether a statement was sent whose result nobody has taken
   std::string error_;
 };
 

@@ -13,15 +13,28 @@
 
 namespace toolkit::trend {
 
-/// Reads the rows in portions, each with one statement. While rows are skipped, a portion has times
-/// alone.
+/// Consecutive rows of a series, as one statement has returned them.
+struct Portion {
+  std::int64_t changes = -1;  ///< the number of the series' last change before them
+  std::string sql;            ///< the statement
+  std::int64_t earliest = 0;  ///< the range that it was for, on the side of its first row
+  std::int64_t latest = 0;    ///< without the rows that were skipped
+  std::uint64_t wanted = 0;   ///< rows it was to return at most
+  Result rows;
+};
+
+/// Reads the rows in portions. While rows are skipped, a portion has times alone.
+///
+/// The last portion stays with the reader. As long as nobody changes the series, the next query can
+/// go on in it.
 class ArchiveCursor : public SeriesCursor {
  public:
-  /// `wanted` is what the query wants of this series, as far as that is known. A failure leaves the
-  /// reason in `error`.
-  ArchiveCursor(Connection& connection, const CSeries& series,
+  /// `changes` is the number of the series' last change, and `wanted` what the query wants of the
+  /// series, as far as that is known. `portion`, which must outlive the cursor, is empty or that of
+  /// an earlier cursor over the series. A failure leaves the reason in `error`.
+  ArchiveCursor(Connection& connection, const CSeries& series, std::int64_t changes,
                 const std::vector<CParamProperties>& params, bool ascending,
-                const RowsWanted& wanted, std::string& error);
+                const RowsWanted& wanted, Portion& portion, std::string& error);
 
   [[nodiscard]] bool place(std::int64_t earliest, std::int64_t latest) override;
   [[nodiscard]] bool advance() override;
@@ -31,24 +44,31 @@ class ArchiveCursor : public SeriesCursor {
 
  private:
   [[nodiscard]] bool fetch(std::uint64_t offset, std::uint64_t rows);
+  [[nodiscard]] bool go_on_in_portion(bool& is_placed);
   [[nodiscard]] bool take_row();
-  [[nodiscard]] std::string get_sql() const;
+  [[nodiscard]] std::string get_sql(bool with_values) const;
+  [[nodiscard]] std::uint64_t get_size() const {
+    return wants_values_ ? portion_size_ : skip_size_;
+  }
   bool fail_as_damaged();
+
+  /// How many rows a portion has at most.
+  static constexpr std::uint64_t MAX_ROWS = 4096;
 
   Connection& connection_;
   std::int64_t series_id_;
+  std::int64_t changes_;
   bool ascending_;
+  Portion& portion_;
   std::string& error_;
   SlotRuns runs_;
-  std::uint64_t largest_portion_;
-  std::uint64_t first_portion_;  ///< of those with values
+  std::uint64_t largest_size_;  ///< of portions with values
+  std::uint64_t portion_size_;  ///< of the next one with values
+  std::uint64_t skip_size_;     ///< of portions without
   bool wants_values_;
-  std::int64_t earliest_ = 0;  ///< the rows to come, with those of the portion, are from here
+  std::int64_t earliest_ = 0;  ///< the rows after the current one are from here
   std::int64_t latest_ = 0;    ///< to here
-  Result portion_;
-  std::size_t row_ = 0;      ///< the current row of the portion
-  bool has_values_ = false;  ///< whether the portion has them
-  bool is_last_portion_ = true;
+  std::size_t row_ = 0;        ///< the current row of the portion
 };
 
 }  // namespace toolkit::trend

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "libtrend/postgres/catalogue.h"
-#include "libtrend/postgres/cursor.h"
 #include "libtrend/postgres/schema.h"
 #include "libtrend/statistics.h"
 
@@ -41,17 +40,17 @@ bool ArchiveReader::fetch(const std::string& sql, const Parameters& parameters, 
 
 bool ArchiveReader::begin() {
   finest_ = 0;
-  return (connection_.ensure() &&
-          connection_.run("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY")) ||
-         fail(connection_.error());
+  changes_.clear();
+  if (!connection_.ensure()) return fail(connection_.error());
+  connection_.run_with_next("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
+  return true;
 }
 
 bool ArchiveReader::run(const std::function<bool()>& query) {
   if (!begin()) return false;
   const bool is_answered = query();
-  const bool has_ended = connection_.run("ROLLBACK");
-  if (!is_answered) return false;
-  return has_ended || fail(connection_.error());
+  connection_.end_transaction();
+  return is_answered;
 }
 
 bool ArchiveReader::get_devices(std::vector<CDeviceProperties>& devices) {
@@ -95,13 +94,14 @@ bool ArchiveReader::get_periods(std::vector<CPeriodProperties>& periods) {
 
 bool ArchiveReader::get_series(const CDeviceProperties& device, std::vector<CSeries>& series) {
   Result result;
-  if (!fetch("SELECT id, minutes FROM series WHERE device_id = $1 ORDER BY minutes",
+  if (!fetch("SELECT id, minutes, changes FROM series WHERE device_id = $1 ORDER BY minutes",
              Parameters().add(device.aux_1), result)) {
     return false;
   }
   for (std::size_t row = 0; row < result.rows(); ++row) {
     CSeries& one = series.emplace_back();
-    if (!result.read(row, 0, one.id) || !read_number(result, row, 1, one.minutes)) {
+    if (!result.read(row, 0, one.id) || !read_number(result, row, 1, one.minutes) ||
+        !result.read(row, 2, changes_[one.id])) {
       return fail(DAMAGED);
     }
   }
@@ -134,7 +134,10 @@ std::unique_ptr<SeriesCursor> ArchiveReader::make_cursor(
   // While there are finer rows, a coarse series has few of the rows that a query returns.
   RowsWanted share = wanted;
   if (series.minutes > finest_) share.rows = wanted.rows / (series.minutes / finest_) + 2;
-  return std::make_unique<ArchiveCursor>(connection_, series, params, ascending, share, error_);
+  // The rows of series that this query does not know will hardly be wanted again.
+  std::erase_if(portions_, [&](const auto& entry) { return !changes_.contains(entry.first); });
+  return std::make_unique<ArchiveCursor>(connection_, series, changes_[series.id], params,
+                                         ascending, share, portions_[series.id], error_);
 }
 
 bool ArchiveReader::get_uuid(std::string& uuid) {
@@ -220,7 +223,7 @@ bool ArchiveReader::check_device(const CDeviceProperties& device, std::vector<CD
                       .last = MAX_TIMESTAMP,
                       .text = error_});
     // An error ends the transaction.
-    if (!connection_.run("ROLLBACK")) return fail(connection_.error());
+    connection_.end_transaction();
     if (!begin()) return false;
   }
   return true;

@@ -3,12 +3,14 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "libtrend/log.h"
 #include "libtrend/postgres/connection.h"
+#include "libtrend/postgres/cursor.h"
 #include "libtrend/query/engine.h"
 
 namespace toolkit::trend {
@@ -51,6 +53,8 @@ class ArchiveReader : public LogReader {
 
   Connection connection_;
   std::uint32_t finest_ = 0;  ///< the shortest interval that the query has a cursor for
+  std::map<std::int64_t, std::int64_t> changes_;  ///< by the ids of the series that the query knows
+  std::map<std::int64_t, Portion> portions_;      ///< likewise, the rows that were read last
 };
 
 }  // namespace toolkit::trend

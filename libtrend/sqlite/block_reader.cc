@@ -4,7 +4,6 @@
 
 #include <utility>
 
-#include "libtrend/sqlite/loose_cursor.h"
 #include "libtrend/sqlite/loose_rows.h"
 #include "libtrend/sqlite/mixed_cursor.h"
 #include "libtrend/sqlite/series_changes.h"
@@ -57,7 +56,8 @@ bool BlockReader::check_catalogue() {
 
 /// Returns what is known of a series, after its state and its loose rows were checked. Returns null
 /// on failure.
-BlockReader::Series* BlockReader::find_series(std::int64_t id) {
+BlockReader::Series* BlockReader::find_series(std::int64_t id,
+                                              const std::vector<CParamProperties>& params) {
   const auto known = series_.find(id);
   if (known != series_.end()) return known->second.get();
   // The values of a block take memory, so only the series of one query are remembered.
@@ -72,20 +72,20 @@ BlockReader::Series* BlockReader::find_series(std::int64_t id) {
     case SeriesStates::Result::FAILED:
       return nullptr;
   }
-  if (!check_loose_rows(loose_, series->state, series->loose_times, error_)) return nullptr;
+  if (!check_loose_rows(loose_, series->state, params, series->loose, error_)) return nullptr;
   return (series_[id] = std::move(series)).get();
 }
 
 std::unique_ptr<SeriesCursor> BlockReader::make_cursor(const CSeries& series,
                                                        const std::vector<CParamProperties>& params,
                                                        bool ascending) {
-  Series* known = find_series(series.id);
+  Series* known = find_series(series.id, params);
   if (known == nullptr) return nullptr;
   known->query = query_;
   auto blocks = std::make_unique<BlockCursor>(known->chain, params, ascending);
   std::vector<std::unique_ptr<SeriesCursor>> loose;
-  if (!known->loose_times.empty()) {
-    loose.push_back(std::make_unique<LooseCursor>(loose_row_, known->loose_times, series, params,
+  if (!known->loose.times.empty()) {
+    loose.push_back(std::make_unique<LooseCursor>(loose_row_, known->loose, series, params,
                                                   ascending, true, error_));
   }
   if (known->state.unchecked_until != 0) {
@@ -102,7 +102,7 @@ std::unique_ptr<SeriesCursor> BlockReader::make_cursor(const CSeries& series,
 }
 
 bool BlockReader::get_changes(const CSeries& series, std::uint64_t since, CSeriesChanges& changes) {
-  Series* known = find_series(series.id);
+  Series* known = find_series(series.id, {});
   if (known == nullptr) return false;
   known->query = query_;
   LooseRows loose(db_);

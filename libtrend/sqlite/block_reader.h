@@ -10,6 +10,7 @@
 #include "libtrend/query/engine.h"
 #include "libtrend/sqlite/block_cursor.h"
 #include "libtrend/sqlite/block_table.h"
+#include "libtrend/sqlite/loose_cursor.h"
 #include "libtrend/sqlite/row_cursor.h"
 #include "libtrend/sqlite/series_state.h"
 #include "libtrend/sqlite/statement.h"
@@ -44,13 +45,13 @@ class BlockReader {
   struct Series {
     Series(BlockTable& table, std::string& error) : chain(table, state, error) {}
     SeriesState state;
-    std::vector<std::int64_t> loose_times;
+    CheckedRows loose;
     BlockChain chain;
     std::uint64_t query = 0;  ///< the last one that used it
   };
 
   bool check_catalogue();
-  Series* find_series(std::int64_t id);
+  Series* find_series(std::int64_t id, const std::vector<CParamProperties>& params);
 
   sqlite3* db_;
   std::string& error_;

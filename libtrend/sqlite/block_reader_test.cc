@@ -233,6 +233,39 @@ TEST_F(BlockReading, ReadsWideBlocksInParts) {
   }
 }
 
+TEST_F(BlockReading, FindsOtherParametersOfLooseRowsThanTheQueryBefore) {
+  StoredDevice device{"device", {}, {{.minutes = 5, .blocks = {}, .loose = {}}}};
+  for (std::uint32_t p = 0; p < 100; ++p) {
+    device.params.push_back({.path = "p" + std::to_string(p), .aux_1 = p, .has_actual = true});
+  }
+  // Parameters were added twice, and older rows have fewer slots.
+  for (int i = 1; i <= 300; ++i) {
+    StoredRow& row = device.series[0].loose.emplace_back(StoredRow{300 * i, i / 300.0, {}});
+    for (int p = 0; p < (i < 100 ? 1 : i < 200 ? 50 : 100); ++p) row.slots.push_back(1000 * i + p);
+  }
+  const auto select = [&](const std::vector<std::size_t>& places) {
+    CDeviceParams some{{.path = "device", .aux_text = "", .aux_1 = 1}, {}};
+    for (const std::size_t place : places) some.params.push_back(device.params[place]);
+    return some;
+  };
+  const CDeviceParams all{select({}).device, device.params};
+  CDeviceParams other_statistics = select({0});
+  other_statistics.params[0].has_min = true;
+  const std::vector<CDeviceParams> queries = {
+      select({0}),     select({99}),     select({99, 0}), other_statistics,
+      select({0, 99}), select({49, 49}), select({}),      all};
+  // Each query is the first one of an open database once.
+  for (std::size_t first = 0; first < queries.size(); ++first) {
+    ASSERT_NO_FATAL_FAILURE(write({device}));
+    std::int64_t last = 0;
+    for (std::size_t i = 0; i < queries.size(); ++i) {
+      const CDeviceParams& query = queries[(first + i) % queries.size()];
+      EXPECT_EQ(compare(query, {{.interval = 5}}, {-1, -1}, 0, 0, i % 2 == 0, last), 300U);
+      EXPECT_EQ(compare(query, {{.interval = 5}}, {3000, 80000}, 7, 20, i % 2 == 1, last), 7U);
+    }
+  }
+}
+
 TEST_F(BlockReading, SeesWhatAnotherProgramWrote) {
   const auto make = [](int rows) {
     StoredDevice device{"device", {}, {{.minutes = 5, .blocks = {{}}, .loose = {}}}};

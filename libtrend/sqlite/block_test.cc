@@ -7,6 +7,8 @@
 #include <limits>
 #include <random>
 
+#include "libtrend/query/engine.h"
+
 namespace toolkit::trend {
 namespace {
 

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "libtrend/sqlite/block_reader.h"
-#include "libtrend/sqlite/loose_cursor.h"
 #include "libtrend/sqlite/mixed_cursor.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/statistics.h"
@@ -72,7 +71,7 @@ DamagedReader::Series& DamagedReader::find_series(const CSeries& series) {
   };
   std::optional<Remains> remains = finder_.find(
       series, lose, [](const auto&, const auto&) {}, [](std::uint64_t) { return true; });
-  found->loose_times = std::move(remains->loose);
+  found->loose.times = std::move(remains->loose);
   found->blocks.ends = std::move(remains->blocks);
   found->state.series_id = series.id;
   if (!found->blocks.ends.empty()) {
@@ -97,8 +96,8 @@ std::unique_ptr<SeriesCursor> DamagedReader::make_cursor(
   };
   auto blocks = std::make_unique<BlockCursor>(*known.chain, params, ascending);
   std::vector<std::unique_ptr<SeriesCursor>> loose;
-  loose.push_back(std::make_unique<LooseCursor>(row_, known.loose_times, series, params, ascending,
-                                                false, error_));
+  loose.push_back(
+      std::make_unique<LooseCursor>(row_, known.loose, series, params, ascending, false, error_));
   return std::make_unique<MixedCursor>(std::move(blocks), std::move(loose), ascending, error_);
 }
 

@@ -10,6 +10,7 @@
 #include "libtrend/query/engine.h"
 #include "libtrend/sqlite/block_cursor.h"
 #include "libtrend/sqlite/damage_list.h"
+#include "libtrend/sqlite/loose_cursor.h"
 #include "libtrend/sqlite/remains.h"
 
 namespace toolkit::trend {
@@ -38,7 +39,7 @@ class DamagedReader {
     explicit Series(const CSeries& which) : series(which) {}
     CSeries series;
     std::string device;
-    std::vector<std::int64_t> loose_times;
+    CheckedRows loose;
     RemainingBlocks blocks;
     SeriesState state;
     std::unique_ptr<BlockChain> chain;

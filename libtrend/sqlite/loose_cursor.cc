@@ -6,6 +6,7 @@
 
 #include "libtrend/sqlite/samples.h"
 #include "libtrend/sqlite/schema.h"
+#include "libtrend/statistics.h"
 
 namespace toolkit::trend {
 
@@ -13,11 +14,33 @@ namespace {
 
 constexpr const char* DAMAGED = "the table of rows is damaged";
 
+/// The samples of a series' rows are kept if they take at most so many bytes.
+constexpr std::size_t MAX_KEPT = 65536;
+
+/// Whether the samples of these rows are to be kept.
+bool is_narrow(std::int64_t rows, std::size_t params) {
+  const std::size_t row_size = sizeof(double) + params * sizeof(CSample);
+  return rows >= 0 && static_cast<std::uint64_t>(rows) <= MAX_KEPT / row_size;
+}
+
+bool have_same_slots(const std::vector<CParamProperties>& some,
+                     const std::vector<CParamProperties>& others) {
+  return std::equal(some.begin(), some.end(), others.begin(), others.end(),
+                    [](const CParamProperties& one, const CParamProperties& other) {
+                      return one.aux_1 == other.aux_1 &&
+                             get_statistics(one) == get_statistics(other);
+                    });
+}
+
 }  // namespace
 
-bool check_loose_rows(RowTable& table, const SeriesState& state, std::vector<std::int64_t>& times,
+bool check_loose_rows(RowTable& table, const SeriesState& state,
+                      const std::vector<CParamProperties>& params, CheckedRows& rows,
                       std::string& error) {
-  times.clear();
+  rows = {};
+  const bool keeps_samples = is_narrow(state.loose_rows, params.size());
+  if (keeps_samples) rows.params = params;
+  std::vector<CSample> unpacked;
   const BorrowedStatement row = table.borrow_walk(true);
   if (!row) {
     error = DAMAGED;
@@ -35,23 +58,41 @@ bool check_loose_rows(RowTable& table, const SeriesState& state, std::vector<std
       error = DAMAGED;
       return false;
     }
-    times.push_back(id & MAX_TIMESTAMP);
+    rows.times.push_back(id & MAX_TIMESTAMP);
     before = id;
+    if (keeps_samples && unpack_samples(samples, params, unpacked)) {
+      rows.valid_ratios.push_back(valid_ratio);
+      rows.samples.insert(rows.samples.end(), unpacked.begin(), unpacked.end());
+    }
   }
   if (step == Statement::Step::ERROR) {
     error = row->error();
     return false;
   }
-  if (static_cast<std::int64_t>(times.size()) == state.loose_rows) return true;
+  if (static_cast<std::int64_t>(rows.times.size()) == state.loose_rows) return true;
   error = DAMAGED;
   return false;
 }
 
+LooseCursor::LooseCursor(Statement& row, const CheckedRows& rows, const CSeries& series,
+                         const std::vector<CParamProperties>& params, bool ascending,
+                         bool have_checksums, std::string& error)
+    : row_(row),
+      rows_(rows),
+      series_id_(series.id),
+      params_(params),
+      ascending_(ascending),
+      have_checksums_(have_checksums),
+      error_(error),
+      has_samples_(rows.valid_ratios.size() == rows.times.size() &&
+                   have_same_slots(rows.params, params)) {}
+
 bool LooseCursor::place(std::int64_t earliest, std::int64_t latest) {
-  const auto first = std::lower_bound(times_.begin(), times_.end(), earliest);
-  const auto end = std::upper_bound(first, times_.end(), latest);
-  first_ = static_cast<std::size_t>(first - times_.begin());
-  end_ = static_cast<std::size_t>(end - times_.begin());
+  const std::vector<std::int64_t>& times = rows_.times;
+  const auto first = std::lower_bound(times.begin(), times.end(), earliest);
+  const auto end = std::upper_bound(first, times.end(), latest);
+  first_ = static_cast<std::size_t>(first - times.begin());
+  end_ = static_cast<std::size_t>(end - times.begin());
   return advance();
 }
 
@@ -59,14 +100,21 @@ bool LooseCursor::advance() {
   if (first_ == end_) {
     timestamp_ = NO_ROW;
   } else {
-    timestamp_ = times_[ascending_ ? first_++ : --end_];
+    index_ = ascending_ ? first_++ : --end_;
+    timestamp_ = rows_.times[index_];
   }
   return true;
 }
 
 bool LooseCursor::decode(CSnapshot& row) {
-  const std::int64_t id = get_row_id(series_id_, timestamp_);
   row.timestamp = static_cast<std::time_t>(timestamp_);
+  if (has_samples_) {
+    row.valid_ratio = rows_.valid_ratios[index_];
+    const CSample* const first = rows_.samples.data() + index_ * params_.size();
+    row.samples.assign(first, first + params_.size());
+    return true;
+  }
+  const std::int64_t id = get_row_id(series_id_, timestamp_);
   const RunningStatement running(&row_);
   row_.bind(1, id);
   const Statement::Step step = row_.step();
@@ -81,8 +129,9 @@ bool LooseCursor::decode(CSnapshot& row) {
 }
 
 bool LooseCursor::find_before(std::int64_t time, std::int64_t& timestamp) {
-  const auto place = std::lower_bound(times_.begin(), times_.end(), time);
-  timestamp = place == times_.begin() ? NO_ROW : *(place - 1);
+  const std::vector<std::int64_t>& times = rows_.times;
+  const auto place = std::lower_bound(times.begin(), times.end(), time);
+  timestamp = place == times.begin() ? NO_ROW : *(place - 1);
   return true;
 }
 

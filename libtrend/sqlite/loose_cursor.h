@@ -13,13 +13,23 @@
 
 namespace toolkit::trend {
 
-/// Reads all loose rows of a series that must have a checksum, and sets `times` to their times.
-/// Returns false, with the reason in `error`, where one is damaged or lost.
-[[nodiscard]] bool check_loose_rows(RowTable& table, const SeriesState& state,
-                                    std::vector<std::int64_t>& times, std::string& error);
+/// What is known of loose rows. If it takes little memory, that is all that one query wants of
+/// them.
+struct CheckedRows {
+  std::vector<std::int64_t> times;
+  std::vector<CParamProperties> params;  ///< those of that query
+  std::vector<double> valid_ratios;      ///< one per row, or none
+  std::vector<CSample> samples;          ///< row after row, one for each of `params`; or none
+};
 
-/// A cursor over the loose rows that were checked. The tree of the table is trusted no more: each
-/// row is looked up by its time.
+/// Reads all loose rows of a series that must have a checksum, and sets `rows` to what a query for
+/// `params` wants of them. Returns false, with the reason in `error`, where one is damaged or lost.
+[[nodiscard]] bool check_loose_rows(RowTable& table, const SeriesState& state,
+                                    const std::vector<CParamProperties>& params, CheckedRows& rows,
+                                    std::string& error);
+
+/// A cursor over the loose rows that were checked. The tree of the table is trusted no more: a row
+/// is looked up by its time, unless its samples are known.
 class LooseCursor : public SeriesCursor {
  public:
   static constexpr const char* ROW =
@@ -27,19 +37,12 @@ class LooseCursor : public SeriesCursor {
   static constexpr const char* ROW_OF_VERSION_1 =
       "SELECT rowid, valid_ratio, samples, NULL FROM snapshot WHERE rowid = ?1";
 
-  /// `row` is the statement `ROW`, or the one of version 1. `times` are those of rows that were
-  /// checked, `have_checksums` tells whether all of these had a checksum. A failure leaves the
-  /// reason in `error`.
-  LooseCursor(Statement& row, const std::vector<std::int64_t>& times, const CSeries& series,
+  /// `row` is the statement `ROW`, or the one of version 1. `rows` are those that were checked,
+  /// `have_checksums` tells whether all of these had a checksum. A failure leaves the reason in
+  /// `error`.
+  LooseCursor(Statement& row, const CheckedRows& rows, const CSeries& series,
               const std::vector<CParamProperties>& params, bool ascending, bool have_checksums,
-              std::string& error)
-      : row_(row),
-        times_(times),
-        series_id_(series.id),
-        params_(params),
-        ascending_(ascending),
-        have_checksums_(have_checksums),
-        error_(error) {}
+              std::string& error);
 
   [[nodiscard]] bool place(std::int64_t earliest, std::int64_t latest) override;
   [[nodiscard]] bool advance() override;
@@ -48,13 +51,15 @@ class LooseCursor : public SeriesCursor {
 
  private:
   Statement& row_;
-  const std::vector<std::int64_t>& times_;
+  const CheckedRows& rows_;
   std::int64_t series_id_;
   const std::vector<CParamProperties>& params_;
   bool ascending_;
   bool have_checksums_;
   std::string& error_;
-  std::size_t first_ = 0;  ///< the rows to come are times_[first_] to times_[end_ - 1]
+  bool has_samples_;       ///< whether `rows_` has the samples of `params_`
+  std::size_t index_ = 0;  ///< of the current row in `rows_`
+  std::size_t first_ = 0;  ///< the rows to come are those from first_ to end_ - 1
   std::size_t end_ = 0;
 };
 

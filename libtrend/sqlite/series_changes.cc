@@ -65,6 +65,7 @@ class LooseWalk {
 bool find_changes(LooseRows& loose, BlockChain& chain, const SeriesState& state,
                   std::uint64_t since, CSeriesChanges& changes, std::string& error) {
   changes.number = static_cast<std::uint64_t>(std::max<std::int64_t>(state.changes, 0));
+  if (since != 0 && changes.number == since) return true;
   Ranges ranges(changes.ranges);
   LooseWalk walk(loose, state.series_id, error);
   bool is_found = false;

@@ -11,14 +11,40 @@ namespace {
 constexpr const char* ROWS_DAMAGED = "the table of rows is damaged";
 constexpr const char* BLOCK_MISSING = "a block is missing";
 
-/// Adds rows with these times to `summary`.
-void include(std::int64_t rows, std::int64_t first_time, std::int64_t last_time, std::int64_t bytes,
-             CSeriesSummary& summary) {
-  if (rows <= 0) return;
-  summary.first_time = summary.rows == 0 ? first_time : std::min(summary.first_time, first_time);
-  summary.last_time = std::max(summary.last_time, last_time);
-  summary.rows += static_cast<std::uint64_t>(rows);
-  summary.bytes += static_cast<std::uint64_t>(bytes);
+/// The row that one of the statements returns.
+struct Counts {
+  std::int64_t rows = 0;
+  std::int64_t first_time = 0;  ///< as these times, or as the rowids that they are part of
+  std::int64_t last_time = 0;
+  std::int64_t bytes = 0;
+  std::int64_t recorded = 0;  ///< what the state of the series counts, too
+};
+
+/// Runs `statement` for a series. Returns false on failure, with `damage` in `error` if a column
+/// has the wrong type.
+bool read_counts(Statement& statement, std::int64_t series_id, const char* damage, Counts& counts,
+                 std::string& error) {
+  const RunningStatement row(&statement);
+  row->bind(1, get_row_id(series_id, 1));
+  row->bind(2, get_row_id(series_id, MAX_TIMESTAMP));
+  if (row->step() != Statement::Step::ROW) {
+    error = row->error();
+    return false;
+  }
+  error = damage;
+  return row->read(0, counts.rows) && row->read(1, counts.first_time) &&
+         row->read(2, counts.last_time) && row->read(3, counts.bytes) &&
+         row->read(4, counts.recorded);
+}
+
+/// Adds what was counted to `summary`.
+void include(const Counts& counts, CSeriesSummary& summary) {
+  if (counts.rows <= 0) return;
+  const std::int64_t first = counts.first_time & MAX_TIMESTAMP;
+  summary.first_time = summary.rows == 0 ? first : std::min(summary.first_time, first);
+  summary.last_time = std::max(summary.last_time, counts.last_time & MAX_TIMESTAMP);
+  summary.rows += static_cast<std::uint64_t>(counts.rows);
+  summary.bytes += static_cast<std::uint64_t>(counts.bytes);
 }
 
 // Each row has a time and a share of valid data besides its values. `length` does not read them.
@@ -62,50 +88,28 @@ bool SeriesCounter::count(const CSeries& series, CSeriesSummary& summary, std::s
 /// Adds the rows that are stored one by one.
 bool SeriesCounter::count_rows(const SeriesState& state, CSeriesSummary& summary,
                                std::string& error) {
-  const RunningStatement row(&rows_);
-  row->bind(1, get_row_id(state.series_id, 1));
-  row->bind(2, get_row_id(state.series_id, MAX_TIMESTAMP));
-  row->bind(3, get_row_id(state.series_id, state.unchecked_until));
-  std::int64_t rows = 0;
-  std::int64_t first = 0;
-  std::int64_t last = 0;
-  std::int64_t bytes = 0;
-  std::int64_t checked = 0;
-  if (row->step() != Statement::Step::ROW) {
-    error = row->error();
-    return false;
-  }
-  if (!row->read(0, rows) || !row->read(1, first) || !row->read(2, last) || !row->read(3, bytes) ||
-      !row->read(4, checked) || (has_blocks_ && checked != state.loose_rows)) {
+  Counts counts;
+  rows_.bind(3, get_row_id(state.series_id, state.unchecked_until));
+  if (!read_counts(rows_, state.series_id, ROWS_DAMAGED, counts, error)) return false;
+  if (has_blocks_ && counts.recorded != state.loose_rows) {
     error = ROWS_DAMAGED;
     return false;
   }
-  include(rows, first & MAX_TIMESTAMP, last & MAX_TIMESTAMP, bytes, summary);
+  include(counts, summary);
   return true;
 }
 
 /// Adds the rows in blocks.
 bool SeriesCounter::count_blocks(const SeriesState& state, CSeriesSummary& summary,
                                  std::string& error) {
-  const RunningStatement row(&blocks_);
-  row->bind(1, get_row_id(state.series_id, 1));
-  row->bind(2, get_row_id(state.series_id, MAX_TIMESTAMP));
-  std::int64_t rows = 0;
-  std::int64_t first = 0;
-  std::int64_t last = 0;
-  std::int64_t bytes = 0;
-  std::int64_t blocks = 0;
-  if (row->step() != Statement::Step::ROW) {
-    error = row->error();
-    return false;
-  }
-  if (!row->read(0, rows) || !row->read(1, first) || !row->read(2, last) || !row->read(3, bytes) ||
-      !row->read(4, blocks) || blocks != state.blocks || rows != state.sealed_rows ||
-      (last & MAX_TIMESTAMP) != state.last_block) {
+  Counts counts;
+  if (!read_counts(blocks_, state.series_id, BLOCK_MISSING, counts, error)) return false;
+  if (counts.recorded != state.blocks || counts.rows != state.sealed_rows ||
+      (counts.last_time & MAX_TIMESTAMP) != state.last_block) {
     error = BLOCK_MISSING;
     return false;
   }
-  include(rows, first, last & MAX_TIMESTAMP, bytes, summary);
+  include(counts, summary);
   return true;
 }
 

@@ -14,6 +14,7 @@ namespace {
 
 constexpr const char* HEAD_DAMAGED = "the head of a block is damaged";
 constexpr const char* BLOCK_DAMAGED = "the columns of a block are damaged";
+constexpr const char* BLOCK_MISSING = "a block is missing";
 constexpr const char* NO_SERIES = "the database has no such series";
 
 }  // namespace

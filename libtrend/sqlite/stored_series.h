@@ -92,17 +92,14 @@ class StoredSeries {
   [[nodiscard]] bool remove_state();
 
  private:
-  static constexpr const char* BLOCK_MISSING = "a block is missing";
-
   void touch();
   bool fail(const char* reason);
   bool find_block(std::int64_t last_time, BlockHead& head);
   bool insert_block(const BlockRows& rows, std::int64_t previous, std::int64_t& last_time);
   bool remove_block(const BlockHead& head);
   bool link(std::int64_t old_end, std::int64_t new_end);
-  bool remove_from_block(const BlockHead& head, std::int64_t time, bool& is_found);
+  bool remove_from_block(const BlockHead& head, CTimeRange times, bool& is_found);
   bool set_previous(BlockHead& head, std::int64_t previous);
-  bool purge_block(const BlockHead& head, std::int64_t time);
 
   RecordTables& tables_;
   SeriesState state_;

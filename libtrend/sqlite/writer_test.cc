@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "libtrend/query/engine.h"
 #include "libtrend/recorder.h"
 #include "libtrend/sqlite/block.h"
 #include "tests/support/database_file.h"

@@ -1,6 +1,6 @@
 """Compares the databases that the programs write with their document.
 
-usage: trend_database_test.py TRENDCSV TRENDLOAD PURGE DOCUMENT [unittest's arguments]
+usage: trend_database_test.py TRENDCSV TRENDLOAD TRENDTOOL DOCUMENT [unittest's arguments]
 
 The reader of trend_database.py knows the document and nothing else. It must find exactly the rows
 that were loaded, and refuse every database that was changed by hand.
@@ -24,7 +24,7 @@ import unittest
 
 import trend_database
 
-TRENDCSV, TRENDLOAD, PURGE, DOCUMENT = sys.argv[1:5]
+TRENDCSV, TRENDLOAD, TRENDTOOL, DOCUMENT = sys.argv[1:5]
 STATISTICS = [".ValueIntMin", ".ValueIntMax", ".ValueIntAvg", "Value", ".ValueIntSum"]
 START = 1_700_000_000
 SPECIAL = [math.inf, -math.inf, 0.0, -0.0, 5e-324, -1.7976931348623157e308, 2.0**53, 0.1, 1e15 / 3]
@@ -81,7 +81,8 @@ class Log:
             input=out.getvalue())  # fmt: skip
 
     def purge(self, device, minutes, before):
-        run(PURGE, self.path, device, str(minutes), str(before))
+        of_series = ["-x", self.path, "-d", device, "-i", str(minutes)]
+        run(TRENDTOOL, "purge", *of_series, "--before", f"@{before}")
         rows = self.rows[device, minutes]
         self.rows[device, minutes] = {time: row for time, row in rows.items() if time >= before}
 
@@ -255,6 +256,18 @@ class Databases(unittest.TestCase):
         self.check(log)
         log.purge("site/pump", 60, 2**39)
         self.check(log)
+
+    def test_finds_what_was_copied(self):
+        log, columns = self.mixed(9)
+        source = log.path
+        log.path += ".copy"
+        run(TRENDTOOL, "copy", source, log.path)
+        self.check(log)
+        self.assertGreater(len(log.query("SELECT * FROM copied")), 0)
+        with contextlib.closing(sqlite3.connect(log.path)) as db, db:
+            db.execute("UPDATE copied SET change = change + 1")
+        with self.assertRaises(trend_database.Damaged):
+            trend_database.read(log.path)
 
     def make_version_1(self, rows):
         """Returns a log of version 1, made with the SQL of the document. The device has one

@@ -1,91 +1,66 @@
 // What trendload shows on a terminal.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
-#include "tests/support/process.h"
+#include "tests/support/terminal.h"
 
 namespace {
 
-using testing::HasSubstr;
-
-/// A long file of good rows.
-std::string long_csv() {
-  std::string csv = "Date,Time,a:Value\n";
-  for (int i = 0; i < 20'000; ++i) csv += std::to_string(1'700'000'000 + 60 * i) + ",,1\n";
-  return csv;
-}
+using testing::MatchesRegex;
 
 class TrendloadTerminal : public testing::Test {
  protected:
   std::vector<std::string> command() const {
-    std::vector<std::string> result = tool_command("trendload");
-    result.insert(result.end(), {"-x", folder_.file("trend.db"), "-d", "/plant", "-i", "1", "-t",
-                                 "%s ", folder_.file("rows.csv")});
+    return tool_command("trendload", {"-x", folder_.file("trend.db"), "-d", "/plant", "-i", "1",
+                                      "-t", "%s ", csv_});
+  }
+
+  /// Loads from a pipe, where two rows come, and `end` after three seconds. `run` runs the command.
+  template <typename Run>
+  ProcessResult load_slowly(const std::string& end, const Run& run) const {
+    EXPECT_EQ(mkfifo(csv_.c_str(), 0600), 0);
+    const std::string start = "Date,Time,a:Value\\n1700000000,,1\\n1700000060,,2\\n";
+    const pid_t writer = start_process(
+        {"/bin/sh", "-c", "{ printf \"$1\"; sleep 3; printf \"$2\"; } >\"$0\"", csv_, start, end});
+    const ProcessResult result = run(command());
+    EXPECT_EQ(wait_for(writer), 0);
     return result;
   }
 
-  /// Loads rows.csv with a terminal as input and output, and returns what the terminal shows.
-  std::string load_on_terminal(int& exit_status) const {
-    std::vector<std::string> words = command();
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child == 0) {
-      execvp(arguments[0], arguments.data());
-      _exit(127);
-    }
-    EXPECT_GT(child, 0);
-    std::string shown;
-    char buffer[4096];
-    ssize_t size = 0;
-    while ((size = read(terminal, buffer, sizeof buffer)) > 0) {
-      shown.append(buffer, static_cast<std::size_t>(size));
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    close(terminal);
-    exit_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return shown;
+  static ProcessResult at_terminal(const std::vector<std::string>& words) {
+    return run_at_terminal(words);
   }
 
   TemporaryFolder folder_;
+  std::string csv_ = folder_.file("rows.csv");
 };
 
+// A carriage return and \033[K remove what is on the line.
+
 TEST_F(TrendloadTerminal, ShowsTheProgressOfALongLoad) {
-  write_file(folder_.file("rows.csv"), long_csv());
-  int exit_status = -1;
-  const std::string shown = load_on_terminal(exit_status);
-  EXPECT_EQ(exit_status, 0);
-  EXPECT_THAT(shown, HasSubstr("\rtrendload: 4096 rows"));
-  EXPECT_THAT(shown, HasSubstr("\rtrendload: 16384 rows"));
-  EXPECT_THAT(shown, testing::EndsWith("\n"));
+  const ProcessResult result = load_slowly("1700000120,,3\\n", at_terminal);
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_THAT(result.out, MatchesRegex("\r\033\\[Ktrendload: 3 rows, [0-9] rows/s\r\033\\[K"));
 }
 
 TEST_F(TrendloadTerminal, PutsAMessageOnALineOfItsOwn) {
-  write_file(folder_.file("rows.csv"), long_csv() + "nonsense\n");
-  int exit_status = -1;
-  const std::string shown = load_on_terminal(exit_status);
-  EXPECT_EQ(exit_status, 1);
-  // The terminal turns a line feed into a carriage return and a line feed.
-  EXPECT_THAT(shown, testing::EndsWith("16384 rows\r\ntrendload: " + folder_.file("rows.csv") +
-                                       ":20002: 1 fields, but the header has 3\r\n"));
+  const ProcessResult result = load_slowly("1700000120,,3\\nnonsense\\n", at_terminal);
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_THAT(result.out, testing::EndsWith("rows/s\r\033[Ktrendload: " + csv_ +
+                                            ":5: 1 fields, but the header has 3\r\n"));
 }
 
 TEST_F(TrendloadTerminal, ShowsNothingForAShortLoad) {
-  write_file(folder_.file("rows.csv"), "Date,Time,a:Value\n1700000000,,1\n");
-  int exit_status = -1;
-  EXPECT_EQ(load_on_terminal(exit_status), "");
-  EXPECT_EQ(exit_status, 0);
+  write_file(csv_, "Date,Time,a:Value\n1700000000,,1\n");
+  const ProcessResult result = run_at_terminal(command());
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.out, "");
 }
 
 TEST_F(TrendloadTerminal, ShowsNothingElsewhere) {
-  write_file(folder_.file("rows.csv"), long_csv());
-  const ProcessResult result = run_process(command());
+  const ProcessResult result = load_slowly(
+      "1700000120,,3\\n", [](const std::vector<std::string>& words) { return run_process(words); });
   EXPECT_EQ(result.exit_status, 0);
   EXPECT_EQ(result.out + result.err, "");
 }

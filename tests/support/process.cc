@@ -46,31 +46,42 @@ ProcessResult run_process(const std::vector<std::string>& command, const std::st
     throw std::runtime_error("can't write a temporary file");
   }
   std::rewind(in.get());
+  const pid_t child = start_process(command, environment, [&] {
+    dup2(fileno(in.get()), STDIN_FILENO);
+    dup2(fileno(out.get()), STDOUT_FILENO);
+    dup2(fileno(err.get()), STDERR_FILENO);
+    if (before_start) before_start();
+  });
+  ProcessResult result;
+  result.exit_status = wait_for(child);
+  result.out = read_all(out.get());
+  result.err = read_all(err.get());
+  return result;
+}
+
+pid_t start_process(const std::vector<std::string>& command, const Environment& environment,
+                    const std::function<void()>& before_start) {
   std::vector<char*> arguments;
   for (const std::string& argument : command) {
     arguments.push_back(const_cast<char*>(argument.c_str()));
   }
   arguments.push_back(nullptr);
-
   const pid_t child = fork();
   if (child < 0) throw std::runtime_error("can't start a process");
   if (child == 0) {
-    dup2(fileno(in.get()), STDIN_FILENO);
-    dup2(fileno(out.get()), STDOUT_FILENO);
-    dup2(fileno(err.get()), STDERR_FILENO);
     for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
     if (before_start) before_start();
     execvp(arguments[0], arguments.data());
     _exit(127);
   }
+  return child;
+}
+
+int wait_for(pid_t child) {
   int status = 0;
   while (waitpid(child, &status, 0) < 0) {
   }
-  ProcessResult result;
-  result.exit_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  result.out = read_all(out.get());
-  result.err = read_all(err.get());
-  return result;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 std::function<void()> enter(const std::string& folder) {
@@ -79,18 +90,18 @@ std::function<void()> enter(const std::string& folder) {
   };
 }
 
-std::vector<std::string> tool_command(const std::string& name) {
+std::vector<std::string> tool_command(const std::string& name,
+                                      const std::vector<std::string>& arguments) {
   std::vector<std::string> command = {TRENDCSV_EMULATOR};
   command.push_back(std::string(TRENDCSV_BINARY_DIR) + "/" + name);
+  command.insert(command.end(), arguments.begin(), arguments.end());
   return command;
 }
 
 ProcessResult run_tool(const std::string& name, const std::vector<std::string>& arguments,
                        const std::string& input, const Environment& environment,
                        const std::function<void()>& before_start) {
-  std::vector<std::string> command = tool_command(name);
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return run_process(command, input, environment, before_start);
+  return run_process(tool_command(name, arguments), input, environment, before_start);
 }
 
 int random_rounds(int count) {

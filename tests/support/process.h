@@ -1,6 +1,8 @@
 // Runs programs, and makes folders for their files.
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -24,6 +26,15 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
                                         const Environment& environment = {},
                                         const std::function<void()>& before_start = {});
 
+/// Starts `command` as `run_process` does, with the standard streams of the test, and returns the
+/// id of the process. `wait_for` must follow.
+[[nodiscard]] pid_t start_process(const std::vector<std::string>& command,
+                                  const Environment& environment = {},
+                                  const std::function<void()>& before_start = {});
+
+/// Waits until the process `child` ends. Returns its exit status as `ProcessResult` has it.
+[[nodiscard]] int wait_for(pid_t child);
+
 /// For `before_start`: makes `folder` the working directory.
 [[nodiscard]] std::function<void()> enter(const std::string& folder);
 
@@ -36,7 +47,8 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
                                      const std::function<void()>& before_start = {});
 
 /// The command that runs one of the project's own programs.
-[[nodiscard]] std::vector<std::string> tool_command(const std::string& name);
+[[nodiscard]] std::vector<std::string> tool_command(const std::string& name,
+                                                    const std::vector<std::string>& arguments = {});
 
 /// How many rounds of a random test to run: `count`, or a quarter of that under the emulator, where
 /// programs start slowly.

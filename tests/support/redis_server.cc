@@ -46,22 +46,13 @@ void RedisServer::start(const std::vector<std::string>& settings) {
                                       socket_,        "--save", "",    "--appendonly",
                                       "no",           "--dir",  folder};
   command.insert(command.end(), settings.begin(), settings.end());
-  std::vector<char*> arguments;
-  arguments.reserve(command.size() + 1);
-  for (std::string& argument : command) arguments.push_back(argument.data());
-  arguments.push_back(nullptr);
-
-  process_ = fork();
-  if (process_ < 0) throw std::runtime_error("can't start a process");
-  if (process_ == 0) {
+  process_ = start_process(command, {}, [] {
     prctl(PR_SET_PDEATHSIG, SIGKILL);  // if the test is killed, its server ends too
     const int null = open("/dev/null", O_RDWR);
     dup2(null, STDIN_FILENO);
     dup2(null, STDOUT_FILENO);
     dup2(null, STDERR_FILENO);
-    execvp(arguments[0], arguments.data());
-    _exit(127);
-  }
+  });
 }
 
 void RedisServer::stop() {

@@ -1,7 +1,6 @@
 #include "tests/support/streams.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <stdexcept>
@@ -30,11 +29,8 @@ ProcessResult run_in_child(const std::function<int()>& function) {
     std::fflush(nullptr);
     _exit(status);
   }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0) {
-  }
   ProcessResult result;
-  result.exit_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  result.exit_status = wait_for(child);
   result.out = read_stream(out);
   result.err = read_stream(err);
   std::fclose(out);

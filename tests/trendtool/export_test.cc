@@ -1,19 +1,15 @@
 // trendtool export: csv, jsonl and influx.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <cmath>
 #include <limits>
-#include <sstream>
-#include <utility>
 
-#include "tests/support/model.h"
+#include "tests/trendtool/export_fixture.h"
 
 namespace {
 
 using testing::HasSubstr;
-using testing::MatchesRegex;
 
 constexpr double INF = std::numeric_limits<double>::infinity();
 
@@ -28,38 +24,6 @@ ModelLog odd_log() {
               {60, 1288621800, 0, {NAN, NAN, NAN}}};
   return log;
 }
-
-class TrendtoolExport : public testing::Test {
- protected:
-  ProcessResult run_export(std::vector<std::string> more, const Environment& environment = {}) {
-    std::vector<std::string> arguments = {"export", "-x", db_};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    return run_tool("trendtool", arguments, "", environment);
-  }
-
-  /// Exports, which must succeed without a message.
-  std::string exported(std::vector<std::string> more, const char* zone = "UTC0") {
-    const ProcessResult result = run_export(std::move(more), {{"TZ", zone}});
-    EXPECT_EQ(result.exit_status, 0);
-    EXPECT_EQ(result.err, "");
-    return result.out;
-  }
-
-  /// Records two devices with a row each, and one with none.
-  void record_three() {
-    ModelLog one{
-        .device = "/one", .params = {{"a", AVG}, {"b", MIN}}, .minutes = {5, 60}, .rows = {}};
-    one.rows = {{5, 600, 1, {1, 2}}, {60, 3600, 1, {3, 4}}};
-    ModelLog two{.device = "/two", .params = {{"b", MIN | MAX}}, .minutes = {5}, .rows = {}};
-    two.rows = {{5, 900, 0.5, {5, 6}}};
-    record(one, db_);
-    record(two, db_);
-    record({.device = "/none", .params = {{"c", SUM}}, .minutes = {}, .rows = {}}, db_);
-  }
-
-  TemporaryFolder folder_;
-  std::string db_ = folder_.file("trend.db");
-};
 
 TEST_F(TrendtoolExport, QuotesNamesInCsv) {
   record(odd_log(), db_);
@@ -191,6 +155,26 @@ TEST_F(TrendtoolExport, TakesOfAllDevicesThoseWithAParameter) {
             "parameters\n");
 }
 
+TEST_F(TrendtoolExport, TakesNamesAsTheyAre) {
+  for (const std::string name : {"[x]", "[x,y]", "[]", "{}", "%%", "--", "++", "-x", "'x'"}) {
+    std::filesystem::remove(db_);
+    record({.device = name, .params = {{name, ACTUAL}, {"~", AVG}}, .minutes = {}, .rows = {}},
+           db_);
+    const std::string header = "time\tinterval\t" + name + ":Value\n";
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"-d", name, "-p", name},
+          {"-d" + name, "-p" + name},
+          {"--device", name, "--parameter", name, "-p", name},
+          {"--device=" + name, "--parameter=" + name}}) {
+      std::vector<std::string> words = {"--separator", "tab"};
+      words.insert(words.end(), arguments.begin(), arguments.end());
+      EXPECT_EQ(exported(words), header);
+    }
+    EXPECT_EQ(run_tool("trendtool", {"list", "-x", db_, "-d", name, "--names"}).out,
+              name + "\n~\n");
+  }
+}
+
 TEST_F(TrendtoolExport, WritesAHeaderAloneIfThereAreNoRows) {
   record_three();
   EXPECT_EQ(exported({"-d", "/none"}), "time,interval,c:.ValueIntSum\n");
@@ -254,105 +238,6 @@ TEST_F(TrendtoolExport, WritesTheRowsOfTrendcsv) {
       expected.replace(i, 3, "1E999");
     }
     ASSERT_EQ(shown, expected) << round;
-  }
-}
-
-TEST_F(TrendtoolExport, RefusesOptionsThatDoNotGoTogether) {
-  record_three();
-  const std::pair<std::vector<std::string>, std::string> cases[] = {
-      {{}, "no device is given; name devices with -d, or take all with --all-devices"},
-      {{"-d", "/one", "--all-devices"}, "-d and --all-devices do not go together; use one of them"},
-      {{"-d", "/one", "--format", "jsonl", "--decimal", ","},
-       "--separator, --decimal and --layout are for csv; leave them out, or use --format csv"},
-      {{"-d", "/one", "--separator", ",", "--decimal", ","},
-       "the separator and the decimal sign are the same; choose another --separator"},
-      {{"-d", "/one", "--format", "influx", "--epoch"},
-       "--epoch is for csv and jsonl; leave it out, or use another --format"},
-      {{"-d", "/one", "--sheet-per-interval"},
-       "--sheet-per-interval is for xlsx; leave it out, or use --format xlsx"},
-      {{"-d", "/one", "-s", "@7", "-e", "@6"}, "the end '@6' is before the start '@7'"},
-      {{"-d", "/one", "--separator", "x"},
-       "--separator: 'x' is not one of ',', ';', '|', tab; see 'trendtool export --help'"}};
-  for (const auto& [arguments, message] : cases) {
-    const ProcessResult result = run_export(arguments);
-    EXPECT_EQ(result.exit_status, 2) << message;
-    EXPECT_EQ(result.out, "") << message;
-    EXPECT_EQ(result.err, "trendtool: " + message + "\n");
-  }
-}
-
-TEST_F(TrendtoolExport, LeavesNoFileIfItFails) {
-  record_three();
-  const std::string file = folder_.file("out.csv");
-  EXPECT_EQ(run_export({"-d", "/three", "-f", file}).exit_status, 1);
-  EXPECT_FALSE(std::filesystem::exists(file));
-  const ProcessResult database = run_export({"-d", "/one", "-f", db_});
-  EXPECT_EQ(database.exit_status, 1);
-  EXPECT_EQ(database.err, "trendtool: can't write '" + db_ +
-                              "': it is a file of the database; choose another name\n");
-  EXPECT_EQ(exported({"-d", "/two", "-u", "-f", file}), "");
-  EXPECT_EQ(read_file(file),
-            "time,interval,b:.ValueIntMin,b:.ValueIntMax\n1970-01-01T00:15:00Z,5,5,6\n");
-}
-
-TEST_F(TrendtoolExport, FailsIfTheDiskIsFull) {
-  ModelLog log{.device = "/long", .params = {{"a", AVG}}, .minutes = {5}, .rows = {}};
-  for (int i = 1; i <= 5000; ++i) log.rows.push_back({5, 300LL * i, 1, {1.0 * i}});
-  record(log, db_);
-  for (const char* format : {"csv", "jsonl", "influx"}) {
-    const ProcessResult result = run_export({"-d", "/long", "--format", format, "-f", "/dev/full"});
-    EXPECT_EQ(result.exit_status, 1);
-    EXPECT_EQ(result.err, "trendtool: can't write '/dev/full': No space left on device\n");
-  }
-}
-
-TEST_F(TrendtoolExport, BringsHomeWhatADamagedDatabaseStillHas) {
-  ModelLog log{.device = "/long", .params = {{"a", AVG}}, .minutes = {5}, .rows = {}};
-  for (int i = 1; i <= 3000; ++i) log.rows.push_back({5, 300LL * i, 1, {1.0 * i}});
-  record(log, db_);
-  for (const bool ascending : {true, false}) {
-    std::vector<std::string> arguments = {"-d", "/long", "-u", "--epoch"};
-    if (ascending) arguments.emplace_back("-a");
-    const std::string whole = exported(arguments);
-    const std::string damaged = folder_.file("damaged.db");
-    std::filesystem::copy_file(db_, damaged, std::filesystem::copy_options::overwrite_existing);
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(damaged.c_str(), &db), SQLITE_OK);
-    const char* damage =
-        "UPDATE segment SET data = zeroblob(length(data)) WHERE id >> 16 ="
-        "(SELECT number FROM block ORDER BY id LIMIT 1 OFFSET 2)";
-    EXPECT_EQ(sqlite3_exec(db, damage, nullptr, nullptr, nullptr), SQLITE_OK);
-    EXPECT_EQ(sqlite3_changes(db), 1);
-    sqlite3_close(db);
-    const std::string sound = std::exchange(db_, damaged);
-
-    const ProcessResult failed = run_export(arguments);
-    EXPECT_EQ(failed.exit_status, 1);
-    EXPECT_EQ(
-        failed.err,
-        "trendtool: can't read the rows of device '/long': the columns of a block are damaged\n");
-    arguments.emplace_back("--skip-damaged");
-    const ProcessResult result = run_export(arguments);
-    EXPECT_EQ(result.exit_status, 1);
-    EXPECT_THAT(result.err, MatchesRegex("trendtool: left out: device '/long', interval of 5 "
-                                         "minutes, parameter 'a', from "
-                                         "1970-01-0[0-9]T..:..:..Z to 1970-01-0[0-9]T..:..:..Z: "
-                                         "the values of a parameter are damaged\n"));
-    // The values of one block are missing, and those that are there are right.
-    std::istringstream right(whole);
-    std::istringstream found(result.out);
-    std::string expected;
-    std::string line;
-    int missing = 0;
-    while (std::getline(right, expected)) {
-      ASSERT_TRUE(std::getline(found, line));
-      if (line == expected) continue;
-      ++missing;
-      EXPECT_EQ(line, expected.substr(0, expected.rfind(',') + 1));
-    }
-    EXPECT_FALSE(std::getline(found, line));
-    EXPECT_EQ(missing, 512);
-    db_ = sound;
   }
 }
 

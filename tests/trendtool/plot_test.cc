@@ -1,12 +1,7 @@
 // trendtool plot, with the real gnuplot, and with programs of its name that do something else.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pty.h>
 #include <signal.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -17,6 +12,7 @@
 
 #include "libtrend/recorder.h"
 #include "tests/support/process.h"
+#include "tests/support/terminal.h"
 
 using toolkit::trend::CDeviceProperties;
 using toolkit::trend::CParamProperties;
@@ -158,31 +154,10 @@ TEST_F(TrendtoolPlot, ShowsAPictureOfCharactersWithoutAFile) {
 }
 
 TEST_F(TrendtoolPlot, FillsTheTerminal) {
-  std::vector<std::string> words = tool_command("trendtool");
-  for (const std::string& word : arguments({"-p", "flow"})) words.push_back(word);
-  std::vector<char*> pointers;
-  for (std::string& word : words) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-  winsize size = {};
-  size.ws_col = 66;
-  size.ws_row = 33;
-  int terminal = -1;
-  const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
-  if (child == 0) {
-    execvp(pointers[0], pointers.data());
-    _exit(127);
-  }
-  ASSERT_GT(child, 0);
-  std::string shown;
-  char buffer[4096];
-  ssize_t count = 0;
-  while ((count = read(terminal, buffer, sizeof buffer)) > 0) {
-    shown.append(buffer, static_cast<std::size_t>(count));
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  close(terminal);
-  EXPECT_EQ(status, 0);
+  const ProcessResult result =
+      run_at_terminal(tool_command("trendtool", arguments({"-p", "flow"})), "", 66, 33);
+  EXPECT_EQ(result.exit_status, 0);
+  const std::string& shown = result.out;
   EXPECT_THAT(shown, HasSubstr("site/one"));
   std::size_t width = 0;
   std::size_t height = 0;
@@ -315,19 +290,8 @@ TEST_F(TrendtoolPlot, LeavesNothingAfterASignal) {
   const Environment environment = fake_gnuplot("echo $$ > started\nexec sleep 60\n");
   for (const int number : {SIGINT, SIGTERM}) {
     fs::remove(folder_.file("started"));
-    std::vector<std::string> words = tool_command("trendtool");
-    for (const std::string& word : arguments({"-f", "a.png"})) words.push_back(word);
-    std::vector<char*> pointers;
-    for (std::string& word : words) pointers.push_back(word.data());
-    pointers.push_back(nullptr);
-    const pid_t child = fork();
-    if (child == 0) {
-      setenv("PATH", environment[0].second.c_str(), 1);
-      enter(folder_.path())();
-      execvp(pointers[0], pointers.data());
-      _exit(127);
-    }
-    ASSERT_GT(child, 0);
+    const pid_t child = start_process(tool_command("trendtool", arguments({"-f", "a.png"})),
+                                      environment, enter(folder_.path()));
     pid_t gnuplot = 0;
     for (int i = 0; i < 3000 && gnuplot == 0; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -336,11 +300,8 @@ TEST_F(TrendtoolPlot, LeavesNothingAfterASignal) {
     ASSERT_GT(gnuplot, 0) << "gnuplot was not started";
     EXPECT_EQ(files().size(), 3U);
     kill(child, number);
-    int status = 0;
-    waitpid(child, &status, 0);
+    EXPECT_EQ(wait_for(child), 128 + number);
     kill(gnuplot, SIGKILL);
-    EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(WTERMSIG(status), number);
     EXPECT_EQ(files(), (Files{"bin", "started"}));
   }
 }

@@ -1,14 +1,12 @@
 // trendtool remove.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <stdexcept>
 
 #include "libtrend/recorder.h"
 #include "tests/support/model.h"
+#include "tests/support/terminal.h"
 
 using toolkit::trend::CDeviceProperties;
 using toolkit::trend::CParamProperties;
@@ -63,28 +61,8 @@ class TrendtoolRemove : public testing::Test {
 
   /// Removes the device at a terminal, where the user types `answer`.
   ProcessResult remove_at_terminal(const std::string& answer) {
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child == 0) {
-      std::vector<std::string> command = tool_command("trendtool");
-      command.insert(command.end(), {"remove", "-x", db_, "-d", "/plant"});
-      std::vector<char*> arguments;
-      for (std::string& argument : command) arguments.push_back(argument.data());
-      arguments.push_back(nullptr);
-      execvp(arguments[0], arguments.data());
-      _exit(127);
-    }
-    ProcessResult result;
-    EXPECT_EQ(write(terminal, answer.data(), answer.size()), std::ssize(answer));
-    char text[256];
-    for (ssize_t size = 0; (size = read(terminal, text, sizeof text)) > 0;) {
-      result.out.append(text, static_cast<std::size_t>(size));
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    result.exit_status = WEXITSTATUS(status);
-    close(terminal);
-    return result;
+    return run_at_terminal(tool_command("trendtool", {"remove", "-x", db_, "-d", "/plant"}),
+                           answer);
   }
 
   TemporaryFolder folder_;

@@ -9,7 +9,7 @@ CLI::Option* add_device_option(CLI::App& command, std::string& device) {
 }
 
 CLI::Option* add_devices_option(CLI::App& command, std::vector<std::string>& devices) {
-  // Without this, an option takes all arguments up to the next option.
+  // Without this, an option takes all arguments up to the next option, and reads [a,b] as a list.
   return command.add_option("-d,--device", devices, "A device; may be repeated")
       ->type_name("PATH")
       ->allow_extra_args(false);

@@ -3,10 +3,6 @@
 #include <array>
 #include <cstdlib>
 
-#include "text/time_text.h"
-
-static_assert(MAX_ISO_TIME <= MAX_TIME_TEXT);
-
 namespace {
 
 char* write_two_digits(long number, char* text) {
@@ -22,9 +18,7 @@ char* IsoClock::write(std::time_t time, char* text) {
   std::tm fields = calendar_.fields_at(time, use_utc_);
   const bool is_in_minutes = fields.tm_gmtoff % 60 == 0;
   if (!is_in_minutes) fields = calendar_.fields_at(time, true);
-  std::array<char, MAX_TIME_TEXT> buffer;
-  const char* end = format_time(FORMAT, fields, buffer.data());
-  for (const char* c = buffer.data(); c != end; ++c) *text++ = *c;
+  text = format_time(FORMAT, fields, text);
   if (use_utc_ || !is_in_minutes) {
     *text = 'Z';
     return text + 1;
@@ -37,6 +31,6 @@ char* IsoClock::write(std::time_t time, char* text) {
 }
 
 std::string IsoClock::text_of(std::time_t time) {
-  std::array<char, MAX_ISO_TIME> text;
+  std::array<char, MAX_TIME_TEXT> text;
   return {text.data(), write(time, text.data())};
 }

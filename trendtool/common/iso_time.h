@@ -1,14 +1,11 @@
 // Times as ISO 8601 has them.
 #pragma once
 
-#include <cstddef>
 #include <ctime>
 #include <string>
 
 #include "text/calendar.h"
-
-/// The size of a buffer that every time fits into.
-inline constexpr std::size_t MAX_ISO_TIME = 64;
+#include "text/time_text.h"
 
 /// Writes times, one after another, in UTC or in the time zone of the process. That zone must not
 /// change meanwhile.
@@ -16,7 +13,7 @@ class IsoClock {
  public:
   explicit IsoClock(bool use_utc) : use_utc_(use_utc) {}
 
-  /// Writes `time` like "2010-11-01T12:30:00+01:00" into `text`, a buffer of MAX_ISO_TIME bytes.
+  /// Writes `time` like "2010-11-01T12:30:00+01:00" into `text`, a buffer of MAX_TIME_TEXT bytes.
   /// Returns the end of the text. In UTC there is a "Z" in the place of the offset, also where the
   /// local offset is not a whole number of minutes: the text always stands for exactly this time.
   char* write(std::time_t time, char* text);

@@ -11,10 +11,12 @@ constexpr const char* NEW_LINE = "\r\033[K";
 
 }  // namespace
 
-Progress::Progress() : is_terminal_(isatty(STDERR_FILENO) == 1) {}
+Progress::Progress(const char* program)
+    : program_(program), is_terminal_(isatty(STDERR_FILENO) == 1) {}
 
-Progress::~Progress() {
+void Progress::remove() {
   if (is_shown_) std::fputs(NEW_LINE, stderr);
+  is_shown_ = false;
 }
 
 void Progress::show(std::uint64_t rows, double share, const char* unit) {
@@ -24,7 +26,7 @@ void Progress::show(std::uint64_t rows, double share, const char* unit) {
   constexpr auto PAUSE = std::chrono::milliseconds(200);
   next_ = now + PAUSE;
   const double seconds = std::chrono::duration<double>(now - start_).count();
-  std::fprintf(stderr, "%strendtool: %llu %s", NEW_LINE, static_cast<unsigned long long>(rows),
+  std::fprintf(stderr, "%s%s: %llu %s", NEW_LINE, program_, static_cast<unsigned long long>(rows),
                unit);
   if (share >= 0) std::fprintf(stderr, ", %.0f %%", share * 100);
   std::fprintf(stderr, ", %.0f %s/s", static_cast<double>(rows) / seconds, unit);

@@ -8,8 +8,9 @@
 /// than a second. The destructor removes the line.
 class Progress {
  public:
-  Progress();
-  ~Progress();
+  /// The line starts with `program`, which must outlive the object.
+  explicit Progress(const char* program = "trendtool");
+  ~Progress() { remove(); }
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
@@ -21,9 +22,13 @@ class Progress {
   /// word for what is counted.
   void show(std::uint64_t rows, double share, const char* unit = "rows");
 
+  /// Removes the line. To be called before a message is printed.
+  void remove();
+
  private:
   using Clock = std::chrono::steady_clock;
 
+  const char* program_;
   bool is_terminal_;
   bool is_shown_ = false;
   Clock::time_point start_ = Clock::now();

@@ -47,7 +47,7 @@ class CsvWriter : public RowWriter {
 
   /// Sets `text` to the fields at the start of the lines of `row`.
   void make_start(const CSnapshot& row, std::string& text) {
-    char buffer[MAX_ISO_TIME + MAX_VALUE_TEXT + 32];
+    char buffer[MAX_TIME_TEXT + MAX_VALUE_TEXT + 32];
     char* end = times_.write(row.timestamp, buffer);
     *end++ = separator_;
     end = std::to_chars(end, end + 16, row.interval_minutes).ptr;

@@ -67,8 +67,10 @@ class Exporter {
     if (wrong.empty()) wrong = select();
     if (!wrong.empty()) return fail(wrong);
     if (!out_.open(options_.output_path, options_.db_path)) return fail(out_.error());
-    const int status = write(range);
-    return print_damage(range) ? FAILURE : status;
+    wrong = write(range);
+    progress_.remove();
+    if (!wrong.empty()) print_message(wrong);
+    return print_damage(range) || !wrong.empty() ? FAILURE : SUCCESS;
   }
 
  private:
@@ -141,21 +143,21 @@ class Exporter {
     return options_.is_long ? make_long_csv_writer(what, out_) : make_csv_writer(what, out_);
   }
 
-  int write(const std::pair<long, long>& range) {
+  /// Writes the file. Returns what is wrong with it, or an empty text.
+  std::string write(const std::pair<long, long>& range) {
     const Export what = {options_, devices_, columns_};
     const std::unique_ptr<RowWriter> writer = make_writer(what);
-    if (std::string wrong = writer->start(); !wrong.empty()) return fail(wrong);
+    std::string wrong = writer->start();
     for (const ExportDevice& device : devices_) {
-      std::string wrong = writer->start_device(device);
+      if (wrong.empty()) wrong = writer->start_device(device);
       if (wrong.empty()) wrong = write_rows(device, range, *writer);
-      if (!wrong.empty()) return fail(wrong);
-      if (out_.has_failed()) return fail(out_.error());
+      if (wrong.empty() && out_.has_failed()) wrong = out_.error();
+      if (!wrong.empty()) return wrong;
       ++done_;
     }
-    if (std::string wrong = writer->finish(); !wrong.empty()) return fail(wrong);
-    if (!out_.finish()) return fail(out_.error());
-    const std::string lost = writer->describe_loss();
-    return lost.empty() ? SUCCESS : fail(lost);
+    if (wrong.empty()) wrong = writer->finish();
+    if (!wrong.empty()) return wrong;
+    return out_.finish() ? writer->describe_loss() : out_.error();
   }
 
   std::string write_rows(const ExportDevice& device, const std::pair<long, long>& range,

@@ -42,7 +42,7 @@ class JsonlWriter : public RowWriter {
 
  private:
   void write_start(const CSnapshot& row) {
-    char* end = out_.place(MAX_ISO_TIME + 64);
+    char* end = out_.place(MAX_TIME_TEXT + 64);
     end = write_text("{\"time\":", end);
     if (!times_.writes_numbers()) *end++ = '"';
     end = times_.write(row.timestamp, end);

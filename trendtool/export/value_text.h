@@ -51,10 +51,10 @@ class TimeText {
   explicit TimeText(const ExportOptions& options)
       : use_epoch_(options.use_epoch), clock_(options.use_utc) {}
 
-  /// Writes `time` at `to`, where there is room for MAX_ISO_TIME bytes. Returns the end of the
+  /// Writes `time` at `to`, where there is room for MAX_TIME_TEXT bytes. Returns the end of the
   /// text.
   char* write(std::time_t time, char* to) {
-    return use_epoch_ ? std::to_chars(to, to + MAX_ISO_TIME, time).ptr : clock_.write(time, to);
+    return use_epoch_ ? std::to_chars(to, to + MAX_TIME_TEXT, time).ptr : clock_.write(time, to);
   }
   /// Whether the texts are numbers.
   [[nodiscard]] bool writes_numbers() const { return use_epoch_; }

@@ -4,14 +4,11 @@
 #include <utility>
 
 #include "trendtool/common/selection.h"
-#include "trendtool/common/statistic_names.h"
 
 using toolkit::trend::CDeviceParams;
 using toolkit::trend::CDeviceProperties;
 using toolkit::trend::CLog;
-using toolkit::trend::CParamProperties;
 using toolkit::trend::CSeriesSummary;
-using toolkit::trend::STATISTICS;
 
 std::uint64_t DeviceContents::rows() const {
   std::uint64_t rows = 0;
@@ -59,14 +56,4 @@ std::string read_contents(CLog& log, const std::vector<std::string>& names, bool
     }
   }
   return "";
-}
-
-std::string join_statistics(const CParamProperties& param) {
-  std::string text;
-  for (std::size_t i = 0; i < STATISTICS.size(); ++i) {
-    if (!(param.*STATISTICS[i].flag)) continue;
-    if (!text.empty()) text += ' ';
-    text += STATISTIC_NAMES[i];
-  }
-  return text;
 }

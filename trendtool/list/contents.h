@@ -29,6 +29,3 @@ struct DeviceContents {
                                         const std::vector<std::string>& names,
                                         bool use_display_names, bool with_series,
                                         std::vector<DeviceContents>& contents);
-
-/// Returns the names of the statistics of `param`, separated by blanks.
-[[nodiscard]] std::string join_statistics(const toolkit::trend::CParamProperties& param);

@@ -4,6 +4,7 @@
 
 #include "text/calendar.h"
 #include "text/time_text.h"
+#include "trendtool/common/statistic_names.h"
 #include "trendtool/list/formats.h"
 
 using toolkit::trend::CSeriesSummary;

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "libtrend/statistics.h"
 #include "text/column_names.h"
@@ -173,6 +174,7 @@ std::string ExportLoader::load(const std::vector<std::string_view>& fields) {
   if (!is_same_row) {
     if (std::string wrong = finish(); !wrong.empty()) return wrong;
     row_ = start;
+    ++row_number_;
   }
   const std::string_view name = fields[fixed + 1];
   const auto* statistic = std::find(STATISTIC_NAMES.begin(), STATISTIC_NAMES.end(), name);
@@ -191,9 +193,10 @@ std::string ExportLoader::add_value(std::string_view column, std::string_view fi
   double value = MISSING;
   if (!read_number(field, text_, value)) return quote(field) + " is not a number";
   const std::size_t index = known->second;
-  const bool is_repeated = std::any_of(values_.begin(), values_.end(),
-                                       [&](const Value& other) { return other.column == index; });
-  if (is_repeated) return "the value of " + quote(column) + " appears twice in one row";
+  last_rows_.resize(columns_.columns.size());
+  if (std::exchange(last_rows_[index], row_number_) == row_number_) {
+    return "the value of " + quote(column) + " appears twice in one row";
+  }
   values_.push_back({index, value});
   return "";
 }

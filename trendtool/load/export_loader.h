@@ -67,8 +67,10 @@ class ExportLoader {
   const ExportLayout& layout_;
   Layout columns_;  ///< of the header or, in the long layout, all that were seen
   std::map<std::string, std::size_t> known_columns_;  ///< in the long layout, by name
+  std::vector<std::uint64_t> last_rows_;              ///< by column: the last row that has a value
   std::map<std::string, Device> devices_;             ///< by path
   RowStart row_;                                      ///< the current row
+  std::uint64_t row_number_ = 0;                      ///< of the current row in the long layout
   std::vector<Value> values_;
   std::vector<double> slots_;
   std::vector<ValuePlace> places_;

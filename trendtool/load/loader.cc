@@ -1,8 +1,9 @@
 #include "trendtool/load/loader.h"
 
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +16,7 @@
 
 #include "libtrend/recorder.h"
 #include "text/line_reader.h"
+#include "trendtool/common/progress.h"
 #include "trendtool/load/export_layout.h"
 #include "trendtool/load/export_loader.h"
 #include "trendtool/load/layout.h"
@@ -31,27 +33,12 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-/// Shows the progress of a long load, if standard error is a terminal.
-class LoadProgress {
- public:
-  explicit LoadProgress(const char* program) : program_(program) {}
-  void show(std::size_t rows) {
-    constexpr std::size_t STEP = 4096;
-    if (rows % STEP != 0 || !is_terminal_) return;
-    std::fprintf(stderr, "\r%s: %zu rows", program_, rows);
-    is_shown_ = true;
-  }
-  ~LoadProgress() {
-    if (is_shown_) std::fputc('\n', stderr);
-  }
-  LoadProgress(const LoadProgress&) = delete;
-  LoadProgress& operator=(const LoadProgress&) = delete;
-
- private:
-  const char* program_;
-  bool is_terminal_ = isatty(STDERR_FILENO) == 1;
-  bool is_shown_ = false;
-};
+/// Returns the size of an open file in bytes, or 0 if it is not known, as of a pipe.
+std::uint64_t size_of(std::FILE* file) {
+  struct stat status = {};
+  const bool is_known = fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode);
+  return is_known ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
 
 /// A folder for a database that is used up, and its name.
 class ScratchFolder {
@@ -81,7 +68,9 @@ class ScratchFolder {
 /// One load. Functions that return an int return the exit status, after a message if it is not 0.
 class Load {
  public:
-  Load(const LoadOptions& options, LineReader& lines) : options_(options), lines_(lines) {}
+  /// `size` is that of the input, see `size_of`.
+  Load(const LoadOptions& options, LineReader& lines, std::uint64_t size)
+      : options_(options), lines_(lines), input_size_(size) {}
 
   int run() {
     std::string_view first;
@@ -111,13 +100,13 @@ class Load {
   /// Loads the lines after the header. Returns what is wrong with the last line read, or an empty
   /// text.
   std::string load_lines(RowLoader& loader) {
-    LoadProgress progress(options_.program);
+    Progress progress(options_.program);
     std::string_view line;
     while (lines_.look_ahead(line) && loader.look_ahead(line)) {
     }
     while (lines_.next(line)) {
       if (std::string wrong = loader.load(line); !wrong.empty()) return wrong;
-      progress.show(lines_.number() - 1);
+      show(progress);
     }
     return "";
   }
@@ -142,14 +131,20 @@ class Load {
   }
 
   std::string load_records(RecordReader& records, ExportLoader& loader) {
-    LoadProgress progress(options_.program);
+    Progress progress(options_.program);
     std::vector<std::string_view> fields;
     while (records.next(fields)) {
       if (std::string wrong = loader.load(fields); !wrong.empty()) return wrong;
-      progress.show(lines_.number() - 1);
+      show(progress);
     }
     if (!records.wrong().empty() || lines_.has_failed()) return records.wrong();
     return loader.finish();
+  }
+
+  void show(Progress& progress) const {
+    const auto bytes = static_cast<double>(lines_.bytes());
+    progress.show(sink_.recorded() + sink_.skipped(),
+                  input_size_ == 0 ? -1 : bytes / static_cast<double>(input_size_));
   }
 
   /// Returns what is wrong with the options for this file, or an empty text.
@@ -207,6 +202,7 @@ class Load {
 
   const LoadOptions& options_;
   LineReader& lines_;
+  std::uint64_t input_size_;
   ScratchFolder scratch_;
   CRecorder recorder_;
   RowSink sink_{recorder_};
@@ -222,8 +218,9 @@ int run_load(const LoadOptions& options) {
                  std::strerror(errno));
     return 1;
   }
-  LineReader lines(is_piped ? stdin : file.get());
-  return Load(options, lines).run();
+  std::FILE* input = is_piped ? stdin : file.get();
+  LineReader lines(input);
+  return Load(options, lines, size_of(input)).run();
 }
 
 int run_trendload(int argc, char** argv) {

@@ -150,6 +150,7 @@ std::string read_series(CLog& log, const RowRequest& request, Picture& picture) 
     progress.show(count, share.at(rows.back().timestamp));
     return true;
   });
+  progress.remove();
   if (!wrong.empty()) return wrong;
   for (std::size_t i = 0; i < curves.size(); ++i) {
     const PlotSeries& series = picture.series[i];
