@@ -167,13 +167,15 @@ bool Connection::ensure() {
   return set_up();
 }
 
-/// Prepares the session. Statements are planned once, for rows in the order of an index; without
-/// the values of the parameters the planner would rather sort.
+/// Prepares the session. Statements of readers are planned once, for rows in the order of an index;
+/// without the values of the parameters the planner would rather sort. Those of writers name series
+/// by parameters, and only their values tell which partition, and so which server, is asked.
 bool Connection::set_up() {
   std::string sql = "SET client_encoding = 'UTF8'; SET search_path = ";
   sql.append(address_.schema).append(", pg_temp; SET lock_timeout = ");
   sql.append(get_milliseconds(timeout_));
-  sql.append("; SET plan_cache_mode = force_generic_plan; SET jit = off");
+  sql.append("; SET jit = off; SET plan_cache_mode = ");
+  sql.append(use_ == Use::READ ? "force_generic_plan" : "force_custom_plan");
   if (use_ == Use::READ) {
     sql.append("; SET enable_sort = off; SET enable_seqscan = off; SET enable_bitmapscan = off");
     sql.append("; SET default_transaction_read_only = on");
@@ -234,7 +236,11 @@ Result Connection::run_both(const char* first, const char* second, const Sent& s
       Result result(PQgetResult(connection));
       const ExecStatusType status = PQresultStatus(result.get());
       if (result.get() == nullptr) {
-        if (PQstatus(connection) != CONNECTION_OK) break;
+        if (PQstatus(connection) != CONNECTION_OK) {
+          // What came before must not pass for the answer.
+          answer = Result();
+          break;
+        }
         ++nulls;
       } else if (status != PGRES_PIPELINE_ABORTED) {
         answer = std::move(result);

@@ -160,10 +160,11 @@ bool ArchiveCursor::find_before(std::int64_t time, std::int64_t& timestamp) {
   timestamp = NO_ROW;
   Result result;
   Parameters parameters;
-  parameters.add(series_id_).add_time(1).add_time(time);
-  if (!connection_.run("SELECT time FROM snapshot WHERE series_id = $1 AND time >= $2 AND "
-                       "time < $3 ORDER BY time DESC LIMIT 1",
-                       parameters, result)) {
+  parameters.add_time(1).add_time(time);
+  std::string sql = "SELECT time FROM snapshot WHERE series_id = ";
+  sql.append(std::to_string(series_id_));
+  sql.append(" AND time >= $1 AND time < $2 ORDER BY time DESC LIMIT 1");
+  if (!connection_.run(sql, parameters, result)) {
     error_ = connection_.error();
     return false;
   }

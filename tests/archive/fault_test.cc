@@ -175,7 +175,7 @@ TEST_F(ArchiveFault, AHandleConnectsAgainAfterAFailedQuery) {
   ASSERT_EQ(log.get_devices(devices), 0) << log.error();
   server_->restart();
   EXPECT_EQ(log.get_devices(devices), -1);
-  EXPECT_THAT(log.error(), HasSubstr("terminating connection"));
+  EXPECT_THAT(log.error(), HasSubstr("server closed the connection"));
   ASSERT_EQ(log.get_devices(devices), 0) << log.error();
   EXPECT_EQ(devices.size(), 2U);
   server_->stop();
