@@ -186,8 +186,15 @@ bool Connection::set_up() {
 bool Connection::take(Result result) {
   const ExecStatusType status = PQresultStatus(result.get());
   if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
-  if (result.get() == nullptr || PQstatus(connection_.get()) != CONNECTION_OK) return fail();
-  error_ = get_message(result.get());
+  if (result.get() == nullptr) return fail();
+  if (PQstatus(connection_.get()) == CONNECTION_OK) {
+    error_ = get_message(result.get());
+    return false;
+  }
+  // What the server said before it went away is in one of two places.
+  const std::string last = join_lines(PQresultErrorMessage(result.get()));
+  fail();
+  if (error_.find(last) == std::string::npos) error_ = last;
   return false;
 }
 
@@ -234,15 +241,16 @@ Result Connection::run_both(const char* first, const char* second, const Sent& s
     // Each statement ends with a null, and all with the sync.
     for (int nulls = 0; nulls < 2;) {
       Result result(PQgetResult(connection));
-      const ExecStatusType status = PQresultStatus(result.get());
+      const bool has_failed =
+          answer.get() != nullptr && PQresultStatus(answer.get()) == PGRES_FATAL_ERROR;
       if (result.get() == nullptr) {
         if (PQstatus(connection) != CONNECTION_OK) {
           // What came before must not pass for the answer.
-          answer = Result();
+          if (!has_failed) answer = Result();
           break;
         }
         ++nulls;
-      } else if (status != PGRES_PIPELINE_ABORTED) {
+      } else if (!has_failed) {
         answer = std::move(result);
       }
     }

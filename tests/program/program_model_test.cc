@@ -86,6 +86,9 @@ std::string text_of(const std::vector<std::string>& arguments) {
 }
 
 #ifdef TRENDCSV_ARCHIVE_TESTS
+// An archive takes longer to make than a file.
+constexpr int LOGS = 40;
+
 /// An archive on a server that all tests share.
 class Database {
  public:
@@ -100,6 +103,8 @@ class Database {
   std::string path_ = server().make_archive();
 };
 #else
+constexpr int LOGS = 120;
+
 class Database {
  public:
   [[nodiscard]] std::string path() const { return folder_.file("trend.db"); }
@@ -112,7 +117,7 @@ class Database {
 TEST(ProgramModel, DumpsRandomLogsAsTheModelDoes) {
   Random random(3);
   int rows_seen = 0;
-  const int rounds = random_rounds(120);
+  const int rounds = random_rounds(LOGS);
   for (int i = 0; i < rounds; ++i) {
     const ModelLog log = random_log(random, pick(random, 2) == 0);
     const Database database;
@@ -135,7 +140,7 @@ TEST(ProgramModel, DumpsRandomLogsAsTheModelDoes) {
 
 TEST(ProgramModel, PrintsTheSameRowsInChunksOfAnySize) {
   Random random(4);
-  for (int i = 0; i < random_rounds(25); ++i) {
+  for (int i = 0; i < random_rounds(LOGS / 5); ++i) {
     const ModelLog log = random_log(random, false);
     const Database database;
     const std::string db = database.path();
