@@ -5,8 +5,8 @@
 #include <cmath>
 #include <limits>
 
-#include "libtrend/query/engine.h"
 #include "libtrend/query/bytes.h"
+#include "libtrend/query/engine.h"
 #include "libtrend/sqlite/checksum.h"
 #include "libtrend/sqlite/column.h"
 

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <bit>
 
-#include "libtrend/sqlite/block.h"
 #include "libtrend/query/bytes.h"
+#include "libtrend/sqlite/block.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/sqlite/series_state.h"
 

@@ -19,7 +19,7 @@ void add_init_command(CLI::App& app, Action& action) {
       ->check(CLI::Range(1U, InitOptions::MAX_PARTITIONS));
   command
       .add_option("--retention", options->archive.retention_months,
-                  "Divide the rows of an archive by month, too, to keep so many months")
+                  "Note in an archive that its rows are to be kept for so many months")
       ->type_name("MONTHS")
       ->check(CLI::Range(1U, InitOptions::MAX_MONTHS));
 }
