@@ -19,7 +19,8 @@ namespace {
 constexpr unsigned LOCK_TIMEOUT = 40;                       // seconds
 constexpr std::size_t ROWS_TO_SEND = std::size_t{4} << 20;  // bytes
 constexpr std::uint32_t TYPE_OF_FLOAT8 = 701;               // in pg_type, the same everywhere
-constexpr std::uint32_t IS_NULL = 0xFFFFFFFF;               // in the place of a length
+constexpr const char* NOT_VALID = "the catalogue of the archive has an entry that is not valid";
+constexpr std::uint32_t IS_NULL = 0xFFFFFFFF;  // in the place of a length
 
 void append_value(std::uint64_t bits, std::vector<unsigned char>& bytes) {
   append(std::uint32_t{sizeof bits}, bytes);
@@ -98,6 +99,7 @@ bool ArchiveWriter::run(const std::string& sql, const Parameters& parameters) {
 
 bool ArchiveWriter::begin() {
   locked_.clear();
+  params_.clear();
   rows_.clear();
   return (connection_.ensure() && connection_.run("BEGIN")) || fail(connection_.error());
 }
@@ -130,46 +132,73 @@ bool ArchiveWriter::commit() {
               "; look with trendcsv");
 }
 
+/// Sets `result` to the row that `find` finds, which `insert` adds first if it is not there.
+/// Returns false on failure.
+bool ArchiveWriter::find_or_add(const char* find, const Parameters& key, const char* insert,
+                                const Parameters& values, Result& result) {
+  if (!fetch(find, key, result)) return false;
+  if (result.rows() > 0) return true;
+  return run(insert, values) && fetch(find, key, result) &&
+         (result.rows() > 0 || fail("an entry of the catalogue was removed meanwhile"));
+}
+
 bool ArchiveWriter::add_device(CDeviceProperties& device) {
   Result result;
-  return run("INSERT INTO device (path, description) VALUES ($1, $2) ON CONFLICT DO NOTHING",
-             Parameters().add(device.path).add(device.aux_text)) &&
-         fetch("SELECT id, description FROM device WHERE path = $1", Parameters().add(device.path),
-               result) &&
-         ((result.rows() == 1 && result.read(0, 0, device.aux_1) &&
-           result.read(0, 1, device.aux_text)) ||
-          fail("device '" + device.path + "' was removed meanwhile"));
+  return find_or_add(
+             "SELECT id, description FROM device WHERE path = $1", Parameters().add(device.path),
+             "INSERT INTO device (path, description) VALUES ($1, $2) ON CONFLICT DO NOTHING",
+             Parameters().add(device.path).add(device.aux_text), result) &&
+         ((result.read(0, 0, device.aux_1) && result.read(0, 1, device.aux_text)) ||
+          fail(NOT_VALID));
+}
+
+/// Reads the parameters of a device once for each transaction, and once more to lock the device, so
+/// that two writers do not take the same slots. Returns null on failure.
+ArchiveWriter::KnownParams* ArchiveWriter::get_params(std::int64_t device_id, bool must_lock) {
+  const auto [entry, is_new] = params_.try_emplace(device_id);
+  KnownParams& known = entry->second;
+  if (!is_new && (known.is_locked || !must_lock)) return &known;
+  const Parameters device = Parameters().add(device_id);
+  Result result;
+  if (must_lock && !fetch("SELECT id FROM device WHERE id = $1 FOR UPDATE", device, result)) {
+    return nullptr;
+  }
+  if (must_lock && result.rows() != 1) {
+    fail("the archive has no such device");
+    return nullptr;
+  }
+  known.is_locked = must_lock;
+  const std::string sql = std::string("SELECT ").append(PARAM_COLUMNS);
+  if (!fetch(sql + " FROM parameter WHERE device_id = $1", device, result)) return nullptr;
+  for (std::size_t row = 0; row < result.rows(); ++row) {
+    CParamProperties param;
+    if (!read_param(result, row, param)) {
+      fail(NOT_VALID);
+      return nullptr;
+    }
+    known.free_slot = std::max(known.free_slot, get_slot(param, STATISTICS.size()));
+    known.by_path[param.path] = param;
+  }
+  return &known;
 }
 
 bool ArchiveWriter::add_param(const CDeviceProperties& device, CParamProperties& param) {
-  // The device is locked, so that two writers do not take the same slots.
-  Result result;
-  if (!fetch("SELECT id FROM device WHERE id = $1 FOR UPDATE", Parameters().add(device.aux_1),
-             result)) {
-    return false;
+  KnownParams* known = nullptr;
+  for (const bool must_lock : {false, true}) {
+    known = get_params(device.aux_1, must_lock);
+    if (known == nullptr) return false;
+    const auto same = known->by_path.find(param.path);
+    if (same == known->by_path.end()) continue;
+    param = same->second;
+    return true;
   }
-  if (result.rows() != 1) return fail("the archive has no such device");
-  const std::string sql = std::string("SELECT ").append(PARAM_COLUMNS);
-  if (!fetch(sql + " FROM parameter WHERE device_id = $1 AND (path = $2 OR first_slot = "
-                   "(SELECT max(first_slot) FROM parameter WHERE device_id = $1))",
-             Parameters().add(device.aux_1).add(param.path), result)) {
-    return false;
-  }
-  std::size_t free_slot = 0;
-  for (std::size_t row = 0; row < result.rows(); ++row) {
-    CParamProperties known;
-    if (!read_param(result, row, known)) return fail("the catalogue of the archive is not valid");
-    if (known.path == param.path) {
-      param = known;
-      return true;
-    }
-    free_slot = std::max(free_slot, get_slot(known, STATISTICS.size()));
-  }
-  param.aux_1 = static_cast<std::uint32_t>(free_slot);
-  if (get_slot(param, STATISTICS.size()) > MAX_DEVICE_SLOTS) {
+  param.aux_1 = static_cast<std::uint32_t>(known->free_slot);
+  known->free_slot = get_slot(param, STATISTICS.size());
+  if (known->free_slot > MAX_DEVICE_SLOTS) {
     return fail("parameter '" + param.path + "' needs more than the " +
                 std::to_string(MAX_DEVICE_SLOTS) + " slots that a device can have");
   }
+  known->by_path[param.path] = param;
   Parameters parameters;
   parameters.add(device.aux_1).add(param.path).add(std::int64_t{param.aux_1});
   for (const Statistic& statistic : STATISTICS) parameters.add(param.*statistic.flag);
@@ -181,15 +210,15 @@ bool ArchiveWriter::add_param(const CDeviceProperties& device, CParamProperties&
 
 bool ArchiveWriter::add_series(const CDeviceProperties& device, std::uint32_t minutes,
                                CSeries& series) {
-  Parameters parameters;
-  parameters.add(device.aux_1).add(std::int64_t{minutes});
+  Parameters key;
+  key.add(device.aux_1).add(std::int64_t{minutes});
   Result result;
   series.minutes = minutes;
-  return run("INSERT INTO series (device_id, minutes) VALUES ($1, $2) ON CONFLICT DO NOTHING",
-             parameters) &&
-         fetch("SELECT id FROM series WHERE device_id = $1 AND minutes = $2", parameters, result) &&
-         ((result.rows() == 1 && result.read(0, 0, series.id)) ||
-          fail("the series was removed meanwhile"));
+  return find_or_add(
+             "SELECT id FROM series WHERE device_id = $1 AND minutes = $2", key,
+             "INSERT INTO series (device_id, minutes) VALUES ($1, $2) ON CONFLICT DO NOTHING", key,
+             result) &&
+         (result.read(0, 0, series.id) || fail(NOT_VALID));
 }
 
 /// Locks a series until the transaction ends, and looks which times it has. Returns null on
@@ -298,6 +327,7 @@ bool ArchiveWriter::remove_device(const CDeviceProperties& device) {
     CSeries series;
     if (!result.read(row, 0, series.id) || !remove_series(series)) return false;
   }
+  params_.erase(device.aux_1);
   if (!run("DELETE FROM parameter WHERE device_id = $1", parameters) ||
       !fetch("DELETE FROM device WHERE id = $1 RETURNING 1", parameters, result)) {
     return false;

@@ -1,6 +1,7 @@
 // Recording into an archive on PostgreSQL; docs/archive.md describes its tables.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -56,6 +57,16 @@ class ArchiveWriter : public LogWriter {
     std::int64_t rows = 0;
   };
 
+  /// The parameters of a device.
+  struct KnownParams {
+    bool is_locked = false;  ///< whether nobody else can add one
+    std::map<std::string, CParamProperties> by_path;
+    std::size_t free_slot = 0;  ///< the one after all of theirs
+  };
+
+  bool find_or_add(const char* find, const Parameters& key, const char* insert,
+                   const Parameters& values, Result& result);
+  [[nodiscard]] KnownParams* get_params(std::int64_t device_id, bool must_lock);
   [[nodiscard]] Locked* lock(std::int64_t series_id);
   [[nodiscard]] bool is_free(const Locked& series, std::int64_t series_id, std::int64_t time);
   [[nodiscard]] bool flush();
@@ -66,7 +77,8 @@ class ArchiveWriter : public LogWriter {
 
   Connection connection_;
   std::map<std::int64_t, Locked> locked_;
-  std::vector<unsigned char> rows_;  ///< collected, in the form of COPY
+  std::map<std::int64_t, KnownParams> params_;  ///< by the id of the device
+  std::vector<unsigned char> rows_;             ///< collected, in the form of COPY
 };
 
 }  // namespace toolkit::trend
