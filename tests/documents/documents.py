@@ -30,6 +30,7 @@ from typing import NamedTuple
 NOT_RUN = {
     "README.md": {
         "scripts/demo": "a test of its own runs it, and scripts/test runs this test",
+        "scripts/build-packages": "scripts/test-packages makes and installs the packages",
     },
     "CONTRIBUTING.md": {
         "cmake --preset dev": "scripts/test runs these commands, and this test is one of them",
@@ -64,6 +65,7 @@ NOT_RUN = {
     "docs/target.md": {
         "scripts/build-target": "takes minutes; scripts/test-target runs it",
         "scp build/target-static/install/bin/* root@device:/usr/local/bin/": "needs a device",
+        "scripts/build-packages powerpc": "scripts/test-packages runs it",
     },
 }
 
