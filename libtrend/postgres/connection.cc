@@ -157,7 +157,7 @@ bool Connection::ensure() {
                                                    nullptr};
   const std::array<const char*, COUNT> values = {
       timeout.c_str(), lost.c_str(), "10", "10", "libtrend", address_.url.c_str(), nullptr};
-  prepared_.clear();
+  names_.clear();
   first_ = nullptr;
   is_pending_ = false;
   connection_.reset(PQconnectdbParams(keywords.data(), values.data(), 1));
@@ -217,27 +217,41 @@ void Connection::end_transaction() {
   is_pending_ = PQsendQuery(connection_.get(), "ROLLBACK") == 1;
 }
 
-/// Returns the name of the prepared statement `sql`, or null on failure.
-const char* Connection::prepare(const std::string& sql) {
-  const auto known = prepared_.find(sql);
-  if (known != prepared_.end()) return known->second.c_str();
-  const std::string name = std::to_string(prepared_.size());
-  if (!take(Result(PQprepare(connection_.get(), name.c_str(), sql.c_str(), 0, nullptr)))) {
-    return nullptr;
+/// Prepares `sql` when it is run for the second time. Sets `statement.name` to null before that.
+/// Returns false on failure.
+bool Connection::prepare(const std::string& sql, Prepared& statement) {
+  const auto [known, is_new] = names_.try_emplace(sql);
+  statement.sql = known->first.c_str();
+  if (is_new) return true;
+  if (known->second.empty()) {
+    const std::string name = std::to_string(++prepared_);
+    if (!take(Result(PQprepare(connection_.get(), name.c_str(), sql.c_str(), 0, nullptr)))) {
+      return false;
+    }
+    known->second = name;
   }
-  return prepared_.emplace(sql, name).first->second.c_str();
+  statement.name = known->second.c_str();
+  return true;
 }
 
-/// Runs two prepared statements at once and returns the result of the second, or of the first if
-/// that fails.
-Result Connection::run_both(const char* first, const char* second, const Sent& sent) {
+/// Sends a statement to a connection in pipeline mode.
+bool Connection::send(const Prepared& statement, const Sent& sent) {
+  const char* const* values = sent.values.data();
+  const int* lengths = sent.lengths.data();
+  const int* formats = sent.formats.data();
+  PGconn* connection = connection_.get();
+  return (statement.name == nullptr ? PQsendQueryParams(connection, statement.sql, sent.count(),
+                                                        nullptr, values, lengths, formats, BINARY)
+                                    : PQsendQueryPrepared(connection, statement.name, sent.count(),
+                                                          values, lengths, formats, BINARY)) == 1;
+}
+
+/// Runs two statements at once and returns the result of the second, or of the first if that fails.
+Result Connection::run_both(const Prepared& first, const Prepared& second, const Sent& sent) {
   PGconn* connection = connection_.get();
   Result answer;
-  if (PQenterPipelineMode(connection) == 1 &&
-      PQsendQueryPrepared(connection, first, 0, nullptr, nullptr, nullptr, BINARY) == 1 &&
-      PQsendQueryPrepared(connection, second, sent.count(), sent.values.data(), sent.lengths.data(),
-                          sent.formats.data(), BINARY) == 1 &&
-      PQpipelineSync(connection) == 1) {
+  if (PQenterPipelineMode(connection) == 1 && send(first, Sent(Parameters())) &&
+      send(second, sent) && PQpipelineSync(connection) == 1) {
     // Each statement ends with a null, and all with the sync.
     for (int nulls = 0; nulls < 2;) {
       Result result(PQgetResult(connection));
@@ -263,20 +277,23 @@ Result Connection::run_both(const char* first, const char* second, const Sent& s
 bool Connection::run(const std::string& sql, const Parameters& parameters, Result& result) {
   const Sent sent(parameters);
   finish_pending();
-  if (prepared_.size() + 2 > MAX_PREPARED) {
+  if (names_.size() + 2 > MAX_PREPARED) {
     if (!run("DEALLOCATE ALL")) return false;
-    prepared_.clear();
+    names_.clear();
   }
   const char* const first_sql = std::exchange(first_, nullptr);
-  const char* const first = first_sql == nullptr ? nullptr : prepare(first_sql);
-  if (first_sql != nullptr && first == nullptr) return false;
-  const char* const second = prepare(sql);
-  if (second == nullptr) return false;
-  if (first == nullptr) {
-    result = Result(PQexecPrepared(connection_.get(), second, sent.count(), sent.values.data(),
-                                   sent.lengths.data(), sent.formats.data(), BINARY));
-  } else {
+  Prepared first;
+  Prepared second;
+  if ((first_sql != nullptr && !prepare(first_sql, first)) || !prepare(sql, second)) return false;
+  if (first_sql != nullptr) {
     result = run_both(first, second, sent);
+  } else if (second.name == nullptr) {
+    result =
+        Result(PQexecParams(connection_.get(), second.sql, sent.count(), nullptr,
+                            sent.values.data(), sent.lengths.data(), sent.formats.data(), BINARY));
+  } else {
+    result = Result(PQexecPrepared(connection_.get(), second.name, sent.count(), sent.values.data(),
+                                   sent.lengths.data(), sent.formats.data(), BINARY));
   }
   const ExecStatusType status = PQresultStatus(result.get());
   if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;

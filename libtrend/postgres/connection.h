@@ -107,11 +107,16 @@ class Connection {
   };
 
   struct Sent;
+  struct Prepared {
+    const char* sql = nullptr;
+    const char* name = nullptr;
+  };
 
   bool set_up();
   void finish_pending();
-  const char* prepare(const std::string& sql);
-  Result run_both(const char* first, const char* second, const Sent& sent);
+  bool prepare(const std::string& sql, Prepared& statement);
+  bool send(const Prepared& statement, const Sent& sent);
+  Result run_both(const Prepared& first, const Prepared& second, const Sent& sent);
   bool take(Result result);
   bool fail();
 
@@ -119,9 +124,11 @@ class Connection {
   Use use_;
   unsigned timeout_;
   std::unique_ptr<pg_conn, Finish> connection_;
-  std::map<std::string, std::string> prepared_;  ///< names of statements by their SQL
-  const char* first_ = nullptr;                  ///< what `run_with_next` was told
-  bool is_pending_ = false;  ///< whether a statement was sent whose result nobody has taken
+  /// The names of prepared statements by their SQL; empty for those that have run once.
+  std::map<std::string, std::string> names_;
+  unsigned prepared_ = 0;        ///< how many there were
+  const char* first_ = nullptr;  ///< what `run_with_next` was told
+  bool is_pending_ = false;      ///< whether a statement was sent whose result nobody has taken
   std::string error_;
 };
 
