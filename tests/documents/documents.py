@@ -63,7 +63,7 @@ NOT_RUN = {
         "trendtool export -x weather.db -d site/observed --format influx |": "Debian has no InfluxDB",
     },
     "docs/target.md": {
-        "scripts/build-target": "takes minutes; scripts/test-target runs it",
+        "scripts/build-target": "takes minutes; scripts/test-packages runs it",
         "scp build/target-static/install/bin/* root@device:/usr/local/bin/": "needs a device",
         "scripts/build-packages powerpc": "scripts/test-packages runs it",
     },
