@@ -14,7 +14,6 @@ namespace toolkit::trend {
 namespace {
 
 constexpr int BINARY = 1;
-constexpr std::size_t MAX_PREPARED = 64;
 
 /// The text of a message, in one line and without the blanks at its end.
 std::string join_lines(std::string_view text) {
@@ -32,6 +31,12 @@ std::string get_message(const PGresult* result) {
   const char* detail = PQresultErrorField(result, PG_DIAG_MESSAGE_DETAIL);
   if (detail != nullptr) text.append(": ").append(join_lines(detail));
   return text;
+}
+
+/// Whether a statement has succeeded.
+bool is_good(const Result& result) {
+  const ExecStatusType status = PQresultStatus(result.get());
+  return status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK;
 }
 
 /// A time limit in milliseconds, as libpq and the server take it. 0 would be no limit.
@@ -140,7 +145,7 @@ bool Connection::fail() {
 }
 
 bool Connection::ensure() {
-  if (connection_ && PQstatus(connection_.get()) == CONNECTION_OK) return true;
+  if (connection_ && !is_lost_ && PQstatus(connection_.get()) == CONNECTION_OK) return true;
   // What comes before the URL are defaults, which the URL may change.
   constexpr unsigned LEAST = 2;  // of libpq
   constexpr unsigned MOST = std::numeric_limits<std::int32_t>::max() / 1000;
@@ -159,7 +164,11 @@ bool Connection::ensure() {
       timeout.c_str(), lost.c_str(), "10", "10", "libtrend", address_.url.c_str(), nullptr};
   names_.clear();
   first_ = nullptr;
-  is_pending_ = false;
+  statements_ = 0;
+  pipelines_ = 0;
+  is_ahead_ = false;
+  ahead_ = Result();
+  is_lost_ = false;
   connection_.reset(PQconnectdbParams(keywords.data(), values.data(), 1));
   if (PQstatus(connection_.get()) != CONNECTION_OK) return fail();
   PQsetNoticeProcessor(
@@ -184,8 +193,7 @@ bool Connection::set_up() {
 }
 
 bool Connection::take(Result result) {
-  const ExecStatusType status = PQresultStatus(result.get());
-  if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
+  if (is_good(result)) return true;
   if (result.get() == nullptr) return fail();
   if (PQstatus(connection_.get()) == CONNECTION_OK) {
     error_ = get_message(result.get());
@@ -199,13 +207,8 @@ bool Connection::take(Result result) {
 }
 
 bool Connection::run(const std::string& sql) {
-  finish_pending();
+  finish_pipeline();
   return take(Result(PQexec(connection_.get(), sql.c_str())));
-}
-
-/// Takes the result of a statement that was sent earlier.
-void Connection::finish_pending() {
-  while (is_pending_) is_pending_ = Result(PQgetResult(connection_.get())).get() != nullptr;
 }
 
 void Connection::end_transaction() {
@@ -213,8 +216,15 @@ void Connection::end_transaction() {
     first_ = nullptr;
     return;
   }
-  finish_pending();
-  is_pending_ = PQsendQuery(connection_.get(), "ROLLBACK") == 1;
+  if (send({.sql = "ROLLBACK"}, Sent(Parameters()))) end_pipeline();
+}
+
+/// Makes room for two more prepared statements. Returns false on failure.
+bool Connection::limit_prepared() {
+  constexpr std::size_t MAX_PREPARED = 64;
+  if (names_.size() + 2 <= MAX_PREPARED) return true;
+  names_.clear();
+  return run("DEALLOCATE ALL");
 }
 
 /// Prepares `sql` when it is run for the second time. Sets `statement.name` to null before that.
@@ -224,6 +234,7 @@ bool Connection::prepare(const std::string& sql, Prepared& statement) {
   statement.sql = known->first.c_str();
   if (is_new) return true;
   if (known->second.empty()) {
+    finish_pipeline();
     const std::string name = std::to_string(++prepared_);
     if (!take(Result(PQprepare(connection_.get(), name.c_str(), sql.c_str(), 0, nullptr)))) {
       return false;
@@ -234,57 +245,97 @@ bool Connection::prepare(const std::string& sql, Prepared& statement) {
   return true;
 }
 
-/// Sends a statement to a connection in pipeline mode.
+/// Sends a statement as the next one of a pipeline.
 bool Connection::send(const Prepared& statement, const Sent& sent) {
   const char* const* values = sent.values.data();
   const int* lengths = sent.lengths.data();
   const int* formats = sent.formats.data();
   PGconn* connection = connection_.get();
+  if (PQenterPipelineMode(connection) != 1) return false;
+  ++statements_;
   return (statement.name == nullptr ? PQsendQueryParams(connection, statement.sql, sent.count(),
                                                         nullptr, values, lengths, formats, BINARY)
                                     : PQsendQueryPrepared(connection, statement.name, sent.count(),
                                                           values, lengths, formats, BINARY)) == 1;
 }
 
-/// Runs two statements at once and returns the result of the second, or of the first if that fails.
-Result Connection::run_both(const Prepared& first, const Prepared& second, const Sent& sent) {
+/// Ends a pipeline. If one of its statements fails, the rest of them are left out.
+void Connection::end_pipeline() {
+  if (PQpipelineSync(connection_.get()) == 1) ++pipelines_;
+}
+
+/// Reads the results of all pipelines that were sent, and returns them, one of each statement. If
+/// the connection is lost on the way, there is one result, which is empty or says why.
+std::vector<Result> Connection::finish_pipeline() {
   PGconn* connection = connection_.get();
-  Result answer;
-  if (PQenterPipelineMode(connection) == 1 && send(first, Sent(Parameters())) &&
-      send(second, sent) && PQpipelineSync(connection) == 1) {
-    // Each statement ends with a null, and all with the sync.
-    for (int nulls = 0; nulls < 2;) {
-      Result result(PQgetResult(connection));
-      const bool has_failed =
-          answer.get() != nullptr && PQresultStatus(answer.get()) == PGRES_FATAL_ERROR;
-      if (result.get() == nullptr) {
-        if (PQstatus(connection) != CONNECTION_OK) {
-          // What came before must not pass for the answer.
-          if (!has_failed) answer = Result();
-          break;
-        }
-        ++nulls;
-      } else if (!has_failed) {
-        answer = std::move(result);
-      }
+  std::vector<Result> results;
+  Result last;
+  while (pipelines_ > 0) {
+    Result result(PQgetResult(connection));
+    if (PQresultStatus(result.get()) == PGRES_PIPELINE_SYNC) {
+      --pipelines_;
+    } else if (result.get() != nullptr) {
+      last = std::move(result);
+    } else if (last.get() != nullptr && PQstatus(connection) == CONNECTION_OK) {
+      results.push_back(std::exchange(last, Result()));
+    } else {
+      // Where sending has failed, libpq returns no more results, but the status stays as it was.
+      is_lost_ = true;
+      // What came before must not pass for the whole.
+      results.clear();
+      results.push_back(is_good(last) ? Result() : std::move(last));
+      pipelines_ = 0;
     }
-    static_cast<void>(Result(PQgetResult(connection)));
   }
   PQexitPipelineMode(connection);
-  return answer;
+  statements_ = 0;
+  if (is_ahead_) ahead_ = results.empty() ? Result() : std::move(results.front());
+  is_ahead_ = false;
+  return results;
+}
+
+/// Runs two statements at once and returns the result of the second, or of the first if that fails.
+Result Connection::run_both(const Prepared& first, const Prepared& second, const Sent& sent) {
+  const std::size_t place = statements_;
+  if (send(first, Sent(Parameters())) && send(second, sent)) end_pipeline();
+  std::vector<Result> results = finish_pipeline();
+  if (results.size() == place + 2)
+    return std::move(results[is_good(results[place]) ? place + 1 : place]);
+  return results.empty() ? Result() : std::move(results.front());
+}
+
+void Connection::send_ahead(const std::string& sql, const Parameters& parameters) {
+  finish_pipeline();
+  ahead_ = Result();
+  Prepared statement;
+  if (!limit_prepared() || !prepare(sql, statement) || !send(statement, Sent(parameters))) return;
+  end_pipeline();
+  is_ahead_ = true;
+}
+
+void Connection::take_in() {
+  if (is_ahead_) PQconsumeInput(connection_.get());
+}
+
+bool Connection::take_ahead(Result& result) {
+  if (is_ahead_) finish_pipeline();
+  result = std::exchange(ahead_, Result());
+  return result.get() == nullptr || is_good(result) || take(std::move(result));
 }
 
 bool Connection::run(const std::string& sql, const Parameters& parameters, Result& result) {
   const Sent sent(parameters);
-  finish_pending();
-  if (names_.size() + 2 > MAX_PREPARED) {
-    if (!run("DEALLOCATE ALL")) return false;
-    names_.clear();
-  }
   const char* const first_sql = std::exchange(first_, nullptr);
+  if (first_sql == nullptr) {
+    finish_pipeline();
+    // A statement ahead that has failed has ended the transaction.
+    if (ahead_.get() != nullptr && !is_good(ahead_)) return take(std::exchange(ahead_, Result()));
+  }
   Prepared first;
   Prepared second;
-  if ((first_sql != nullptr && !prepare(first_sql, first)) || !prepare(sql, second)) return false;
+  if (!limit_prepared() || (first_sql != nullptr && !prepare(first_sql, first)) ||
+      !prepare(sql, second))
+    return false;
   if (first_sql != nullptr) {
     result = run_both(first, second, sent);
   } else if (second.name == nullptr) {
@@ -295,9 +346,7 @@ bool Connection::run(const std::string& sql, const Parameters& parameters, Resul
     result = Result(PQexecPrepared(connection_.get(), second.name, sent.count(), sent.values.data(),
                                    sent.lengths.data(), sent.formats.data(), BINARY));
   }
-  const ExecStatusType status = PQresultStatus(result.get());
-  if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
-  return take(std::move(result));
+  return is_good(result) || take(std::move(result));
 }
 
 bool Connection::run(const std::string& sql, const Parameters& parameters, std::int64_t& changed) {

@@ -76,6 +76,10 @@ class Connection {
   /// long the network may be away. A statement itself may take as long as it needs.
   Connection(ArchiveAddress address, Use use, unsigned timeout)
       : address_(std::move(address)), use_(use), timeout_(timeout) {}
+  /// Waits for rows that were sent ahead; the server would log a lost connection.
+  ~Connection() { finish_pipeline(); }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
 
   /// Connects, unless there is a connection that works.
   [[nodiscard]] bool ensure();
@@ -92,6 +96,14 @@ class Connection {
   void run_with_next(const char* sql) { first_ = sql; }
   /// Undoes the transaction, without waiting for the server to say so.
   void end_transaction();
+  /// Sends a statement of the transaction, without waiting for its rows. They take the place of
+  /// those of an earlier such statement.
+  void send_ahead(const std::string& sql, const Parameters& parameters);
+  /// Takes in what has arrived of those rows, so that the server need not wait with the rest.
+  void take_in();
+  /// Sets `result` to those rows, after waiting for them. It is empty where nothing was sent, or
+  /// where the rows were taken before.
+  [[nodiscard]] bool take_ahead(Result& result);
   /// Runs COMMIT. Returns false also where the server has rolled back instead. `is_in_doubt` is set
   /// to whether the connection was lost on the way, so that nobody knows.
   [[nodiscard]] bool commit(bool& is_in_doubt);
@@ -113,9 +125,11 @@ class Connection {
   };
 
   bool set_up();
-  void finish_pending();
+  bool limit_prepared();
   bool prepare(const std::string& sql, Prepared& statement);
   bool send(const Prepared& statement, const Sent& sent);
+  void end_pipeline();
+  std::vector<Result> finish_pipeline();
   Result run_both(const Prepared& first, const Prepared& second, const Sent& sent);
   bool take(Result result);
   bool fail();
@@ -128,7 +142,11 @@ class Connection {
   std::map<std::string, std::string> names_;
   unsigned prepared_ = 0;        ///< how many there were
   const char* first_ = nullptr;  ///< what `run_with_next` was told
-  bool is_pending_ = false;      ///< whether a statement was sent whose result nobody has taken
+  std::size_t statements_ = 0;   ///< how many were sent in pipelines and have no result yet
+  unsigned pipelines_ = 0;       ///< in how many
+  bool is_ahead_ = false;        ///< whether the first statement is that of `send_ahead`
+  Result ahead_;                 ///< its rows, or its failure, once they have been read
+  bool is_lost_ = false;         ///< whether the connection was found lost by its results
   std::string error_;
 };
 

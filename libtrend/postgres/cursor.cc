@@ -2,14 +2,19 @@
 
 #include <algorithm>
 #include <ctime>
+#include <utility>
 
 namespace toolkit::trend {
 
 namespace {
 
-/// How many bytes of values a portion may have.
-constexpr std::size_t PORTION_BYTES = std::size_t{1} << 20;
+/// How many bytes of values a portion may have, and how many rows. Programs mostly query some
+/// hundred rows at a time; the server shall prepare as many while the program works on them.
+constexpr std::size_t PORTION_BYTES = std::size_t{1} << 19;
 constexpr std::size_t VALUE_BYTES = 12;  // with its length
+constexpr std::uint64_t MAX_ROWS = 512;
+/// The same for rows that are skipped, whose times alone are read.
+constexpr std::uint64_t MAX_TIMES = 4096;
 /// Portions grow, so that a query for few rows reads few.
 constexpr std::uint64_t GROWTH = 4;
 
@@ -19,19 +24,22 @@ enum Column : std::size_t { TIME, VALID_RATIO, VALUES };
 
 ArchiveCursor::ArchiveCursor(Connection& connection, const CSeries& series, std::int64_t changes,
                              const std::vector<CParamProperties>& params, bool ascending,
-                             const RowsWanted& wanted, Portion& portion, std::string& error)
+                             const RowsWanted& wanted, Portion& portion, Portion* ahead,
+                             std::string& error)
     : connection_(connection),
       series_id_(series.id),
       changes_(changes),
       ascending_(ascending),
       portion_(portion),
+      ahead_(ahead),
       error_(error),
       runs_(params),
       largest_size_(std::clamp<std::uint64_t>(PORTION_BYTES / (VALUE_BYTES * (runs_.slots() + 1)),
                                               1, MAX_ROWS)),
       portion_size_(std::min(wanted.rows, largest_size_)),
-      skip_size_(std::min(wanted.skipped, MAX_ROWS) + std::min(wanted.rows, MAX_ROWS)),
-      wants_values_(wanted.skipped == 0) {}
+      skip_size_(std::min(wanted.skipped, MAX_TIMES) + std::min(wanted.rows, MAX_TIMES)),
+      wants_values_(wanted.skipped == 0),
+      goes_on_(wanted.rows > MAX_ROWS) {}
 
 std::string ArchiveCursor::get_sql(bool with_values) const {
   std::string sql = "SELECT time";
@@ -42,22 +50,31 @@ std::string ArchiveCursor::get_sql(bool with_values) const {
   return sql.append(ascending_ ? "" : " DESC").append(" LIMIT $3 OFFSET $4");
 }
 
+/// Returns the portion of the next `size` rows, without them.
+Portion ArchiveCursor::describe(std::uint64_t size) const {
+  return {.changes = changes_,
+          .sql = get_sql(wants_values_),
+          .earliest = earliest_,
+          .latest = latest_,
+          .wanted = size,
+          .rows = Result()};
+}
+
+Parameters ArchiveCursor::get_parameters(const Portion& portion, std::uint64_t offset) {
+  Parameters parameters;
+  parameters.add_time(portion.earliest).add_time(portion.latest);
+  parameters.add(static_cast<std::int64_t>(portion.wanted));
+  return parameters.add(static_cast<std::int64_t>(offset));
+}
+
 /// Fetches the portion of `size` rows that comes after the next `offset`, and goes to its first
 /// row.
 bool ArchiveCursor::fetch(std::uint64_t offset, std::uint64_t size) {
   timestamp_ = NO_ROW;
   row_ = 0;
-  portion_ = {.changes = changes_,
-              .sql = get_sql(wants_values_),
-              .earliest = earliest_,
-              .latest = latest_,
-              .wanted = size,
-              .rows = Result()};
+  portion_ = describe(size);
   if (earliest_ > latest_) return true;
-  Parameters parameters;
-  parameters.add_time(earliest_).add_time(latest_);
-  parameters.add(static_cast<std::int64_t>(size)).add(static_cast<std::int64_t>(offset));
-  if (!connection_.run(portion_.sql, parameters, portion_.rows)) {
+  if (!connection_.run(portion_.sql, get_parameters(portion_, offset), portion_.rows)) {
     error_ = connection_.error();
     return false;
   }
@@ -65,7 +82,26 @@ bool ArchiveCursor::fetch(std::uint64_t offset, std::uint64_t size) {
   if (portion_.rows.rows() == 0) return true;
   if (!take_row()) return false;
   if (offset > 0) (ascending_ ? portion_.earliest : portion_.latest) = timestamp_;
+  look_ahead();
   return true;
+}
+
+/// Has the server prepare the portion after this one, if it is likely wanted.
+void ArchiveCursor::look_ahead() {
+  std::int64_t last = NO_ROW;
+  if (ahead_ == nullptr || !goes_on_ || !wants_values_ || is_last_portion() ||
+      !portion_.rows.read_time(portion_.rows.rows() - 1, TIME, last)) {
+    return;
+  }
+  Portion next = describe(portion_size_);
+  (ascending_ ? next.earliest : next.latest) = ascending_ ? last + 1 : last - 1;
+  if (next.earliest > next.latest ||
+      (next.sql == ahead_->sql && next.changes == ahead_->changes &&
+       next.earliest == ahead_->earliest && next.latest == ahead_->latest)) {
+    return;
+  }
+  connection_.send_ahead(next.sql, get_parameters(next, 0));
+  *ahead_ = std::move(next);
 }
 
 /// Takes the time of the current row over, unless it is beyond the range.
@@ -85,19 +121,24 @@ bool ArchiveCursor::take_row() {
   return true;
 }
 
-/// Goes to the first row of the range in the portion that an earlier cursor left, if that row must
-/// be there. Sets `is_placed` to whether it is.
+/// Whether the first rows of the range with their values, if there are any, are in `portion` or
+/// come after it.
+bool ArchiveCursor::is_usable(const Portion& portion) const {
+  return portion.changes == changes_ && portion.sql == get_sql(true) &&
+         (ascending_ ? earliest_ >= portion.earliest : latest_ <= portion.latest);
+}
+
+/// Whether no rows of the range come after the portion.
+bool ArchiveCursor::is_last_portion() const {
+  return portion_.rows.rows() < portion_.wanted && earliest_ >= portion_.earliest &&
+         latest_ <= portion_.latest;
+}
+
+/// Goes to the first row of the range in the portion, if that row must be there. Sets `is_placed`
+/// to whether it is.
 bool ArchiveCursor::go_on_in_portion(bool& is_placed) {
-  is_placed = false;
-  const std::size_t count = portion_.rows.rows();
-  if (portion_.changes != changes_ || portion_.sql != get_sql(true) || count == 0 ||
-      (ascending_ ? earliest_ < portion_.earliest : latest_ > portion_.latest)) {
-    return true;
-  }
-  // The query goes on, so it will want more.
-  portion_size_ = std::min(GROWTH * portion_.wanted, largest_size_);
   std::size_t first = 0;
-  for (std::size_t end = count; first < end;) {
+  for (std::size_t end = portion_.rows.rows(); first < end;) {
     const std::size_t middle = first + (end - first) / 2;
     std::int64_t time = 0;
     if (!portion_.rows.read_time(middle, TIME, time)) return fail_as_damaged();
@@ -107,26 +148,50 @@ bool ArchiveCursor::go_on_in_portion(bool& is_placed) {
       end = middle;
     }
   }
-  if (first == count) return true;
+  if (first == portion_.rows.rows()) return true;
   row_ = first;
   is_placed = true;
-  return take_row();
+  if (!take_row()) return false;
+  if (timestamp_ != NO_ROW) look_ahead();
+  return true;
+}
+
+/// Goes to the first row of the range in the portion at hand, or in the one that was sent ahead.
+/// Sets `is_placed` to whether it is there.
+bool ArchiveCursor::go_on(bool& is_placed) {
+  if (portion_.rows.rows() > 0 && is_usable(portion_)) {
+    goes_on_ = true;
+    portion_size_ = std::min(GROWTH * portion_.wanted, largest_size_);
+    if (!go_on_in_portion(is_placed)) return false;
+  }
+  if (is_placed || ahead_ == nullptr || !is_usable(*ahead_)) return true;
+  Portion next = std::exchange(*ahead_, Portion());
+  if (!connection_.take_ahead(next.rows)) {
+    error_ = connection_.error();
+    return false;
+  }
+  if (next.rows.rows() == 0) return true;
+  portion_ = std::move(next);
+  return go_on_in_portion(is_placed);
+}
+
+/// Goes to the first row of the range.
+bool ArchiveCursor::go_to_range() {
+  bool is_placed = false;
+  if (wants_values_ && !go_on(is_placed)) return false;
+  return is_placed || fetch(0, get_size());
 }
 
 bool ArchiveCursor::place(std::int64_t earliest, std::int64_t latest) {
   earliest_ = earliest;
   latest_ = latest;
-  bool is_placed = false;
-  if (wants_values_ && !go_on_in_portion(is_placed)) return false;
-  return is_placed || fetch(0, get_size());
+  return go_to_range();
 }
 
 bool ArchiveCursor::advance() {
   if (++row_ < portion_.rows.rows()) return take_row();
   timestamp_ = NO_ROW;
-  const bool is_last = portion_.rows.rows() < portion_.wanted && earliest_ >= portion_.earliest &&
-                       latest_ <= portion_.latest;
-  return is_last || fetch(0, get_size());
+  return is_last_portion() || go_to_range();
 }
 
 bool ArchiveCursor::pass(std::uint64_t count) {
@@ -148,6 +213,8 @@ bool ArchiveCursor::decode(CSnapshot& row) {
     if (!fetch(0, portion_size_)) return false;
     if (timestamp_ == NO_ROW) return fail_as_damaged();
   }
+  constexpr std::size_t ROWS_BETWEEN = 32;
+  if (row_ % ROWS_BETWEEN == 0) connection_.take_in();
   row.timestamp = static_cast<std::time_t>(timestamp_);
   if (!portion_.rows.read(row_, VALID_RATIO, row.valid_ratio) ||
       !runs_.unpack(portion_.rows, row_, VALUES, row.samples)) {

@@ -26,15 +26,17 @@ struct Portion {
 /// Reads the rows in portions. While rows are skipped, a portion has times alone.
 ///
 /// The last portion stays with the reader. As long as nobody changes the series, the next query can
-/// go on in it.
+/// go on in it. Where rows are read one portion after another, the server prepares the next portion
+/// while the caller works on one.
 class ArchiveCursor : public SeriesCursor {
  public:
   /// `changes` is the number of the series' last change, and `wanted` what the query wants of the
   /// series, as far as that is known. `portion`, which must outlive the cursor, is empty or that of
-  /// an earlier cursor over the series. A failure leaves the reason in `error`.
+  /// an earlier cursor over the series. `ahead` is the portion, without its rows, that was sent
+  /// ahead; null if this cursor shall not do so. A failure leaves the reason in `error`.
   ArchiveCursor(Connection& connection, const CSeries& series, std::int64_t changes,
                 const std::vector<CParamProperties>& params, bool ascending,
-                const RowsWanted& wanted, Portion& portion, std::string& error);
+                const RowsWanted& wanted, Portion& portion, Portion* ahead, std::string& error);
 
   [[nodiscard]] bool place(std::int64_t earliest, std::int64_t latest) override;
   [[nodiscard]] bool advance() override;
@@ -44,7 +46,14 @@ class ArchiveCursor : public SeriesCursor {
 
  private:
   [[nodiscard]] bool fetch(std::uint64_t offset, std::uint64_t rows);
+  [[nodiscard]] Portion describe(std::uint64_t size) const;
+  [[nodiscard]] static Parameters get_parameters(const Portion& portion, std::uint64_t offset);
+  void look_ahead();
+  [[nodiscard]] bool is_usable(const Portion& portion) const;
+  [[nodiscard]] bool is_last_portion() const;
+  [[nodiscard]] bool go_on(bool& is_placed);
   [[nodiscard]] bool go_on_in_portion(bool& is_placed);
+  [[nodiscard]] bool go_to_range();
   [[nodiscard]] bool take_row();
   [[nodiscard]] std::string get_sql(bool with_values) const;
   [[nodiscard]] std::uint64_t get_size() const {
@@ -52,20 +61,19 @@ class ArchiveCursor : public SeriesCursor {
   }
   bool fail_as_damaged();
 
-  /// How many rows a portion has at most.
-  static constexpr std::uint64_t MAX_ROWS = 4096;
-
   Connection& connection_;
   std::int64_t series_id_;
   std::int64_t changes_;
   bool ascending_;
   Portion& portion_;
+  Portion* ahead_;
   std::string& error_;
   SlotRuns runs_;
   std::uint64_t largest_size_;  ///< of portions with values
   std::uint64_t portion_size_;  ///< of the next one with values
   std::uint64_t skip_size_;     ///< of portions without
   bool wants_values_;
+  bool goes_on_;               ///< whether the portion after the current one is likely wanted
   std::int64_t earliest_ = 0;  ///< the rows after the current one are from here
   std::int64_t latest_ = 0;    ///< to here
   std::size_t row_ = 0;        ///< the current row of the portion

@@ -147,7 +147,8 @@ class Engines : public testing::Test {
     EXPECT_EQ(texts[0], texts[1]);
   }
 
-  /// Asks both sides the same about the device with the index `device`. Returns the rows found.
+  /// Asks both sides the same about the device with the index `device`. Returns the rows found, and
+  /// sets `last_time_` to the time of the last one.
   std::size_t expect_same_rows(std::size_t device, const std::vector<std::size_t>& wanted,
                                const std::vector<CPeriodProperties>& periods,
                                const std::pair<long, long>& range, unsigned count, unsigned offset,
@@ -169,12 +170,14 @@ class Engines : public testing::Test {
           << side.log.error();
     }
     EXPECT_EQ(flatten(results[0]), flatten(results[1]));
+    if (!results[0].snapshots.empty()) last_time_ = results[0].snapshots.back().timestamp;
     return results[0].snapshots.size();
   }
 
   TemporaryFolder folder_;
   Side file_{folder_.file("trend.db")};
   Side archive_{server().make_archive()};
+  std::time_t last_time_ = 0;
 };
 
 TEST_F(Engines, GiveTheSameResultsForRandomLogsAndQueries) {
@@ -268,6 +271,47 @@ TEST_F(Engines, ReadMoreRowsThanAPortionHas) {
         expect_same_rows(0, {0, 1}, {{.interval = 1}}, {-1, -1}, count, offset, ascending);
         expect_same_rows(0, {1}, {{.interval = 1}, {.interval = 2}}, {-1, -1}, count, offset,
                          ascending);
+      }
+    }
+  }
+}
+
+/// Programs read a range in many queries. The rows for the next one may be under way already when
+/// somebody records among them.
+TEST_F(Engines, GoOnFromQueryToQueryWhileSomebodyRecords) {
+  open();
+  ASSERT_EQ(begin(), 0);
+  for (const std::size_t device : {0U, 1U}) {
+    add_device(device == 0 ? "a" : "b");
+    add_param(device, "p", 3);
+    add_series(device, 1);
+    add_series(device, 60);
+    for (int i = 1; i <= 3000; ++i) {
+      ASSERT_EQ(append(2 * device, 120 * i, {1.0 * i, -1.0 * i}), 0);
+      if (i % 30 == 0) {
+        ASSERT_EQ(append(2 * device + 1, 120 * i, {0.5 * i}), 0);
+      }
+    }
+  }
+  ASSERT_EQ(commit(), 0);
+  std::mt19937 random(7);
+  std::int64_t late = 60;
+  for (const bool ascending : {false, true}) {
+    for (const std::uint32_t finest : {1U, 60U}) {
+      std::pair<long, long> range = {60, 400'000};
+      for (unsigned count = 1;; count = 1 + pick(random, 700)) {
+        const std::vector<CPeriodProperties> periods = {{.interval = finest}, {.interval = 60}};
+        if (expect_same_rows(0, {0}, periods, range, count, 0, ascending) == 0) break;
+        ASSERT_FALSE(HasFailure());
+        (ascending ? range.first : range.second) = last_time_ + (ascending ? 1 : -1);
+        if (pick(random, 3) == 0) expect_same_rows(1, {0}, periods, {-1, -1}, 600, 0, ascending);
+        if (pick(random, 2) == 0) {
+          late += 120 * (1 + static_cast<std::int64_t>(pick(random, 200)));
+          ASSERT_EQ(begin(), 0);
+          append(0, late % 360'000, {1e6});
+          append(1, late % 360'000 + 1, {1e7});
+          ASSERT_EQ(commit(), 0);
+        }
       }
     }
   }

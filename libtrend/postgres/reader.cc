@@ -136,8 +136,10 @@ std::unique_ptr<SeriesCursor> ArchiveReader::make_cursor(
   if (series.minutes > finest_) share.rows = wanted.rows / (series.minutes / finest_) + 2;
   // The rows of series that this query does not know will hardly be wanted again.
   std::erase_if(portions_, [&](const auto& entry) { return !changes_.contains(entry.first); });
+  // Only one portion can be sent ahead. Of several series, the finest has the most rows.
+  Portion* const ahead = series.minutes == finest_ ? &ahead_ : nullptr;
   return std::make_unique<ArchiveCursor>(connection_, series, changes_[series.id], params,
-                                         ascending, share, portions_[series.id], error_);
+                                         ascending, share, portions_[series.id], ahead, error_);
 }
 
 bool ArchiveReader::get_uuid(std::string& uuid) {

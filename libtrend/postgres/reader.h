@@ -55,6 +55,7 @@ class ArchiveReader : public LogReader {
   std::uint32_t finest_ = 0;  ///< the shortest interval that the query has a cursor for
   std::map<std::int64_t, std::int64_t> changes_;  ///< by the ids of the series that the query knows
   std::map<std::int64_t, Portion> portions_;      ///< likewise, the rows that were read last
+  Portion ahead_;                                 ///< what the connection has sent ahead
 };
 
 }  // namespace toolkit::trend

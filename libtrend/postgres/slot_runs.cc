@@ -48,6 +48,15 @@ bool unpack_array(std::span<const unsigned char> bytes, std::span<double> values
   return true;
 }
 
+/// Returns SQL for `slice`, the first `count` slots, or for all slots where there are hardly more.
+/// To cut an array costs the server more than to send some values more, and its stored size is
+/// known without unpacking it.
+std::string prefer_whole(const std::string& slice, std::size_t count) {
+  constexpr std::size_t HEAD = 24;  // of an array with one dimension
+  const std::string size = std::to_string(HEAD + sizeof(double) * count);
+  return "CASE WHEN pg_column_size(samples) <= " + size + " THEN samples ELSE " + slice + " END";
+}
+
 }  // namespace
 
 SlotRuns::SlotRuns(const std::vector<CParamProperties>& params) : params_(params.size()) {
@@ -76,8 +85,11 @@ SlotRuns::SlotRuns(const std::vector<CParamProperties>& params) : params_(params
     starts.push_back(slots_);
     slots_ += run.end - run.first;
     // An index of SQL counts from 1.
-    columns_.append(", samples[").append(std::to_string(run.first + 1)).append(":");
-    columns_.append(std::to_string(run.end)).append("]");
+    std::string slice = "samples[";
+    slice.append(std::to_string(run.first + 1)).append(":");
+    slice.append(std::to_string(run.end)).append("]");
+    if (run.first == 0) slice = prefer_whole(slice, run.end);
+    columns_.append(", ").append(slice);
   }
   for (std::size_t i = 0; i < params.size(); ++i) {
     for (std::size_t s = 0; s < STATISTICS.size(); ++s) {
