@@ -10,6 +10,11 @@
 
 namespace toolkit::trend {
 
+// The reasons for not reading what another program has written.
+inline constexpr const char* DAMAGED_CATALOGUE =
+    "the catalogue of the archive has an entry that is not valid";
+inline constexpr const char* NOT_A_ROW = "the archive has a row that is not one of a trend";
+
 /// The columns of the table `parameter` that `read_param` reads.
 inline constexpr const char* PARAM_COLUMNS =
     "path, first_slot, has_min, has_max, has_avg, has_actual, has_sum";

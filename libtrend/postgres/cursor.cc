@@ -4,6 +4,8 @@
 #include <ctime>
 #include <utility>
 
+#include "libtrend/postgres/catalogue.h"
+
 namespace toolkit::trend {
 
 namespace {
@@ -239,7 +241,7 @@ bool ArchiveCursor::find_before(std::int64_t time, std::int64_t& timestamp) {
 }
 
 bool ArchiveCursor::fail_as_damaged() {
-  error_ = "the archive has a row that is not one of a trend";
+  error_ = NOT_A_ROW;
   return false;
 }
 

@@ -12,8 +12,6 @@ namespace toolkit::trend {
 
 namespace {
 
-constexpr const char* DAMAGED = "the catalogue of the archive has an entry that is not valid";
-constexpr const char* NOT_A_ROW = "the archive has a row that is not one of a trend";
 constexpr const char* STOPPED = "it was stopped";
 
 }  // namespace
@@ -60,7 +58,7 @@ bool ArchiveReader::get_devices(std::vector<CDeviceProperties>& devices) {
     CDeviceProperties& device = devices.emplace_back();
     if (!result.read(row, 0, device.aux_1) || !result.read(row, 1, device.path) ||
         !result.read(row, 2, device.aux_text)) {
-      return fail(DAMAGED);
+      return fail(DAMAGED_CATALOGUE);
     }
   }
   return true;
@@ -75,7 +73,7 @@ bool ArchiveReader::get_params(const CDeviceProperties& device,
     return false;
   }
   for (std::size_t row = 0; row < result.rows(); ++row) {
-    if (!read_param(result, row, params.emplace_back())) return fail(DAMAGED);
+    if (!read_param(result, row, params.emplace_back())) return fail(DAMAGED_CATALOGUE);
   }
   return true;
 }
@@ -85,7 +83,8 @@ bool ArchiveReader::get_periods(std::vector<CPeriodProperties>& periods) {
   if (!fetch("SELECT DISTINCT minutes FROM series", {}, result)) return false;
   const std::size_t size = periods.size();
   for (std::size_t row = 0; row < result.rows(); ++row) {
-    if (!read_number(result, row, 0, periods.emplace_back().interval)) return fail(DAMAGED);
+    if (!read_number(result, row, 0, periods.emplace_back().interval))
+      return fail(DAMAGED_CATALOGUE);
   }
   std::sort(periods.begin() + static_cast<std::ptrdiff_t>(size), periods.end(),
             [](const auto& a, const auto& b) { return a.interval < b.interval; });
@@ -102,7 +101,7 @@ bool ArchiveReader::get_series(const CDeviceProperties& device, std::vector<CSer
     CSeries& one = series.emplace_back();
     if (!result.read(row, 0, one.id) || !read_number(result, row, 1, one.minutes) ||
         !result.read(row, 2, changes_[one.id])) {
-      return fail(DAMAGED);
+      return fail(DAMAGED_CATALOGUE);
     }
   }
   return true;
@@ -120,7 +119,8 @@ bool ArchiveReader::summarize(const CSeries& series, CSeriesSummary& summary) {
           Parameters().add(series.id), result)) {
     return false;
   }
-  if (result.rows() != 1 || !read_number(result, 0, 0, summary.rows)) return fail(DAMAGED);
+  if (result.rows() != 1 || !read_number(result, 0, 0, summary.rows))
+    return fail(DAMAGED_CATALOGUE);
   if (summary.rows == 0) return true;
   return (result.read_time(0, 1, summary.first_time) && result.read_time(0, 2, summary.last_time) &&
           read_number(result, 0, 3, summary.bytes)) ||
@@ -145,7 +145,7 @@ std::unique_ptr<SeriesCursor> ArchiveReader::make_cursor(
 bool ArchiveReader::get_uuid(std::string& uuid) {
   Result result;
   return fetch("SELECT uuid::text FROM archive", {}, result) &&
-         ((result.rows() == 1 && result.read(0, 0, uuid)) || fail(DAMAGED));
+         ((result.rows() == 1 && result.read(0, 0, uuid)) || fail(DAMAGED_CATALOGUE));
 }
 
 bool ArchiveReader::get_changes(const CSeries& series, std::uint64_t since,
@@ -172,7 +172,7 @@ bool ArchiveReader::get_changes(const CSeries& series, std::uint64_t since,
   for (std::size_t row = 0; row < result.rows(); ++row) {
     CTimeRange range;
     if (!result.read_time(row, 0, range.first) || !result.read_time(row, 1, range.last)) {
-      return fail(DAMAGED);
+      return fail(DAMAGED_CATALOGUE);
     }
     if (!changes.ranges.empty() && range.first <= changes.ranges.back().last) {
       changes.ranges.back().last = std::max(changes.ranges.back().last, range.last);

@@ -6,6 +6,7 @@
 #include <limits>
 #include <span>
 
+#include "libtrend/postgres/wire.h"
 #include "libtrend/query/bytes.h"
 #include "libtrend/statistics.h"
 
@@ -16,7 +17,6 @@ namespace {
 constexpr double LACKING = std::numeric_limits<double>::quiet_NaN();
 /// More columns than this cost more than the slots between the runs.
 constexpr std::size_t MAX_RUNS = 32;
-constexpr std::uint32_t TYPE_OF_FLOAT8 = 701;  // in pg_type, the same everywhere
 
 /// Unpacks an array of float8 in PostgreSQL's binary form into `values`, which it does not fill
 /// where it is shorter.

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "libtrend/postgres/connection.h"
+#include "libtrend/postgres/values.h"
 #include "libtrend/records.h"
 
 namespace toolkit::trend {

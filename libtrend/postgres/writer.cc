@@ -8,7 +8,7 @@
 
 #include "libtrend/postgres/catalogue.h"
 #include "libtrend/postgres/schema.h"
-#include "libtrend/postgres/wire_time.h"
+#include "libtrend/postgres/wire.h"
 #include "libtrend/query/bytes.h"
 #include "libtrend/statistics.h"
 
@@ -18,9 +18,7 @@ namespace {
 
 constexpr unsigned LOCK_TIMEOUT = 40;                       // seconds
 constexpr std::size_t ROWS_TO_SEND = std::size_t{4} << 20;  // bytes
-constexpr std::uint32_t TYPE_OF_FLOAT8 = 701;               // in pg_type, the same everywhere
-constexpr const char* NOT_VALID = "the catalogue of the archive has an entry that is not valid";
-constexpr std::uint32_t IS_NULL = 0xFFFFFFFF;  // in the place of a length
+constexpr std::uint32_t IS_NULL = 0xFFFFFFFF;               // in the place of a length
 
 void append_value(std::uint64_t bits, std::vector<unsigned char>& bytes) {
   append(std::uint32_t{sizeof bits}, bytes);
@@ -149,7 +147,7 @@ bool ArchiveWriter::add_device(CDeviceProperties& device) {
              "INSERT INTO device (path, description) VALUES ($1, $2) ON CONFLICT DO NOTHING",
              Parameters().add(device.path).add(device.aux_text), result) &&
          ((result.read(0, 0, device.aux_1) && result.read(0, 1, device.aux_text)) ||
-          fail(NOT_VALID));
+          fail(DAMAGED_CATALOGUE));
 }
 
 /// Reads the parameters of a device once for each transaction, and once more to lock the device, so
@@ -173,7 +171,7 @@ ArchiveWriter::KnownParams* ArchiveWriter::get_params(std::int64_t device_id, bo
   for (std::size_t row = 0; row < result.rows(); ++row) {
     CParamProperties param;
     if (!read_param(result, row, param)) {
-      fail(NOT_VALID);
+      fail(DAMAGED_CATALOGUE);
       return nullptr;
     }
     known.free_slot = std::max(known.free_slot, get_slot(param, STATISTICS.size()));
@@ -218,7 +216,7 @@ bool ArchiveWriter::add_series(const CDeviceProperties& device, std::uint32_t mi
              "SELECT id FROM series WHERE device_id = $1 AND minutes = $2", key,
              "INSERT INTO series (device_id, minutes) VALUES ($1, $2) ON CONFLICT DO NOTHING", key,
              result) &&
-         (result.read(0, 0, series.id) || fail(NOT_VALID));
+         (result.read(0, 0, series.id) || fail(DAMAGED_CATALOGUE));
 }
 
 /// Locks a series until the transaction ends, and looks which times it has. Returns null on
@@ -245,7 +243,7 @@ ArchiveWriter::Locked* ArchiveWriter::lock(std::int64_t series_id) {
   if (result.rows() == 1 && !result.is_null(0, 0) &&
       (!result.read_time(0, 0, series.recorded.first) ||
        !result.read_time(0, 1, series.recorded.last))) {
-    fail("the archive has a row that is not one of a trend");
+    fail(NOT_A_ROW);
     return nullptr;
   }
   return &locked_.emplace(series_id, series).first->second;

@@ -1,9 +1,11 @@
-// Times in the binary form of PostgreSQL: microseconds from the start of the year 2000.
+// PostgreSQL's binary form of values. Times are microseconds from the start of the year 2000.
 #pragma once
 
 #include <cstdint>
 
 namespace toolkit::trend {
+
+inline constexpr std::uint32_t TYPE_OF_FLOAT8 = 701;  ///< in pg_type, the same everywhere
 
 inline constexpr std::int64_t YEAR_2000 = 946'684'800;  ///< in seconds since 1970
 inline constexpr std::int64_t MICROSECONDS = 1'000'000;
