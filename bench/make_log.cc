@@ -3,10 +3,9 @@
 // Minimum, maximum and average are recorded for every parameter. The newest rows of all intervals
 // end at the same time, so that those of longer intervals start earlier. The kinds of values:
 //   mixed    of three parameters, one has one decimal place, like a sensor; one has all digits,
-//   like
-//            a computed value; and one is a large count
-//   sensor   minimum and maximum have one decimal place, within 30 units; the average has all
-//   digits decimal  the same without averages
+//            like a computed value; and one is a large count
+//   sensor   minimum and maximum have one decimal place, within 30 units; averages have all digits
+//   decimal  the same without averages
 #include <cmath>
 #include <cstdint>
 #include <cstdio>

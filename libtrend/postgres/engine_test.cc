@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <bit>
-#include <cmath>
 #include <limits>
 #include <set>
 
@@ -13,6 +11,7 @@
 #include "libtrend/statistics.h"
 #include "tests/support/archive_server.h"
 #include "tests/support/model.h"
+#include "tests/support/row_bits.h"
 
 namespace toolkit::trend {
 namespace {
@@ -22,24 +21,6 @@ constexpr double MISSING = std::numeric_limits<double>::quiet_NaN();
 ArchiveServer& server() {
   static ArchiveServer one;
   return one;
-}
-
-/// The bits of a value; all missing values are the same.
-std::uint64_t bits(double value) {
-  return std::isnan(value) ? 1 : std::bit_cast<std::uint64_t>(value);
-}
-
-std::vector<std::uint64_t> flatten(const CDeviceData& data) {
-  std::vector<std::uint64_t> all;
-  for (const CSnapshot& row : data.snapshots) {
-    all.push_back(row.interval_minutes);
-    all.push_back(static_cast<std::uint64_t>(row.timestamp));
-    all.push_back(bits(row.valid_ratio));
-    for (const CSample& sample : row.samples) {
-      for (const Statistic& statistic : STATISTICS) all.push_back(bits(sample.*statistic.member));
-    }
-  }
-  return all;
 }
 
 /// One kind of database: what was recorded there has ids of its own.

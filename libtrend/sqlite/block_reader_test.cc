@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <bit>
-#include <cmath>
 #include <limits>
 #include <random>
 #include <set>
@@ -13,6 +11,7 @@
 #include "libtrend/log.h"
 #include "libtrend/statistics.h"
 #include "tests/support/process.h"
+#include "tests/support/row_bits.h"
 #include "tests/support/stored_log.h"
 
 namespace toolkit::trend {
@@ -107,25 +106,6 @@ std::vector<StoredDevice> make_devices(Dice& dice) {
     }
   }
   return devices;
-}
-
-/// A value that compares equal where the bits are, and NaNs with each other.
-std::uint64_t bits(double value) {
-  return std::isnan(value) ? 1 : std::bit_cast<std::uint64_t>(value);
-}
-
-/// All that a query gave, as numbers.
-std::vector<std::uint64_t> flatten(const CDeviceData& data) {
-  std::vector<std::uint64_t> all;
-  for (const CSnapshot& row : data.snapshots) {
-    all.push_back(row.interval_minutes);
-    all.push_back(static_cast<std::uint64_t>(row.timestamp));
-    all.push_back(bits(row.valid_ratio));
-    for (const CSample& sample : row.samples) {
-      for (const Statistic& statistic : STATISTICS) all.push_back(bits(sample.*statistic.member));
-    }
-  }
-  return all;
 }
 
 class BlockReading : public testing::Test {
