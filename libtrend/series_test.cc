@@ -139,15 +139,19 @@ TEST_F(GetSeries, FailsWithoutADatabase) {
   EXPECT_EQ(log.error(), "no database is open");
 }
 
-TEST_F(GetSeries, NoticesThatRowsAreMissing) {
+TEST_F(GetSeries, NoticesDamage) {
   const std::vector<StoredDevice> devices = {make_device(
       "d", {{.minutes = 5, .blocks = {{row(300)}, {row(600)}, {row(900)}}, .loose = {row(1200)}}})};
   const std::pair<const char*, const char*> cases[] = {
       {"DELETE FROM loose", "the table of rows is damaged"},
+      {"UPDATE loose SET id = id - 1", "the table of rows is damaged"},
+      {"UPDATE loose SET samples = x''", "the table of rows is damaged"},
+      {"UPDATE block SET first_time = 299 WHERE first_time = 300",
+       "the head of a block is damaged"},
       {"DELETE FROM block WHERE first_time = 300", "a block is missing"},
       {"DELETE FROM block WHERE first_time = 600", "a block is missing"},
       {"DELETE FROM block WHERE first_time = 900", "a block is missing"},
-      {"UPDATE block SET rows = rows + 1 WHERE first_time = 600", "a block is missing"},
+      {"UPDATE block SET rows = rows + 1 WHERE first_time = 600", "the head of a block is damaged"},
       {"UPDATE series_state SET sealed_rows = 4", "the state of a series is damaged"},
       {"DELETE FROM series_state", "the state of a series is missing"}};
   for (const auto& [sql, message] : cases) {

@@ -23,39 +23,16 @@ std::int64_t count_segments(const BlockHead& head) {
 
 }  // namespace
 
-std::int64_t get_segment_size(std::int64_t page_size) {
-  // A row of a B-tree takes its whole page where its record has 35 bytes less than the page, as the
-  // SQLite file format says; the record starts with 5 bytes for the types of its columns.
-  return page_size - 35 - 5;
-}
+const char* const READ_BLOCK_HEADS =
+    "SELECT rowid, number, first_time, previous, rows, bytes, segment_size, change, content, "
+    "checksum FROM block WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid";
 
-BlockTable::BlockTable(sqlite3* db)
-    : find_(db,
-            "SELECT rowid, number, first_time, previous, rows, bytes, segment_size, change, "
-            "content, checksum FROM block WHERE rowid = ?1"),
-      find_from_(db,
-                 "SELECT rowid, number, first_time, previous, rows, bytes, segment_size, change, "
-                 "content, checksum FROM block WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid "
-                 "LIMIT 1"),
-      read_segments_(
-          db, "SELECT rowid, data FROM segment WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid"),
-      write_head_(db,
-                  "INSERT OR REPLACE INTO block VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)"),
-      write_segment_(db, "INSERT INTO segment VALUES (?1, ?2)"),
-      remove_head_(db, "DELETE FROM block WHERE rowid = ?1"),
-      remove_segments_(db, "DELETE FROM segment WHERE rowid BETWEEN ?1 AND ?2") {}
-
-BlockTable::operator bool() const {
-  return find_ && find_from_ && read_segments_ && write_head_ && write_segment_ && remove_head_ &&
-         remove_segments_;
-}
-
-BlockTable::Result BlockTable::read_head(Statement& row, BlockHead& head, std::string& error) {
+BlockTable::Result read_block_head(Statement& row, BlockHead& head, std::string& error) {
   const Statement::Step step = row.step();
-  if (step == Statement::Step::DONE) return Result::MISSING;
+  if (step == Statement::Step::DONE) return BlockTable::Result::MISSING;
   if (step == Statement::Step::ERROR) {
     error = row.error();
-    return Result::FAILED;
+    return BlockTable::Result::FAILED;
   }
   const std::int64_t id = row.read_id(0);
   head.series_id = id >> TIMESTAMP_BITS;
@@ -69,17 +46,41 @@ BlockTable::Result BlockTable::read_head(Statement& row, BlockHead& head, std::s
   if (is_read) head.content.assign(content.begin(), content.end());
   if (is_read && checksum == std::int64_t{get_checksum(head)} && head.number >= 0 &&
       head.number <= MAX_BLOCK_NUMBER && head.bytes >= 0 && head.segment_size >= 1) {
-    return Result::FOUND;
+    return BlockTable::Result::FOUND;
   }
   error = HEAD_DAMAGED;
-  return Result::FAILED;
+  return BlockTable::Result::FAILED;
+}
+
+std::int64_t get_segment_size(std::int64_t page_size) {
+  // A row of a B-tree takes its whole page where its record has 35 bytes less than the page, as the
+  // SQLite file format says; the record starts with 5 bytes for the types of its columns.
+  return page_size - 35 - 5;
+}
+
+BlockTable::BlockTable(sqlite3* db)
+    : find_(db,
+            "SELECT rowid, number, first_time, previous, rows, bytes, segment_size, change, "
+            "content, checksum FROM block WHERE rowid = ?1"),
+      find_from_(db, READ_BLOCK_HEADS),
+      read_segments_(
+          db, "SELECT rowid, data FROM segment WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid"),
+      write_head_(db,
+                  "INSERT OR REPLACE INTO block VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)"),
+      write_segment_(db, "INSERT INTO segment VALUES (?1, ?2)"),
+      remove_head_(db, "DELETE FROM block WHERE rowid = ?1"),
+      remove_segments_(db, "DELETE FROM segment WHERE rowid BETWEEN ?1 AND ?2") {}
+
+BlockTable::operator bool() const {
+  return find_ && find_from_ && read_segments_ && write_head_ && write_segment_ && remove_head_ &&
+         remove_segments_;
 }
 
 BlockTable::Result BlockTable::find(std::int64_t series_id, std::int64_t last_time, BlockHead& head,
                                     std::string& error) {
   const RunningStatement row(&find_);
   row->bind(1, get_row_id(series_id, last_time));
-  return read_head(*row, head, error);
+  return read_block_head(*row, head, error);
 }
 
 BlockTable::Result BlockTable::find_from(std::int64_t series_id, std::int64_t time, BlockHead& head,
@@ -87,7 +88,7 @@ BlockTable::Result BlockTable::find_from(std::int64_t series_id, std::int64_t ti
   const RunningStatement row(&find_from_);
   row->bind(1, get_row_id(series_id, time));
   row->bind(2, get_row_id(series_id, MAX_TIMESTAMP));
-  return read_head(*row, head, error);
+  return read_block_head(*row, head, error);
 }
 
 bool BlockTable::read_columns(const BlockHead& head, std::size_t start, std::size_t end,

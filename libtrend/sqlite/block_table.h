@@ -42,7 +42,6 @@ class BlockTable {
   [[nodiscard]] bool remove(const BlockHead& head, std::string& error);
 
  private:
-  Result read_head(Statement& row, BlockHead& head, std::string& error);
   bool write_head(const BlockHead& head, std::string& error);
 
   Statement find_;
@@ -53,6 +52,14 @@ class BlockTable {
   Statement remove_head_;
   Statement remove_segments_;
 };
+
+/// The SQL of a statement that yields the heads of the blocks with ids from parameter 1 to
+/// parameter 2, in order.
+extern const char* const READ_BLOCK_HEADS;
+
+/// Reads the next head that `row` yields. Leaves the reason in `error` where it is damaged.
+[[nodiscard]] BlockTable::Result read_block_head(Statement& row, BlockHead& head,
+                                                 std::string& error);
 
 /// Returns the largest segment that a page of so many bytes holds without overflow pages.
 [[nodiscard]] std::int64_t get_segment_size(std::int64_t page_size);

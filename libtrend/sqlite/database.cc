@@ -29,6 +29,12 @@ Database open_to_write(const std::string& name, const OpenOptions& options, std:
     return nullptr;
   }
   if (!configure(db.get(), options, error)) return nullptr;
+  // A commit is lasting when it returns. That takes more than SQLite's default where a rollback
+  // journal is removed.
+  if (!execute(db.get(), "PRAGMA synchronous = EXTRA")) {
+    error = sqlite3_errmsg(db.get());
+    return nullptr;
+  }
   if (options.create && is_blank(db.get()) &&
       !fill_database(db.get(), options.traditional_journal, options.busy_timeout, error)) {
     return nullptr;

@@ -59,6 +59,7 @@ bool check_loose_rows(RowTable& table, const SeriesState& state,
       return false;
     }
     rows.times.push_back(id & MAX_TIMESTAMP);
+    rows.bytes += sizeof id + sizeof valid_ratio + samples.size();
     before = id;
     if (keeps_samples && unpack_samples(samples, params, unpacked)) {
       rows.valid_ratios.push_back(valid_ratio);

@@ -17,6 +17,7 @@ namespace toolkit::trend {
 /// them.
 struct CheckedRows {
   std::vector<std::int64_t> times;
+  std::uint64_t bytes = 0;               ///< that all of them take
   std::vector<CParamProperties> params;  ///< those of that query
   std::vector<double> valid_ratios;      ///< one per row, or none
   std::vector<CSample> samples;          ///< row after row, one for each of `params`; or none

@@ -109,6 +109,8 @@ int random_rounds(int count) {
   return is_emulated ? count / 4 : count;
 }
 
+bool is_long_run() { return std::getenv("TRENDCSV_LONG_TESTS") != nullptr; }
+
 TemporaryFolder::TemporaryFolder() {
   std::string path = std::filesystem::temp_directory_path() / "trendcsv-XXXXXX";
   if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("can't make a folder");

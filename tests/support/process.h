@@ -54,6 +54,10 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 /// programs start slowly.
 [[nodiscard]] int random_rounds(int count);
 
+/// Whether tests that try a part of many cases are to try them all: TRENDCSV_LONG_TESTS is in the
+/// environment.
+[[nodiscard]] bool is_long_run();
+
 /// A temporary folder. The destructor removes it with its files.
 class TemporaryFolder {
  public:

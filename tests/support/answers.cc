@@ -1,0 +1,114 @@
+#include "tests/support/answers.h"
+
+#include <cmath>
+#include <cstdio>
+#include <stdexcept>
+
+#include "libtrend/log.h"
+#include "libtrend/statistics.h"
+
+using namespace toolkit::trend;
+
+namespace {
+
+std::string print(const CDeviceData& data) {
+  std::string text;
+  char number[64];
+  for (const CSnapshot& row : data.snapshots) {
+    std::snprintf(number, sizeof number, "%u %lld %a", row.interval_minutes,
+                  static_cast<long long>(row.timestamp), row.valid_ratio);
+    text += number;
+    for (const CSample& sample : row.samples) {
+      for (const Statistic& statistic : STATISTICS) {
+        const double value = sample.*statistic.member;
+        std::snprintf(number, sizeof number, " %a", value);
+        text += std::isnan(value) ? " -" : number;
+      }
+    }
+    text += '\n';
+  }
+  return text;
+}
+
+std::string print(const CDeviceProperties& device) {
+  return device.path + ' ' + device.aux_text + ' ' + std::to_string(device.aux_1) + '\n';
+}
+
+std::string print(const CParamProperties& param) {
+  return param.path + ' ' + std::to_string(get_statistics(param)) + ' ' +
+         std::to_string(param.aux_1) + '\n';
+}
+
+std::string print(const CPeriodProperties& period) { return std::to_string(period.interval) + ' '; }
+
+std::string print(const CSeriesSummary& series) {
+  return std::to_string(series.minutes) + ' ' + std::to_string(series.rows) + ' ' +
+         std::to_string(series.first_time) + ' ' + std::to_string(series.last_time) + ' ' +
+         std::to_string(series.bytes) + '\n';
+}
+
+/// Keeps what a call with `status` has found, unless it failed.
+template <typename Records>
+void keep(int status, const Records& records, const std::string& question, Answers& answers) {
+  if (status != 0) return;
+  std::string& text = answers[question];
+  for (const auto& record : records) text += print(record);
+}
+
+/// A question for rows of a device.
+struct RowQuestion {
+  const char* name;
+  std::pair<long, long> range;
+  unsigned count;
+  unsigned offset;
+  bool ascending;
+};
+
+constexpr RowQuestion ROW_QUESTIONS[] = {
+    {"newest-first", {-1, -1}, 0, 0, false},
+    {"oldest-first", {-1, -1}, 0, 0, true},
+    {"newest-ten", {-1, -1}, 10, 0, false},
+    {"middle", {61'000, 80'000}, 5, 2, true},
+};
+
+}  // namespace
+
+Questions::Questions(const std::string& path) {
+  CLog log;
+  std::vector<CDeviceProperties> devices;
+  const auto check = [&](int status) {
+    if (status != 0) throw std::runtime_error(path + ": " + log.error());
+  };
+  check(log.open(path, {}));
+  check(log.get_periods(periods_));
+  check(log.get_devices(devices));
+  for (const CDeviceProperties& device : devices) {
+    devices_.push_back({device, {}});
+    check(log.get_params(device, devices_.back().params));
+  }
+}
+
+Answers Questions::ask(const std::string& path) const {
+  Answers answers;
+  CLog log;
+  if (log.open(path, {.busy_timeout = 0}) != 0) return answers;
+  std::vector<CDeviceProperties> devices;
+  keep(log.get_devices(devices), devices, "devices", answers);
+  std::vector<CPeriodProperties> periods;
+  keep(log.get_periods(periods), periods, "intervals", answers);
+  for (const CDeviceParams& device : devices_) {
+    const std::string& name = device.device.path;
+    std::vector<CParamProperties> params;
+    keep(log.get_params(device.device, params), params, name + ":params", answers);
+    std::vector<CSeriesSummary> series;
+    keep(log.get_series(device.device, series), series, name + ":series", answers);
+    for (const RowQuestion& question : ROW_QUESTIONS) {
+      CDeviceData data;
+      if (log.get_trend_data(data, device, periods_, question.range, question.count,
+                             question.offset, question.ascending, true) == 0) {
+        answers[name + ':' + question.name] = print(data);
+      }
+    }
+  }
+  return answers;
+}

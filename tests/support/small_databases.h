@@ -1,0 +1,29 @@
+// Small trend databases with pages of 512 bytes, in every state that a database can be in.
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <vector>
+
+/// A state of a database, and what makes a database in this state at a path where there is none.
+/// They have the devices "/one" and "/two" with a few series each.
+struct SmallDatabase {
+  const char* name;    ///< one word
+  bool has_checksums;  ///< whether each row has a checksum
+  void (*make)(const std::string& path);
+};
+
+/// How GoogleTest shows a state.
+inline void PrintTo(const SmallDatabase& database, std::ostream* out) { *out << database.name; }
+
+/// All states.
+[[nodiscard]] const std::vector<SmallDatabase>& small_databases();
+
+/// Records `rows` rows in one transaction in the database at `path`, the first at the time `first`,
+/// and one each minute: in the series of `minutes` of `device`. Adds what of the catalogue is not
+/// there yet. Then removes the rows before `purged`. Returns the reason of a failure, or an empty
+/// text.
+[[nodiscard]] std::string record_rows(const std::string& path, const std::string& device,
+                                      std::uint32_t minutes, std::int64_t first, int rows,
+                                      std::int64_t purged = 0);
