@@ -16,6 +16,7 @@
 
 #include "libtrend/recorder.h"
 #include "text/line_reader.h"
+#include "trendtool/common/messages.h"
 #include "trendtool/common/progress.h"
 #include "trendtool/load/export_layout.h"
 #include "trendtool/load/export_loader.h"
@@ -188,8 +189,8 @@ class Load {
   }
 
   int print_failure(const std::string& where, const std::string& wrong) {
-    std::fprintf(stderr, "%s: %s: %s\n", options_.program, where.c_str(), wrong.c_str());
-    return 1;
+    print_message(where + ": " + wrong, options_.program);
+    return FAILURE;
   }
   int fail(const std::string& wrong) { return print_failure(options_.db_path, wrong); }
   int fail_at(std::size_t line, const std::string& wrong) {
@@ -214,9 +215,8 @@ int run_load(const LoadOptions& options) {
   const bool is_piped = options.input_path == "-";
   const File file(is_piped ? nullptr : std::fopen(options.input_path.c_str(), "r"));
   if (!is_piped && !file) {
-    std::fprintf(stderr, "%s: %s: %s\n", options.program, options.input_path.c_str(),
-                 std::strerror(errno));
-    return 1;
+    print_message(options.input_path + ": " + std::strerror(errno), options.program);
+    return FAILURE;
   }
   std::FILE* input = is_piped ? stdin : file.get();
   LineReader lines(input);
