@@ -13,9 +13,6 @@ install(FILES cmake/trendcsv-config.cmake ${package_files}/trendcsv-config-versi
 # Both are relative to the folder of the pkg-config files.
 set(pc_folder ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH pc_includedir ${pc_folder} ${CMAKE_INSTALL_FULL_INCLUDEDIR}/trendcsv)
-if(TRENDCSV_CDS STREQUAL "redis")
-  set(pc_cds_libraries -lhiredis)
-endif()
 foreach(name libtrend libtrend-cds)
   configure_file(cmake/${name}.pc.in ${package_files}/${name}.pc @ONLY)
   install(FILES ${package_files}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

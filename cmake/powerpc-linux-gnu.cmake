@@ -24,7 +24,7 @@ set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--gc-sections")
 set(CMAKE_CXX_STANDARD_LIBRARIES_INIT
   "-Wl,--push-state,--as-needed -latomic -Wl,--pop-state")
 
-# The SQLite and hiredis of scripts/setup-target can be part of programs, not of shared libraries.
+# The SQLite of scripts/setup-target can be part of programs, not of shared libraries.
 set(TRENDCSV_SHARED OFF CACHE BOOL "Build shared libraries too")
 
 # Libraries, headers and packages come only from the target. Programs that run during the build come

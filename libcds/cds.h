@@ -1,6 +1,7 @@
 // The client of the CDS, the data service that holds a tree of nodes under each device's path.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -23,8 +24,13 @@ namespace toolkit {
 using api_status_t = std::uint32_t;
 /// The leaf was found.
 inline constexpr api_status_t API_STATUS_OK = 1;
-/// There is no such leaf, or its value is not a text.
+/// There is no such leaf, its value is not a text, or the text is longer than `LONGEST_TEXT`.
 inline constexpr api_status_t API_STATUS_NOT_FOUND = 2;
+
+/// The longest text that is read from a leaf, in bytes.
+inline constexpr std::size_t LONGEST_TEXT = 4096;
+/// The longest texts that one request reads, in bytes all together.
+inline constexpr std::size_t LONGEST_TEXTS = std::size_t{16} << 20;
 
 /// The type of the value of an element.
 using element_type_t = std::uint32_t;
@@ -72,9 +78,10 @@ class __attribute__((visibility("default"))) CCds {
   /// Reads the leaves `paths` in one request; sends nothing if there are no paths. Fills the three
   /// vectors, which must be empty, with one entry per path in the order of `paths`, and returns 0.
   /// A text has exactly the bytes that were published. Returns non-zero and leaves the vectors
-  /// empty if the request fails as a whole: there is no connection, or no complete answer comes
-  /// within five seconds. If the connection was lost or the answer was late, all later calls fail
-  /// too.
+  /// empty if the request fails as a whole: there is no connection, no complete answer comes
+  /// within five seconds, or the texts are longer than `LONGEST_TEXTS`. If the connection was lost
+  /// or the answer was late or too long, all later calls fail too. While it reads, it needs memory
+  /// for the texts that it returns, whatever the server sends.
   [[nodiscard]] int get_leaves(const std::vector<std::string>& paths,
                                std::vector<api_status_t>& statuses, std::vector<CElement>& elements,
                                std::vector<element_property_t>& properties);

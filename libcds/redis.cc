@@ -1,8 +1,6 @@
 // The client of a CDS that is a Redis server on a Unix socket. A leaf is a string under its path.
 //
-// hiredis formats the requests and parses the replies. This file sends and receives the bytes, so
-// that one deadline applies to a whole exchange and a lost connection raises no signal.
-#include <hiredis/hiredis.h>
+// One deadline applies to a whole exchange, and a lost connection raises no signal.
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -13,14 +11,16 @@
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
-#include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "libcds/cds.h"
+#include "libcds/reply.h"
 
 struct pcd_connection {
   explicit pcd_connection(int descriptor) : socket(descriptor) {}
@@ -40,23 +40,8 @@ using std::chrono::milliseconds;
 constexpr milliseconds CONNECT_LIMIT(900);
 /// For a request and its whole reply.
 constexpr milliseconds REQUEST_LIMIT(5000);
-/// The longest accepted reply in bytes, so that no server can fill the memory.
+/// The longest accepted reply in bytes, so that no server keeps a program busy.
 constexpr std::size_t REPLY_LIMIT = std::size_t{64} << 20;
-
-struct CommandDeleter {
-  void operator()(char* command) const { redisFreeCommand(command); }
-};
-using Command = std::unique_ptr<char, CommandDeleter>;
-
-struct ReaderDeleter {
-  void operator()(redisReader* reader) const { redisReaderFree(reader); }
-};
-using Reader = std::unique_ptr<redisReader, ReaderDeleter>;
-
-struct ReplyDeleter {
-  void operator()(redisReply* reply) const { freeReplyObject(reply); }
-};
-using Reply = std::unique_ptr<redisReply, ReplyDeleter>;
 
 /// Returns the time until `deadline`, at least 0.
 milliseconds time_left(Clock::time_point deadline) {
@@ -91,78 +76,33 @@ bool send_all(const pcd_connection& connection, std::string_view data, Clock::ti
   return true;
 }
 
-/// Limits what hiredis may allocate: one array of `elements` entries that are not arrays.
-struct ReplyGuard {
-  const redisReplyObjectFunctions* functions;  ///< hiredis' own
-  std::size_t elements;
-};
-
-/// The type of `count` depends on the version of hiredis.
-template <typename Count>
-void* create_array(const redisReadTask* task, Count count) {
-  const auto* guard = static_cast<const ReplyGuard*>(task->privdata);
-  if (task->parent != nullptr || static_cast<std::size_t>(count) != guard->elements) return nullptr;
-  return guard->functions->createArray(task, count);
-}
-
-void* create_string(const redisReadTask* task, char* text, std::size_t size) {
-  const auto* guard = static_cast<const ReplyGuard*>(task->privdata);
-  return size <= REPLY_LIMIT ? guard->functions->createString(task, text, size) : nullptr;
-}
-
-/// Reads a reply. If it is an array, it must have `elements` entries. Returns null if no complete
-/// reply comes by the deadline, or if what comes is not a reply.
-Reply receive(const pcd_connection& connection, std::size_t elements, Clock::time_point deadline) {
-  redisReplyObjectFunctions functions = {};  // the reader uses it to its end
-  ReplyGuard guard = {nullptr, elements};
-  const Reader reader(redisReaderCreate());
-  if (!reader) throw std::bad_alloc();
-  guard.functions = reader->fn;
-  functions = *reader->fn;
-  functions.createArray = create_array;
-  functions.createString = create_string;
-  reader->fn = &functions;
-  reader->privdata = &guard;
-
+/// Receives a reply. `read` reads its bytes as they come. Returns false if it is not complete by
+/// the deadline, or wrong.
+bool receive(const pcd_connection& connection,
+             const std::function<ReplyState(std::string_view)>& read, Clock::time_point deadline) {
   std::array<char, 65536> buffer;
   for (std::size_t total = 0; total <= REPLY_LIMIT;) {
-    if (!wait_for(connection, POLLIN, deadline)) return nullptr;
+    if (!wait_for(connection, POLLIN, deadline)) return false;
     const ssize_t received = recv(connection.socket, buffer.data(), buffer.size(), MSG_DONTWAIT);
     if (received < 0 && is_transient(errno)) continue;
-    if (received <= 0) return nullptr;
+    if (received <= 0) return false;
     const auto size = static_cast<std::size_t>(received);
     total += size;
-    void* reply = nullptr;
-    if (redisReaderFeed(reader.get(), buffer.data(), size) != REDIS_OK) return nullptr;
-    if (redisReaderGetReply(reader.get(), &reply) != REDIS_OK) return nullptr;
-    if (reply != nullptr) return Reply(static_cast<redisReply*>(reply));
+    const ReplyState state = read({buffer.data(), size});
+    if (state != ReplyState::INCOMPLETE) return state == ReplyState::COMPLETE;
   }
-  return nullptr;
+  return false;
 }
 
-/// Sends the request that consists of `words`, and returns its reply as `receive` does. After a
+/// Sends the request that consists of `words`, and receives its reply as `receive` does. After a
 /// failure the connection cannot be used again: a late reply would be taken for the reply to the
 /// next request.
-Reply exchange(const pcd_connection& connection, const std::vector<std::string_view>& words,
-               std::size_t elements, Clock::time_point deadline) {
-  std::vector<const char*> texts;
-  std::vector<std::size_t> sizes;
-  for (const std::string_view word : words) {
-    texts.push_back(word.data());
-    sizes.push_back(word.size());
-  }
-  char* text = nullptr;
-  const auto size =
-      redisFormatCommandArgv(&text, static_cast<int>(words.size()), texts.data(), sizes.data());
-  if (size < 0) throw std::bad_alloc();
-  const Command command(text);
-
-  Reply reply;
-  if (send_all(connection, {text, static_cast<std::size_t>(size)}, deadline)) {
-    reply = receive(connection, elements, deadline);
-  }
-  if (!reply) shutdown(connection.socket, SHUT_RDWR);
-  return reply;
+bool exchange(const pcd_connection& connection, const std::vector<std::string_view>& words,
+              const std::function<ReplyState(std::string_view)>& read, Clock::time_point deadline) {
+  const bool is_done =
+      send_all(connection, format_request(words), deadline) && receive(connection, read, deadline);
+  if (!is_done) shutdown(connection.socket, SHUT_RDWR);
+  return is_done;
 }
 
 /// Connects to the socket at `path`. Waits while the queue of the socket is full.
@@ -197,11 +137,13 @@ pcd_connection* pcd_init(const char* server, int /*flag*/) {
   std::unique_ptr<pcd_connection> connection =
       connect_to(server == nullptr ? TRENDCSV_CDS_SOCKET : server, deadline);
   if (!connection) return nullptr;
-  const Reply reply = exchange(*connection, {"PING"}, 0, deadline);
-  if (!reply || reply->type != REDIS_REPLY_STATUS ||
-      std::string_view(reply->str, reply->len) != "PONG") {
-    return nullptr;
-  }
+  std::string_view expected = "+PONG\r\n";
+  const auto read = [&expected](std::string_view bytes) {
+    if (!expected.starts_with(bytes)) return ReplyState::WRONG;
+    expected.remove_prefix(bytes.size());
+    return expected.empty() ? ReplyState::COMPLETE : ReplyState::INCOMPLETE;
+  };
+  if (!exchange(*connection, {"PING"}, read, deadline)) return nullptr;
   return connection.release();
 }
 
@@ -215,22 +157,15 @@ int toolkit::CCds::get_leaves(const std::vector<std::string>& paths,
   const Clock::time_point deadline = Clock::now() + REQUEST_LIMIT;
   std::vector<std::string_view> words = {"MGET"};
   words.insert(words.end(), paths.begin(), paths.end());
-  const Reply reply = exchange(*handle_, words, paths.size(), deadline);
-  if (!reply || reply->type != REDIS_REPLY_ARRAY) return -1;
+  TextsReader reader(paths.size());
+  const auto read = [&reader](std::string_view bytes) { return reader.read(bytes); };
+  if (!exchange(*handle_, words, read, deadline)) return -1;
 
   std::vector<api_status_t> found_statuses;
   std::vector<CElement> found_elements;
-  for (std::size_t i = 0; i < paths.size(); ++i) {
-    const redisReply& leaf = *reply->element[i];
-    if (leaf.type == REDIS_REPLY_STRING) {
-      found_statuses.push_back(API_STATUS_OK);
-      found_elements.emplace_back(ELEMENT_TYPE_TEXT, std::string(leaf.str, leaf.len));
-    } else if (leaf.type == REDIS_REPLY_NIL) {
-      found_statuses.push_back(API_STATUS_NOT_FOUND);
-      found_elements.emplace_back();
-    } else {
-      return -1;
-    }
+  for (std::optional<std::string>& text : reader.texts()) {
+    found_statuses.push_back(text ? API_STATUS_OK : API_STATUS_NOT_FOUND);
+    found_elements.push_back(text ? CElement(ELEMENT_TYPE_TEXT, std::move(*text)) : CElement());
   }
   properties.resize(paths.size());
   statuses = std::move(found_statuses);

@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -31,6 +32,7 @@ using toolkit::CElement;
 using toolkit::element_property_t;
 using toolkit::ELEMENT_TYPE_NONE;
 using toolkit::ELEMENT_TYPE_TEXT;
+using toolkit::LONGEST_TEXT;
 
 namespace {
 
@@ -330,14 +332,36 @@ TEST_F(GetLeaves, ReadsThousandsOfLeavesAtOnce) {
   }
 }
 
-TEST_F(GetLeaves, ReadsATextOfMegabytes) {
+TEST_F(GetLeaves, TakesATextThatIsTooLongForNone) {
   const RedisServer server(socket_path());
-  const std::string text(5000000, 't');
-  server.publish("long", text);
+  const std::string longest(LONGEST_TEXT, 't');
+  server.publish("longest", longest);
+  server.publish("longer", longest + "t");
+  server.publish("much longer", std::string(5000000, 't'));
   CCds cds(1);
-  const Leaves leaves = get(cds, {"long", "absent"});
+  const Leaves leaves = get(cds, {"much longer", "longest", "longer"});
   EXPECT_EQ(leaves.result, 0);
-  EXPECT_EQ(leaves.text(0), text);
+  EXPECT_THAT(leaves.statuses,
+              ElementsAre(API_STATUS_NOT_FOUND, API_STATUS_OK, API_STATUS_NOT_FOUND));
+  EXPECT_EQ(leaves.text(1), longest);
+}
+
+TEST_F(GetLeaves, NeedsNoMemoryForATextThatIsTooLong) {
+  constexpr long MEGABYTE = 1024;  // in the unit of ru_maxrss
+  rusage before = {};
+  rusage after = {};
+  getrusage(RUSAGE_SELF, &before);
+  const Leaves leaves = get_answered_with(socket_path(), {"long", "short"}, [](int client) {
+    constexpr int BLOCKS = 60;
+    const std::string block(std::size_t{1} << 20, 'x');
+    send_text(client, "*2\r\n$" + std::to_string(BLOCKS * block.size()) + "\r\n");
+    for (int i = 0; i < BLOCKS; ++i) send_text(client, block);
+    send_text(client, "\r\n$1\r\nx\r\n");
+  });
+  getrusage(RUSAGE_SELF, &after);
+  EXPECT_EQ(leaves.result, 0);
+  EXPECT_THAT(leaves.statuses, ElementsAre(API_STATUS_NOT_FOUND, API_STATUS_OK));
+  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 20 * MEGABYTE);
 }
 
 TEST_F(GetLeaves, SendsOneRequestForAllPaths) {

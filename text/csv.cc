@@ -44,19 +44,24 @@ double find_printed(double value, std::string_view text) {
 
 }  // namespace
 
-std::string quote(std::string_view text) { return std::string("'").append(text).append("'"); }
+std::string quote(std::string_view text) {
+  constexpr std::size_t MOST_BYTES = 4096;
+  const bool is_whole = text.size() <= MOST_BYTES;
+  return std::string("'").append(text.substr(0, MOST_BYTES)).append(is_whole ? "'" : "...'");
+}
 
 std::vector<std::string_view> split_fields(std::string_view line) {
   std::vector<std::string_view> fields;
-  split_fields(line, fields);
+  split_fields(line, ',', fields);
   return fields;
 }
 
-void split_fields(std::string_view line, std::vector<std::string_view>& fields) {
+void split_fields(std::string_view line, char separator, std::vector<std::string_view>& fields) {
   fields.clear();
-  for (std::size_t comma = line.find(','); comma != line.npos; comma = line.find(',')) {
-    fields.push_back(line.substr(0, comma));
-    line.remove_prefix(comma + 1);
+  for (std::size_t end = line.find(separator); end != line.npos && fields.size() < MOST_FIELDS;
+       end = line.find(separator)) {
+    fields.push_back(line.substr(0, end));
+    line.remove_prefix(end + 1);
   }
   fields.push_back(line);
 }

@@ -40,6 +40,21 @@ TEST(SplitFields, KeepsEmptyFields) {
   EXPECT_EQ(split_fields("a,,b,"), (std::vector<std::string_view>{"a", "", "b", ""}));
 }
 
+TEST(SplitFields, LeavesTheRestOfALineWithTooManyFieldsInOne) {
+  const std::string line(2 * MOST_FIELDS, ',');
+  const std::vector<std::string_view> fields = split_fields(line);
+  ASSERT_EQ(fields.size(), MOST_FIELDS + 1);
+  EXPECT_EQ(fields[MOST_FIELDS - 1], "");
+  EXPECT_EQ(fields.back().size(), MOST_FIELDS);
+}
+
+TEST(Quote, ShortensLongTexts) {
+  EXPECT_EQ(quote("a'b"), "'a'b'");
+  const std::string longest(4096, 'x');
+  EXPECT_EQ(quote(longest), "'" + longest + "'");
+  EXPECT_EQ(quote(longest + "yz"), "'" + longest + "...'");
+}
+
 TEST(ReadValue, ReadsAnEmptyFieldAsNaN) {
   double value = 0;
   ASSERT_TRUE(read_value("", value));

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <memory>
 #include <vector>
 
@@ -32,7 +34,7 @@ Lines read_all(LineReader& reader) {
 
 Lines lines_of(const std::string& content) {
   const File file = make_file(content);
-  LineReader reader(file.get());
+  LineReader reader(fileno(file.get()));
   const Lines lines = read_all(reader);
   EXPECT_EQ(reader.number(), lines.size());
   EXPECT_EQ(reader.bytes(), content.size());
@@ -70,7 +72,7 @@ TEST(LineReader, ReadsZeroBytesAndLongLines) {
 
 TEST(LineReader, CountsTheLinesThatNextReturned) {
   const File file = make_file("one\ntwo\nthree\n");
-  LineReader reader(file.get());
+  LineReader reader(fileno(file.get()));
   std::string_view line;
   EXPECT_EQ(reader.number(), 0U);
   ASSERT_TRUE(reader.look_ahead(line));
@@ -83,7 +85,7 @@ TEST(LineReader, CountsTheLinesThatNextReturned) {
 
 TEST(LineReader, ReturnsLinesThatWereLookedAtBefore) {
   const File file = make_file("one\ntwo\nthree\nfour\n");
-  LineReader reader(file.get());
+  LineReader reader(fileno(file.get()));
   std::string_view line;
   ASSERT_TRUE(reader.look_ahead(line));
   EXPECT_EQ(line, "one");
@@ -98,7 +100,7 @@ TEST(LineReader, ReturnsLinesThatWereLookedAtBefore) {
 
 TEST(LineReader, LooksAheadToTheEnd) {
   const File file = make_file("one\n");
-  LineReader reader(file.get());
+  LineReader reader(fileno(file.get()));
   std::string_view line;
   EXPECT_TRUE(reader.look_ahead(line));
   EXPECT_FALSE(reader.look_ahead(line));
@@ -110,12 +112,50 @@ TEST(LineReader, DistinguishesAFailureFromTheEnd) {
   // A folder can be opened, but not read.
   const File folder(std::fopen("/", "r"));
   ASSERT_NE(folder, nullptr);
-  LineReader reader(folder.get());
+  LineReader reader(fileno(folder.get()));
   std::string_view line;
   EXPECT_FALSE(reader.next(line));
   EXPECT_TRUE(reader.has_failed());
+  EXPECT_EQ(reader.error(), EISDIR);
   EXPECT_FALSE(reader.look_ahead(line));
   EXPECT_EQ(reader.number(), 0U);
+}
+
+TEST(LineReader, RefusesALineThatIsTooLong) {
+  const std::string longest(LONGEST_LINE, 'x');
+  EXPECT_EQ(lines_of("one\n" + longest + "\ntwo\n"), (Lines{"one", longest, "two"}));
+  for (const char* end : {"x", "x\n", "x\r\ntwo\n"}) {
+    const File file = make_file("one\n" + longest + end);
+    LineReader reader(fileno(file.get()));
+    EXPECT_EQ(read_all(reader), Lines{"one"});
+    EXPECT_TRUE(reader.has_failed());
+    EXPECT_EQ(reader.error(), EMSGSIZE);
+    std::string_view line;
+    EXPECT_FALSE(reader.look_ahead(line));
+  }
+}
+
+TEST(LineReader, KeepsOnlySoManyLinesAhead) {
+  const auto count_ahead = [](LineReader& reader) {
+    std::size_t lines = 0;
+    std::string_view line;
+    while (reader.look_ahead(line)) ++lines;
+    return lines;
+  };
+  std::string many;
+  for (int i = 0; i < 20'000; ++i) many += "x\n";
+  const File many_file = make_file(many);
+  LineReader many_reader(fileno(many_file.get()));
+  EXPECT_EQ(count_ahead(many_reader), 10'000U);
+  EXPECT_EQ(read_all(many_reader).size(), 20'000U);
+
+  std::string large;
+  for (int i = 0; i < 20; ++i) large += std::string(1'000'000, 'x') + "\n";
+  const File large_file = make_file(large);
+  LineReader large_reader(fileno(large_file.get()));
+  EXPECT_EQ(count_ahead(large_reader), 17U);
+  EXPECT_EQ(read_all(large_reader).size(), 20U);
+  EXPECT_EQ(large_reader.bytes(), large.size());
 }
 
 }  // namespace

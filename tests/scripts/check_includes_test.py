@@ -31,7 +31,7 @@ class CheckIncludes(unittest.TestCase):
     self.write("ARCHITECTURE.md", TABLE)
     for header in ("libtrend/log.h", "libtrend/lock.h", "libtrend/sqlite/log.h", "libcds/cds.h",
                    "libcds/inner/cds.h", "text/number.h", "tests/support/process.h",
-                   "../system/sqlite3.h", "../system/hiredis/hiredis.h", "../system/other.h"):
+                   "../system/sqlite3.h", "../system/libpq-fe.h", "../system/other.h"):
       self.write(header, "#pragma once\n")
 
   def write(self, name, text):
@@ -116,7 +116,7 @@ class CheckIncludes(unittest.TestCase):
         (1, f"libtrend/sqlite/log.h: must not include {self.system}/sqlite3.h\n"))
 
   def test_a_folder_may_list_one_library_and_not_another(self):
-    self.expect_refused(self.system / "hiredis/hiredis.h", "#include <hiredis/hiredis.h>\n",
+    self.expect_refused(self.system / "libpq-fe.h", "#include <libpq-fe.h>\n",
                         "libtrend/sqlite/a.cc")
 
   def test_only_tests_may_include_what_is_for_tests(self):

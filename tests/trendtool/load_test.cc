@@ -130,6 +130,17 @@ TEST_F(TrendtoolLoad, SaysWhereAFileIsWrong) {
   expect_refusal(header + "5,5,1\n6,5\n", "3: 2 fields, but the header has 3");
   expect_refusal(header + "5,5,\"1\n\n", "2: a field in quotes has no end");
   expect_refusal(header + "5,5,\"1\"2\n", "2: there is text after the end of a field in quotes");
+  expect_refusal(header + "5,5" + std::string(70'000, ',') + "\n",
+                 "2: more than 65539 fields, but the header has 3");
+  expect_refusal(header + "5,\"5\"" + std::string(70'000, ',') + "\n",
+                 "2: the record has too many fields");
+  expect_refusal(
+      header + "5,5,\"" + std::string(9'000'000, 'x') + "\n" + std::string(9'000'000, 'x') + "\"\n",
+      "2: the record is too long");
+  expect_refusal(header + "5,5,\"\n" + std::string(17'000'000, 'x'),
+                 "3: the line is longer than 16777216 bytes");
+  expect_refusal("time,interval" + std::string(70'000, ',') + "\n",
+                 "1: the header has more than 65539 fields");
   expect_refusal("time,interval,b\n",
                  "1: column 'b' is not a parameter path with a colon and a statistic");
   expect_refusal("time,interval\n", "1: the header has no parameter column");
@@ -146,6 +157,36 @@ TEST_F(TrendtoolLoad, SaysWhereAFileIsWrong) {
                  "1: the file names the device of each row; leave out -d");
   // Nothing of any of them was recorded.
   EXPECT_EQ(run_well("list", db_, {"--names"}), "");
+}
+
+TEST_F(TrendtoolLoad, LoadsAsManyColumnsAsADeviceHasSlots) {
+  constexpr int SLOTS = 65'535;
+  std::string header = "Date,Time";
+  std::string row = "2023-05-01,01:00";
+  for (int i = 0; i < SLOTS; ++i) {
+    header += ",p" + std::to_string(i) + ":Value";
+    row += ',';
+  }
+  run_well("load", db_, {"-d", "/d", "-i", "5"}, header + "\n" + row + "7\n");
+  EXPECT_EQ(run_well("export", db_, {"-d", "/d", "-p", "p65534", "-u"}),
+            "time,interval,p65534:Value\n2023-04-30T23:00:00Z,5,7\n");
+  const ProcessResult more = run("load", copy_, {"-d", "/d", "-i", "5"}, header + ",q:Value\n");
+  EXPECT_EQ(more.err, "trendtool: " + copy_ +
+                          ": parameter 'q' needs more than the 65535 slots that a device can "
+                          "have\n");
+}
+
+TEST_F(TrendtoolLoad, LoadsDevicesThatShareNoParameters) {
+  std::string rows = "time,interval,device,parameter,statistic,value\n";
+  for (int device = 0; device < 300; ++device) {
+    for (int param = 0; param < 10; ++param) {
+      const std::string number = std::to_string(device);
+      rows += "300,5,/d" + number + ",p" + number + "." + std::to_string(param) + ",actual,1\n";
+    }
+  }
+  run_well("load", db_, {}, rows);
+  EXPECT_EQ(run_well("list", db_, {"-d", "/d299", "--names"}),
+            "p299.0\np299.1\np299.2\np299.3\np299.4\np299.5\np299.6\np299.7\np299.8\np299.9\n");
 }
 
 TEST_F(TrendtoolLoad, SkipsRowsThatAreRecordedWithTheSameValues) {

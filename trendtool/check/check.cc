@@ -5,6 +5,7 @@
 
 #include "libtrend/log.h"
 #include "text/csv.h"
+#include "text/utf8.h"
 #include "trendtool/check/left_files.h"
 #include "trendtool/common/damage_text.h"
 #include "trendtool/common/messages.h"
@@ -34,10 +35,12 @@ int run_check(const CheckOptions& options) {
   OutputFile out;
   bool is_written = out.open("", "");
   for (const std::string& file : left_files) {
-    is_written = is_written && out.write(quote(file) + " was left by a program that died\n");
+    is_written =
+        is_written && out.write(show_controls(quote(file)) + " was left by a program that died\n");
   }
   for (const CDamage& part : damage) {
-    is_written = is_written && out.write(describe_damage(part, options.use_utc) + "\n");
+    is_written =
+        is_written && out.write(show_controls(describe_damage(part, options.use_utc)) + "\n");
   }
   if (!is_written || !out.finish()) return fail(out.error());
   return damage.empty() && left_files.empty() ? SUCCESS : FAILURE;

@@ -3,9 +3,11 @@
 #include <cstdio>
 #include <string>
 
-void print_message(std::string_view text) {
+#include "text/utf8.h"
+
+void print_message(std::string_view text, std::string_view program) {
   // One call, so that the messages of several programs do not mix within a line.
-  const std::string line = "trendtool: " + std::string(text) + "\n";
+  const std::string line = std::string(program) + ": " + show_controls(text) + "\n";
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 

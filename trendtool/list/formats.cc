@@ -1,5 +1,6 @@
 #include "trendtool/list/formats.h"
 
+#include "text/utf8.h"
 #include "trendtool/common/escape.h"
 #include "trendtool/common/iso_time.h"
 #include "trendtool/common/statistic_names.h"
@@ -166,12 +167,14 @@ void add_device_json(const DeviceContents& entry, IsoClock& clock, std::string& 
 std::string list_names(const std::vector<DeviceContents>& contents, bool is_one_device) {
   std::string text;
   if (!is_one_device) {
-    for (const DeviceContents& entry : contents) text += entry.device.path + "\n";
+    for (const DeviceContents& entry : contents) text += show_controls(entry.device.path) + "\n";
     return text;
   }
   const DeviceContents& entry = contents.front();
   for (std::size_t i = 0; i < entry.params.size(); ++i) {
-    text += (entry.display_names.empty() ? entry.params[i].path : entry.display_names[i]) + "\n";
+    text +=
+        show_controls(entry.display_names.empty() ? entry.params[i].path : entry.display_names[i]) +
+        "\n";
   }
   return text;
 }

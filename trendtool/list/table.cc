@@ -4,6 +4,7 @@
 
 #include "text/calendar.h"
 #include "text/time_text.h"
+#include "text/utf8.h"
 #include "trendtool/common/statistic_names.h"
 #include "trendtool/list/formats.h"
 
@@ -18,7 +19,10 @@ class Table {
   Table(std::vector<std::string> names, std::vector<std::size_t> right)
       : rows_{std::move(names)}, right_(std::move(right)) {}
 
-  void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+  void add(std::vector<std::string> cells) {
+    for (std::string& cell : cells) cell = show_controls(cell);
+    rows_.push_back(std::move(cells));
+  }
 
   [[nodiscard]] std::string text() const {
     std::vector<std::size_t> widths(rows_.front().size());

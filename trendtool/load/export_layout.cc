@@ -20,6 +20,7 @@ char find_separator(std::string_view line) {
 }
 
 std::string read_export_header(const std::vector<std::string_view>& fields, ExportLayout& layout) {
+  if (std::string wrong = check_header_size(fields.size()); !wrong.empty()) return wrong;
   std::size_t place = 1;  // after the time
   layout.has_interval = take(fields, place, "interval");
   layout.has_device = take(fields, place, "device");

@@ -88,28 +88,26 @@ std::string ExportLoader::find_device(std::string_view path, Device*& device) {
   return recorder_.add_device(device->device) == 0 ? "" : recorder_.error();
 }
 
-/// The mask of the statistics that the current row has of a parameter.
-std::uint32_t ExportLoader::get_row_statistics(std::size_t param) const {
-  std::uint32_t mask = 0;
+void ExportLoader::collect_row_statistics() {
   for (const Value& value : values_) {
     const ValueColumn& column = columns_.columns[value.column];
-    if (column.param == param) mask |= std::uint32_t{1} << column.statistic;
+    row_statistics_[column.param] |= std::uint32_t{1} << column.statistic;
   }
-  return mask;
 }
 
 /// Finds where the values of `column` are recorded for `device`, and adds the parameter if it is
 /// new. A statistic that is not recorded for the parameter is wrong only with `must_have`.
 std::string ExportLoader::find_place(Device& device, std::size_t column, bool must_have) {
-  device.places.resize(columns_.columns.size());
-  device.has_place.resize(columns_.columns.size());
-  if (device.has_place[column]) return "";
+  if (device.places.count(column) > 0) return "";
   const ValueColumn& wanted = columns_.columns[column];
   const CParamProperties& described = columns_.params[wanted.param];
   auto known = device.known_params.find(described.path);
   if (known == device.known_params.end()) {
     CParamProperties param = described;
-    if (layout_.is_long) toolkit::trend::set_statistics(param, get_row_statistics(wanted.param));
+    if (layout_.is_long) {
+      if (row_statistics_.empty()) collect_row_statistics();
+      toolkit::trend::set_statistics(param, row_statistics_[wanted.param]);
+    }
     if (recorder_.add_param(device.device, param) != 0) return recorder_.error();
     known = device.known_params.emplace(param.path, device.params.size()).first;
     device.slots = std::max(device.slots, get_slot(param, STATISTICS.size()));
@@ -122,7 +120,6 @@ std::string ExportLoader::find_place(Device& device, std::size_t column, bool mu
                      : "";
   }
   device.places[column] = {known->second, wanted.statistic, get_slot(param, wanted.statistic)};
-  device.has_place[column] = true;
   return "";
 }
 
@@ -154,9 +151,7 @@ std::string ExportLoader::read_start(const std::vector<std::string_view>& fields
 std::string ExportLoader::load(const std::vector<std::string_view>& fields) {
   const std::size_t fixed = layout_.fixed_fields();
   const std::size_t wanted = fixed + (layout_.is_long ? 3 : columns_.columns.size());
-  if (fields.size() != wanted) {
-    return std::to_string(fields.size()) + " fields, but the header has " + std::to_string(wanted);
-  }
+  if (fields.size() != wanted) return describe_fields(fields.size(), wanted);
   RowStart start;
   if (std::string wrong = read_start(fields, start); !wrong.empty()) return wrong;
   if (!layout_.is_long) {
@@ -197,6 +192,8 @@ std::string ExportLoader::add_value(std::string_view column, std::string_view fi
   if (std::exchange(last_rows_[index], row_number_) == row_number_) {
     return "the value of " + quote(column) + " appears twice in one row";
   }
+  if (values_.size() == MOST_FIELDS)
+    return "the row has more than " + std::to_string(MOST_FIELDS) + " values";
   values_.push_back({index, value});
   return "";
 }
@@ -210,18 +207,20 @@ std::string ExportLoader::record_row() {
   const bool is_sparse = layout_.has_device && !layout_.is_long;
   places_.clear();
   for (const Value& value : values_) {
-    const bool is_known = value.column < device.has_place.size() && device.has_place[value.column];
+    const bool is_known = device.places.count(value.column) > 0;
     if (!is_known && is_sparse && std::isnan(value.value)) continue;
     std::string wrong = find_place(device, value.column, !std::isnan(value.value));
     if (!wrong.empty()) return wrong;
   }
   slots_.assign(device.slots, MISSING);
   for (const Value& value : values_) {
-    if (value.column >= device.has_place.size() || !device.has_place[value.column]) continue;
-    places_.push_back(device.places[value.column]);
-    slots_[places_.back().slot] = value.value;
+    const auto place = device.places.find(value.column);
+    if (place == device.places.end()) continue;
+    places_.push_back(place->second);
+    slots_[place->second.slot] = value.value;
   }
   values_.clear();
+  row_statistics_.clear();
   CSeries& series = device.series[row_.minutes];
   if (series.minutes == 0 && recorder_.add_series(device.device, row_.minutes, series) != 0) {
     return recorder_.error();

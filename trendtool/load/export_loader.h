@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "libtrend/recorder.h"
@@ -36,8 +37,8 @@ class ExportLoader {
     toolkit::trend::CDeviceProperties device;
     std::vector<toolkit::trend::CParamProperties> params;  ///< as they are in the database
     std::map<std::string, std::size_t> known_params;       ///< by path, index into `params`
-    std::vector<ValuePlace> places;                        ///< by column
-    std::vector<bool> has_place;                           ///< by column
+    /// By column, where the parameter has the statistic.
+    std::unordered_map<std::size_t, ValuePlace> places;
     std::map<std::uint32_t, toolkit::trend::CSeries> series;
     std::size_t slots = 0;
   };
@@ -57,7 +58,7 @@ class ExportLoader {
   std::string read_start(const std::vector<std::string_view>& fields, RowStart& start);
   std::string find_device(std::string_view path, Device*& device);
   std::string add_value(std::string_view column, std::string_view field);
-  [[nodiscard]] std::uint32_t get_row_statistics(std::size_t param) const;
+  void collect_row_statistics();
   std::string find_place(Device& device, std::size_t column, bool must_have);
   std::string record_row();
 
@@ -74,5 +75,8 @@ class ExportLoader {
   std::vector<Value> values_;
   std::vector<double> slots_;
   std::vector<ValuePlace> places_;
+  /// The mask of the statistics that the current row has, by index into `columns_.params`. Empty if
+  /// it was not needed yet.
+  std::unordered_map<std::size_t, std::uint32_t> row_statistics_;
   std::string text_;
 };

@@ -10,6 +10,18 @@ using toolkit::trend::STATISTICS;
 
 static_assert(COLUMN_SUFFIXES.size() == STATISTICS.size());
 
+std::string describe_fields(std::size_t fields, std::size_t wanted) {
+  const bool is_counted = fields <= MOST_FIELDS;
+  return (is_counted ? "" : "more than ") + std::to_string(is_counted ? fields : MOST_FIELDS) +
+         " fields, but the header has " + std::to_string(wanted);
+}
+
+std::string check_header_size(std::size_t fields) {
+  return fields <= MOST_FIELDS
+             ? ""
+             : "the header has more than " + std::to_string(MOST_FIELDS) + " fields";
+}
+
 std::string add_column(std::string_view field, Layout& layout) {
   const std::size_t colon = field.rfind(':');
   const auto* suffix =
@@ -20,17 +32,16 @@ std::string add_column(std::string_view field, Layout& layout) {
     return "column " + quote(field) + " is not a parameter path with a colon and a statistic";
   }
   const std::string_view path = field.substr(0, colon);
-  auto param = std::find_if(layout.params.begin(), layout.params.end(),
-                            [&](const auto& candidate) { return candidate.path == path; });
-  if (param == layout.params.end()) {
+  auto place = layout.param_places.find(path);
+  if (place == layout.param_places.end()) {
+    place = layout.param_places.emplace(path, layout.params.size()).first;
     layout.params.emplace_back().path = path;
-    param = layout.params.end() - 1;
   }
   const auto statistic = static_cast<std::size_t>(suffix - COLUMN_SUFFIXES.begin());
-  bool& has_column = (*param).*STATISTICS[statistic].flag;
+  bool& has_column = layout.params[place->second].*STATISTICS[statistic].flag;
   if (has_column) return "column " + quote(field) + " appears twice";
   has_column = true;
-  layout.columns.push_back({static_cast<std::size_t>(param - layout.params.begin()), statistic});
+  layout.columns.push_back({place->second, statistic});
   return "";
 }
 
@@ -39,6 +50,7 @@ std::string read_header(std::string_view line, Layout& layout) {
   if (fields.size() < 2 || fields[0] != "Date" || fields[1] != "Time") {
     return "the header does not start with Date,Time";
   }
+  if (std::string wrong = check_header_size(fields.size()); !wrong.empty()) return wrong;
   if (line.find('\0') != line.npos) return "the header contains a zero byte";
   layout.has_percent = fields.size() > 2 && fields[2] == "Percent Valid";
   for (std::size_t i = layout.fixed_fields(); i < fields.size(); ++i) {

@@ -1,6 +1,8 @@
 #include "trendtool/load/loader.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -8,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -16,6 +17,7 @@
 
 #include "libtrend/recorder.h"
 #include "text/line_reader.h"
+#include "trendtool/common/messages.h"
 #include "trendtool/common/progress.h"
 #include "trendtool/load/export_layout.h"
 #include "trendtool/load/export_loader.h"
@@ -28,15 +30,29 @@ using toolkit::trend::CRecorder;
 
 namespace {
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
+/// The file that is read, which is closed with the object unless it is standard input.
+class InputFile {
+ public:
+  /// Opens the file at `path`, or takes standard input for "-". `number` is -1 on failure, with the
+  /// reason in errno.
+  explicit InputFile(const std::string& path)
+      : number_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+  ~InputFile() {
+    if (number_ > STDIN_FILENO) close(number_);
+  }
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+
+  [[nodiscard]] int number() const { return number_; }
+
+ private:
+  int number_;
 };
-using File = std::unique_ptr<std::FILE, FileCloser>;
 
 /// Returns the size of an open file in bytes, or 0 if it is not known, as of a pipe.
-std::uint64_t size_of(std::FILE* file) {
+std::uint64_t size_of(int file) {
   struct stat status = {};
-  const bool is_known = fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode);
+  const bool is_known = fstat(file, &status) == 0 && S_ISREG(status.st_mode);
   return is_known ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
@@ -118,6 +134,7 @@ class Load {
     ExportLayout layout;
     std::string wrong;
     if (!records.next(fields)) wrong = records.wrong();
+    if (wrong.empty() && lines_.has_failed()) return fail_to_read();
     if (wrong.empty()) wrong = read_export_header(fields, layout);
     if (wrong.empty()) wrong = find_conflict(layout);
     if (!wrong.empty()) return fail_at(1, wrong);
@@ -188,15 +205,21 @@ class Load {
   }
 
   int print_failure(const std::string& where, const std::string& wrong) {
-    std::fprintf(stderr, "%s: %s: %s\n", options_.program, where.c_str(), wrong.c_str());
-    return 1;
+    print_message(where + ": " + wrong, options_.program);
+    return FAILURE;
   }
   int fail(const std::string& wrong) { return print_failure(options_.db_path, wrong); }
   int fail_at(std::size_t line, const std::string& wrong) {
     return print_failure(options_.input_path + ":" + std::to_string(line), wrong);
   }
   int fail_here(const std::string& wrong) { return fail_at(lines_.number(), wrong); }
-  int fail_to_read() { return print_failure(options_.input_path, std::strerror(errno)); }
+  int fail_to_read() {
+    if (lines_.error() == EMSGSIZE) {
+      return fail_at(lines_.number() + 1,
+                     "the line is longer than " + std::to_string(LONGEST_LINE) + " bytes");
+    }
+    return print_failure(options_.input_path, std::strerror(lines_.error()));
+  }
 
   static constexpr const char* NO_HEADER = "the header is missing";
 
@@ -211,16 +234,13 @@ class Load {
 }  // namespace
 
 int run_load(const LoadOptions& options) {
-  const bool is_piped = options.input_path == "-";
-  const File file(is_piped ? nullptr : std::fopen(options.input_path.c_str(), "r"));
-  if (!is_piped && !file) {
-    std::fprintf(stderr, "%s: %s: %s\n", options.program, options.input_path.c_str(),
-                 std::strerror(errno));
-    return 1;
+  const InputFile file(options.input_path);
+  if (file.number() < 0) {
+    print_message(options.input_path + ": " + std::strerror(errno), options.program);
+    return FAILURE;
   }
-  std::FILE* input = is_piped ? stdin : file.get();
-  LineReader lines(input);
-  return Load(options, lines, size_of(input)).run();
+  LineReader lines(file.number());
+  return Load(options, lines, size_of(file.number())).run();
 }
 
 int run_trendload(int argc, char** argv) {

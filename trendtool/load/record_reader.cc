@@ -1,5 +1,7 @@
 #include "trendtool/load/record_reader.h"
 
+#include "text/csv.h"
+
 bool RecordReader::fail(const char* wrong) {
   wrong_ = wrong;
   return false;
@@ -12,11 +14,7 @@ bool RecordReader::next(std::vector<std::string_view>& fields) {
   number_ = lines_.number();
   if (!has_line) return false;
   if (line.find('"') != line.npos) return read_quoted(line, fields);
-  for (std::size_t end = line.find(separator_); end != line.npos; end = line.find(separator_)) {
-    fields.push_back(line.substr(0, end));
-    line.remove_prefix(end + 1);
-  }
-  fields.push_back(line);
+  split_fields(line, separator_, fields);
   return true;
 }
 
@@ -40,6 +38,7 @@ bool RecordReader::read_quoted(std::string_view line, std::vector<std::string_vi
           text_ += c;
         }
       } else if (c == separator_) {
+        if (ends_.size() == MOST_FIELDS) return fail("the record has too many fields");
         ends_.push_back(text_.size());
         is_at_start = true;
         is_closed = false;
@@ -55,7 +54,8 @@ bool RecordReader::read_quoted(std::string_view line, std::vector<std::string_vi
     }
     if (!is_in_quotes) break;
     text_ += '\n';
-    if (!lines_.next(line)) return fail("a field in quotes has no end");
+    if (!lines_.next(line)) return fail(lines_.has_failed() ? "" : "a field in quotes has no end");
+    if (text_.size() + line.size() > LONGEST_LINE) return fail("the record is too long");
   }
   ends_.push_back(text_.size());
   std::size_t start = 0;

@@ -14,9 +14,10 @@ class RecordReader {
   /// `lines` must outlive the reader.
   RecordReader(LineReader& lines, char separator) : lines_(lines), separator_(separator) {}
 
-  /// Sets `fields` to those of the next record, without quotes, valid until the next call. Returns
-  /// false at the end of the file, on failure to read it, and at a wrong record: `wrong` then says
-  /// what is wrong with it.
+  /// Sets `fields` to those of the next record, without quotes, valid until the next call. If there
+  /// are more than `MOST_FIELDS`, one field more has all the rest. Returns false at the end of the
+  /// file, on failure to read it, and at a wrong record: `wrong` then says what is wrong with it.
+  /// A record is too long if it has more than `LONGEST_LINE` bytes.
   [[nodiscard]] bool next(std::vector<std::string_view>& fields);
 
   [[nodiscard]] const std::string& wrong() const { return wrong_; }

@@ -54,18 +54,16 @@ std::string RowLoader::find_slots() {
 }
 
 bool RowLoader::look_ahead(std::string_view line) {
-  split_fields(line, fields_);
+  split_fields(line, ',', fields_);
   if (fields_.size() < 2) return false;
   join_time(fields_, time_);
   return clock_.look_ahead(time_);
 }
 
 std::string RowLoader::load(std::string_view line) {
-  split_fields(line, fields_);
+  split_fields(line, ',', fields_);
   const std::size_t wanted = layout_.fixed_fields() + layout_.columns.size();
-  if (fields_.size() != wanted) {
-    return std::to_string(fields_.size()) + " fields, but the header has " + std::to_string(wanted);
-  }
+  if (fields_.size() != wanted) return describe_fields(fields_.size(), wanted);
   std::time_t time = 0;
   join_time(fields_, time_);
   if (std::string wrong = clock_.convert(time_, time); !wrong.empty()) return wrong;

@@ -20,7 +20,7 @@ TEST(GnuplotString, LeavesWhatIsNotSpecialBetweenTheseQuotes) {
 }
 
 TEST(GnuplotString, ReplacesControlCharactersByBlanks) {
-  EXPECT_EQ(gnuplot_string("a\nb\tc\rd\x7f"), "'a b c d '");
+  EXPECT_EQ(gnuplot_string("a\nb\tc\rd\x7f\u009b"), "'a b c d  '");
 }
 
 TEST(GnuplotString, KeepsUtf8AndReplacesOtherBytes) {

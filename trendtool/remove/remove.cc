@@ -11,6 +11,7 @@
 #include "libtrend/log.h"
 #include "libtrend/recorder.h"
 #include "text/csv.h"
+#include "text/utf8.h"
 #include "trendtool/common/iso_time.h"
 #include "trendtool/common/messages.h"
 #include "trendtool/common/selection.h"
@@ -80,7 +81,7 @@ std::string find_target(CLog& log, const RemoveOptions& options, Target& target)
 
 /// Asks the user. Returns whether the answer is yes.
 bool ask(const std::string& name) {
-  std::fprintf(stderr, "Remove %s? [y/N] ", name.c_str());
+  std::fprintf(stderr, "Remove %s? [y/N] ", show_controls(name).c_str());
   char answer[8] = {};
   if (std::fgets(answer, sizeof answer, stdin) == nullptr) return false;
   const std::string text = answer;
