@@ -1,93 +1,20 @@
-// trendtool: shows, exports and loads what is in a trend database, by subcommands.
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
-#include <string>
-#include <string_view>
 
 #include "cli/standard_streams.h"
-#include "text/csv.h"
-#include "trendtool/backup/command.h"
-#include "trendtool/check/command.h"
-#include "trendtool/common/command.h"
 #include "trendtool/common/messages.h"
-#include "trendtool/common/output_file.h"
-#include "trendtool/copy/command.h"
-#include "trendtool/export/command.h"
-#include "trendtool/init/command.h"
-#include "trendtool/list/command.h"
-#include "trendtool/load/command.h"
-#include "trendtool/load/loader.h"
-#include "trendtool/plot/command.h"
-#include "trendtool/purge/command.h"
-#include "trendtool/remove/command.h"
-
-namespace {
-
-/// Writes `text` to standard output. Returns the exit status.
-int print(const std::string& text) {
-  OutputFile out;
-  return out.open("", "") && out.write(text) && out.finish() ? SUCCESS : fail(out.error());
-}
-
-/// Says what is wrong with the command line, and where to look. Returns the exit status.
-int refuse(const CLI::App& app, const CLI::ParseError& error) {
-  const auto chosen = app.get_subcommands();
-  if (chosen.empty() && !app.remaining().empty()) {
-    return refuse_usage(quote(app.remaining().front()) +
-                        " is not a subcommand; see 'trendtool --help'");
-  }
-  const std::string name = chosen.empty() ? "" : " " + chosen.front()->get_name();
-  return refuse_usage(std::string(error.what()) + "; see 'trendtool" + name + " --help'");
-}
-
-int run_trendtool(int argc, char** argv) {
-  CLI::App app("Shows, exports, checks, copies and removes what is in a trend database.",
-               "trendtool");
-  app.set_version_flag("--version", "trendtool " TRENDTOOL_VERSION);
-  app.require_subcommand(1);
-  app.get_formatter()->column_width(34);
-  Action action;
-  add_list_command(app, action);
-  add_export_command(app, action);
-  add_plot_command(app, action);
-  add_check_command(app, action);
-  add_backup_command(app, action);
-  add_copy_command(app, action);
-  add_remove_command(app, action);
-  add_purge_command(app, action);
-  add_init_command(app, action);
-  add_load_command(app, action);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp&) {
-    return print(app.help());
-  } catch (const CLI::CallForVersion& version) {
-    return print(std::string(version.what()) + "\n");
-  } catch (const CLI::ParseError& error) {
-    return refuse(app, error);
-  }
-  return action();
-}
-
-/// Returns whether the program was started under the name `name`.
-bool is_called(const char* program, std::string_view name) {
-  const std::string_view path(program);
-  return path.substr(path.rfind('/') + 1) == name;
-}
-
-}  // namespace
+#include "trendtool/run.h"
 
 int main(int argc, char** argv) {
-  // The name trendload stands for what it did as a program of its own.
-  const bool is_trendload = argc > 0 && is_called(argv[0], "trendload");
+  // The other name stands for what the program was before.
+  if (!is_trendload(argc, argv)) fill_closed_standard_streams();
   try {
-    if (is_trendload) return run_trendload(argc, argv);
-    fill_closed_standard_streams();
     return run_trendtool(argc, argv);
   } catch (const std::exception&) {
     // Only a failed allocation throws.
-    std::fputs(is_trendload ? "trendload: out of memory\n" : "trendtool: out of memory\n", stderr);
+    std::fputs(
+        is_trendload(argc, argv) ? "trendload: out of memory\n" : "trendtool: out of memory\n",
+        stderr);
     return FAILURE;
   }
 }
