@@ -50,11 +50,12 @@ class __attribute__((visibility("default"))) CRecorder {
   /// Adds the parameter with the path and the statistics of `param` to `device`, unless there is
   /// one with that path, which keeps its statistics. Sets `param` to what is recorded: `aux_1` is
   /// the slot of its first statistic, its others follow in the order of the flags. Rows that were
-  /// recorded before lack the values of a new parameter.
+  /// recorded before lack the values of a new parameter. A device has at most 65,535 slots, and at
+  /// most 65,535 parameters.
   [[nodiscard]] int add_param(const CDeviceProperties& device, CParamProperties& param);
 
   /// Adds the series of `device` at the interval of `minutes`, above 0, unless there is one. Sets
-  /// `series` to what is recorded.
+  /// `series` to what is recorded. A device has at most 100 series.
   [[nodiscard]] int add_series(const CDeviceProperties& device, std::uint32_t minutes,
                                CSeries& series);
 

@@ -196,6 +196,9 @@ bool ArchiveWriter::add_param(const CDeviceProperties& device, CParamProperties&
     return fail("parameter '" + param.path + "' needs more than the " +
                 std::to_string(MAX_DEVICE_SLOTS) + " slots that a device can have");
   }
+  if (known->by_path.size() == MAX_DEVICE_SLOTS) {
+    return fail("a device has at most " + std::to_string(MAX_DEVICE_SLOTS) + " parameters");
+  }
   known->by_path[param.path] = param;
   Parameters parameters;
   parameters.add(device.aux_1).add(param.path).add(std::int64_t{param.aux_1});
@@ -211,12 +214,16 @@ bool ArchiveWriter::add_series(const CDeviceProperties& device, std::uint32_t mi
   Parameters key;
   key.add(device.aux_1).add(std::int64_t{minutes});
   Result result;
+  std::int64_t count = 0;
   series.minutes = minutes;
   return find_or_add(
-             "SELECT id FROM series WHERE device_id = $1 AND minutes = $2", key,
-             "INSERT INTO series (device_id, minutes) VALUES ($1, $2) ON CONFLICT DO NOTHING", key,
-             result) &&
-         (result.read(0, 0, series.id) || fail(DAMAGED_CATALOGUE));
+             "SELECT id, (SELECT count(*) FROM series WHERE device_id = $1) FROM series "
+             "WHERE device_id = $1 AND minutes = $2",
+             key, "INSERT INTO series (device_id, minutes) VALUES ($1, $2) ON CONFLICT DO NOTHING",
+             key, result) &&
+         ((result.read(0, 0, series.id) && result.read(0, 1, count)) || fail(DAMAGED_CATALOGUE)) &&
+         (count <= static_cast<std::int64_t>(MAX_DEVICE_SERIES) ||
+          fail("a device has at most " + std::to_string(MAX_DEVICE_SERIES) + " intervals"));
 }
 
 /// Locks a series until the transaction ends, and looks which times it has. Returns null on

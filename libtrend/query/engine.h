@@ -19,8 +19,10 @@ namespace toolkit::trend {
 inline constexpr std::int64_t NO_ROW = 0;
 inline constexpr std::int64_t MAX_TIMESTAMP = (std::int64_t{1} << 40) - 1;
 
-/// The most slots of a device.
+/// The most slots of a device, and the most parameters.
 inline constexpr std::size_t MAX_DEVICE_SLOTS = 65535;
+/// The most series of a device, one for each interval. A query may need memory for all of them.
+inline constexpr std::size_t MAX_DEVICE_SERIES = 100;
 
 /// Reads the rows of one series in order of time, in one direction.
 ///

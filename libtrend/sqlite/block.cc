@@ -113,7 +113,9 @@ bool decode_layout(const BlockHead& head, BlockLayout& layout) {
   for (; !rest.empty(); rest = rest.subspan(sizeof(std::uint16_t))) {
     layout.offsets.push_back(layout.offsets.back() + load<std::uint16_t>(rest.data()));
   }
-  return layout.offsets.back() == head.bytes;
+  return layout.offsets.back() == head.bytes &&
+         (head.rows == 1 || layout.slots() * layout.times.size() <= MAX_BLOCK_VALUES) &&
+         layout.slots() <= MAX_DEVICE_SLOTS;
 }
 
 bool decode_block_column(const BlockHead& head, std::size_t slot,

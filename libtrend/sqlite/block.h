@@ -11,6 +11,8 @@ namespace toolkit::trend {
 /// The most rows of a block, and the most bytes that its values take when they are decoded.
 inline constexpr std::size_t MAX_BLOCK_ROWS = 512;
 inline constexpr std::size_t MAX_BLOCK_BYTES = std::size_t{1} << 20;
+/// The most values of a block of several rows that a reader accepts. It would need memory for them.
+inline constexpr std::size_t MAX_BLOCK_VALUES = std::size_t{1} << 19;
 
 /// Returns how many rows a full block of rows with so many slots has.
 [[nodiscard]] std::size_t get_block_rows(std::size_t slots);

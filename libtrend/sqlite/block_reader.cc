@@ -61,7 +61,9 @@ BlockReader::Series* BlockReader::find_series(std::int64_t id,
   const auto known = series_.find(id);
   if (known != series_.end()) return known->second.get();
   // The values of a block take memory, so only the series of one query are remembered.
-  std::erase_if(series_, [&](const auto& entry) { return entry.second->query != query_; });
+  if (std::exchange(forgot_before_, query_) != query_) {
+    std::erase_if(series_, [&](const auto& entry) { return entry.second->query != query_; });
+  }
   auto series = std::make_unique<Series>(blocks_, error_);
   switch (states_.get(id, series->state, error_)) {
     case SeriesStates::Result::FOUND:

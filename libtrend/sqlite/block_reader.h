@@ -64,6 +64,7 @@ class BlockReader {
   std::string uuid_;
   std::map<std::int64_t, std::unique_ptr<Series>> series_;
   std::uint64_t query_ = 0;
+  std::uint64_t forgot_before_ = 0;  ///< the query before which series were forgotten last
 };
 
 }  // namespace toolkit::trend

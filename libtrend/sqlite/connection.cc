@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <climits>
+#include <utility>
 
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/sqlite/statement.h"
@@ -24,9 +26,68 @@ bool connect(const std::string& name, int flags, const char* vfs, Database& db,
   return false;
 }
 
+namespace {
+
+/// Limits what a manipulated file can make SQLite do. Our own tables and statements stay far below.
+void set_limits(sqlite3* db) {
+  constexpr std::pair<int, int> LIMITS[] = {
+      {SQLITE_LIMIT_LENGTH, 16 << 20},  // of a row; one of a device with all slots takes 512 KiB
+      {SQLITE_LIMIT_SQL_LENGTH, 100'000}, {SQLITE_LIMIT_COLUMN, 100},
+      {SQLITE_LIMIT_EXPR_DEPTH, 100},     {SQLITE_LIMIT_COMPOUND_SELECT, 10},
+      {SQLITE_LIMIT_VDBE_OP, 100'000},    {SQLITE_LIMIT_FUNCTION_ARG, 20},
+      {SQLITE_LIMIT_ATTACHED, 0},         {SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 1000},
+      {SQLITE_LIMIT_VARIABLE_NUMBER, 20}, {SQLITE_LIMIT_TRIGGER_DEPTH, 1},
+      {SQLITE_LIMIT_WORKER_THREADS, 0}};
+  for (const auto& [limit, value] : LIMITS) sqlite3_limit(db, limit, value);
+}
+
+/// Returns whether `sql`, which made a table, has the word AS: each generated column has one.
+bool has_generated_column(const std::string& sql) {
+  const auto is_in_word = [](char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '$' ||
+           (c & 0x80) != 0;
+  };
+  for (std::size_t i = 1; i + 2 < sql.size(); ++i) {
+    if (sqlite3_strnicmp(&sql[i], "as", 2) == 0 && !is_in_word(sql[i - 1]) &&
+        !is_in_word(sql[i + 2])) {
+      return true;
+    }
+  }
+  return false;
+}
+
+/// Returns whether a table, index, view or trigger that was made by `sql` may be in a trend
+/// database. Views and triggers are never used.
+bool is_ordinary(const std::string& sql) {
+  const auto starts_with = [&](const std::string& start) {
+    return sqlite3_strnicmp(sql.c_str(), start.c_str(), static_cast<int>(start.size())) == 0;
+  };
+  if (starts_with("CREATE TABLE ")) return !has_generated_column(sql);
+  return starts_with("CREATE INDEX ") || starts_with("CREATE UNIQUE INDEX ") ||
+         starts_with("CREATE VIEW ") || starts_with("CREATE TRIGGER ");
+}
+
+/// Returns whether all tables are ordinary ones: the content of virtual tables and of generated
+/// columns does not come from the file, and may be of any size. If not, the reason is in `error`.
+bool has_ordinary_tables(sqlite3* db, std::string& error) {
+  Statement row(db, "SELECT sql FROM sqlite_schema WHERE sql IS NOT NULL");
+  Statement::Step step = row ? row.step() : Statement::Step::ERROR;
+  for (; step == Statement::Step::ROW; step = row.step()) {
+    std::string sql;
+    if (row.read(0, sql) && is_ordinary(sql)) continue;
+    error = "it has a table that is not an ordinary one";
+    return false;
+  }
+  if (step == Statement::Step::ERROR) error = sqlite3_errmsg(db);
+  return step == Statement::Step::DONE;
+}
+
+}  // namespace
+
 bool configure(sqlite3* db, const OpenOptions& options, std::string& error) {
   constexpr unsigned MAX_SECONDS = INT_MAX / 1000;
   sqlite3_busy_timeout(db, static_cast<int>(std::min(options.busy_timeout, MAX_SECONDS) * 1000));
+  set_limits(db);
   sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
   sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
   sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
@@ -75,7 +136,7 @@ bool verify(sqlite3* db, std::string& error) {
     error = "it is not a trend database";
     return false;
   }
-  return is_known_version(version, error);
+  return is_known_version(version, error) && has_ordinary_tables(db, error);
 }
 
 const char* file_name(sqlite3* db) { return sqlite3_db_filename(db, "main"); }

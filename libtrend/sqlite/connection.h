@@ -38,8 +38,8 @@ using Database = std::unique_ptr<sqlite3, DatabaseDeleter>;
 /// `error`.
 [[nodiscard]] bool is_known_version(std::int64_t version, std::string& error);
 
-/// Returns whether `db` is a trend database of a version that this library supports. If not, the
-/// reason is in `error`.
+/// Returns whether `db` is a trend database of a version that this library supports, and has only
+/// ordinary tables. If not, the reason is in `error`.
 [[nodiscard]] bool verify(sqlite3* db, std::string& error);
 
 /// Returns the absolute path of the database file, with symbolic links resolved.

@@ -11,7 +11,6 @@
 #include "libtrend/sqlite/check.h"
 #include "libtrend/sqlite/reader_vfs.h"
 #include "libtrend/sqlite/schema.h"
-#include "libtrend/statistics.h"
 
 namespace toolkit::trend {
 
@@ -66,25 +65,21 @@ bool SqliteReader::is_outdated() const { return db_ && trend::is_outdated(db_.ge
 
 /// Prepares all statements, which shows that the tables are there.
 bool SqliteReader::prepare() {
-  // What a query reads of the catalogue is compared with a checksum of its tables. So an index,
-  // which could be damaged, is not used.
   const std::pair<Statement*, const char*> texts[] = {
       {&begin_, "BEGIN"},
       {&commit_, "COMMIT"},
       {&data_version_, "PRAGMA data_version"},
       {&user_version_, "PRAGMA user_version"},
       {&devices_, "SELECT id, path, description FROM device ORDER BY id"},
-      {&params_,
-       "SELECT path, statistics, first_slot FROM parameter NOT INDEXED WHERE device_id = ?1 "
-       "ORDER BY path"},
-      {&periods_, "SELECT DISTINCT minutes FROM series NOT INDEXED ORDER BY minutes"},
-      {&series_,
-       "SELECT id, minutes FROM series NOT INDEXED WHERE device_id = ?1 ORDER BY minutes"}};
+      {&periods_, "SELECT DISTINCT minutes FROM series NOT INDEXED ORDER BY minutes"}};
   for (const auto& [statement, sql] : texts) *statement = Statement();
   for (const auto& [statement, sql] : texts) {
     *statement = Statement(db_.get(), sql);
     if (!*statement) return fail_with_database_error();
   }
+  catalogue_ = DeviceCatalogue();
+  catalogue_ = DeviceCatalogue(db_.get());
+  if (!catalogue_) return fail_with_database_error();
   return run_once([] { return true; });
 }
 
@@ -125,7 +120,7 @@ bool SqliteReader::start_query() {
     std::int64_t version = 0;
     if (!read_number(user_version_, version)) return false;
     if (version != version_ && !prepare_version(version)) return false;
-    has_known_series_ = false;
+    catalogue_.forget();
     seen_data_ = data;
   }
   if (damaged_) damaged_->start_query(has_changed);
@@ -162,18 +157,6 @@ bool SqliteReader::run(const std::function<bool()>& query) {
   return false;
 }
 
-/// Runs `statement` and calls `take_row`, which returns false on a damaged row, on each of its
-/// rows. Returns false on failure.
-template <typename TakeRow>
-bool SqliteReader::for_each_row(Statement& statement, const TakeRow& take_row) {
-  const RunningStatement running(&statement);
-  Statement::Step step = statement.step();
-  for (; step == Statement::Step::ROW; step = statement.step()) {
-    if (!take_row(statement) && !lose_catalogue("the catalogue is damaged")) return false;
-  }
-  return step == Statement::Step::DONE || lose_catalogue(statement.error());
-}
-
 /// Notes that a part of the catalogue can't be read. Returns whether that is not a failure.
 bool SqliteReader::lose_catalogue(const std::string& reason) {
   error_ = reason;
@@ -183,38 +166,24 @@ bool SqliteReader::lose_catalogue(const std::string& reason) {
 }
 
 bool SqliteReader::get_devices(std::vector<CDeviceProperties>& devices) {
-  return for_each_row(devices_, [&](const Statement& row) {
+  const auto take_row = [&](const Statement& row) {
     CDeviceProperties device;
     if (!row.read(0, device.aux_1) || !row.read(1, device.path) || !row.read(2, device.aux_text)) {
       return false;
     }
     devices.push_back(std::move(device));
     return true;
-  });
+  };
+  return for_each_row(devices_, take_row, lose_);
 }
 
 bool SqliteReader::get_params(const CDeviceProperties& device,
                               std::vector<CParamProperties>& params) {
-  params_.bind(1, device.aux_1);
-  return for_each_row(params_, [&](const Statement& row) {
-    CParamProperties param;
-    std::int64_t statistics = 0;
-    std::int64_t first_slot = 0;
-    if (!row.read(0, param.path) || !row.read(1, statistics) || !row.read(2, first_slot) ||
-        statistics < 0 || statistics > ALL_STATISTICS || first_slot < 0) {
-      return false;
-    }
-    // No row is long enough for slots that the field can't hold.
-    constexpr std::int64_t MAX_SLOT = std::numeric_limits<std::uint32_t>::max();
-    param.aux_1 = static_cast<std::uint32_t>(std::min(first_slot, MAX_SLOT));
-    set_statistics(param, static_cast<std::uint32_t>(statistics));
-    params.push_back(std::move(param));
-    return true;
-  });
+  return catalogue_.get_params(device.aux_1, version_ == ROWS_ONLY_VERSION, params, lose_);
 }
 
 bool SqliteReader::get_periods(std::vector<CPeriodProperties>& periods) {
-  return for_each_row(periods_, [&](const Statement& row) {
+  const auto take_row = [&](const Statement& row) {
     std::int64_t minutes = 0;
     if (!row.read(0, minutes) || minutes <= 0) return false;
     // An interval too long for the record can't be named or queried, so it is left out.
@@ -222,35 +191,12 @@ bool SqliteReader::get_periods(std::vector<CPeriodProperties>& periods) {
       periods.push_back({.interval = static_cast<std::uint32_t>(minutes)});
     }
     return true;
-  });
+  };
+  return for_each_row(periods_, take_row, lose_);
 }
 
 bool SqliteReader::get_series(const CDeviceProperties& device, std::vector<CSeries>& series) {
-  // A dump asks again and again for the series of one device.
-  if (!has_known_series_ || known_device_ != device.aux_1) {
-    has_known_series_ = false;
-    known_series_.clear();
-    if (!find_series(device.aux_1, known_series_)) return false;
-    known_device_ = device.aux_1;
-    has_known_series_ = true;
-  }
-  series.insert(series.end(), known_series_.begin(), known_series_.end());
-  return true;
-}
-
-bool SqliteReader::find_series(std::int64_t device_id, std::vector<CSeries>& series) {
-  series_.bind(1, device_id);
-  return for_each_row(series_, [&](const Statement& row) {
-    std::int64_t id = 0;
-    std::int64_t minutes = 0;
-    if (!row.read(0, id) || !row.read(1, minutes) || minutes <= 0 || !is_series_id(id)) {
-      return false;
-    }
-    if (minutes <= std::numeric_limits<std::uint32_t>::max()) {
-      series.push_back({.id = id, .minutes = static_cast<std::uint32_t>(minutes)});
-    }
-    return true;
-  });
+  return catalogue_.get_series(device.aux_1, series, lose_);
 }
 
 bool SqliteReader::summarize(const CSeries& series, CSeriesSummary& summary) {

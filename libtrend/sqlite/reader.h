@@ -12,6 +12,7 @@
 #include "libtrend/sqlite/damage_list.h"
 #include "libtrend/sqlite/damaged_reader.h"
 #include "libtrend/sqlite/database.h"
+#include "libtrend/sqlite/device_catalogue.h"
 #include "libtrend/sqlite/row_cursor.h"
 #include "libtrend/sqlite/series_counter.h"
 #include "libtrend/sqlite/statement.h"
@@ -61,11 +62,8 @@ class SqliteReader : public LogReader {
   [[nodiscard]] bool is_outdated() const;
   bool start_query();
   bool read_number(Statement& statement, std::int64_t& number);
-  bool find_series(std::int64_t device_id, std::vector<CSeries>& series);
   bool run_once(const std::function<bool()>& query);
   bool lose_catalogue(const std::string& reason);
-  template <typename TakeRow>
-  bool for_each_row(Statement& statement, const TakeRow& take_row);
   bool fail_with_database_error();
 
   std::string path_;
@@ -78,18 +76,15 @@ class SqliteReader : public LogReader {
   Statement data_version_;
   Statement user_version_;
   Statement devices_;
-  Statement params_;
   Statement periods_;
-  Statement series_;
+  DeviceCatalogue catalogue_;
+  const LoseCatalogue lose_ = [this](const std::string& reason) { return lose_catalogue(reason); };
   std::int64_t seen_data_ = 0;      ///< SQLite's number of the state of the database seen last
   std::int64_t version_ = 0;        ///< of the format, for which one of these is there; 0 for none
   std::unique_ptr<RowTable> rows_;  ///< version 1
   std::unique_ptr<BlockReader> blocks_;     ///< version 2
   std::unique_ptr<DamagedReader> damaged_;  ///< in their place, for any version
   std::unique_ptr<SeriesCounter> counter_;  ///< made when it is needed
-  bool has_known_series_ = false;           ///< whether the series of one device are remembered
-  std::int64_t known_device_ = 0;
-  std::vector<CSeries> known_series_;
 };
 
 }  // namespace toolkit::trend

@@ -30,9 +30,6 @@ inline std::int64_t get_row_id(std::int64_t series_id, std::int64_t timestamp) {
 /// The id of a segment is the number of its block, shifted by this many bits, plus its place.
 inline constexpr int SEGMENT_BITS = 16;
 
-/// No row has so many slots: SQLite's rows have at most 10^9 bytes.
-inline constexpr std::int64_t MAX_SLOTS = 1'000'000'000 / 8;
-
 /// The catalogue, which both versions have.
 inline constexpr const char* CREATE_CATALOGUE = R"(
 CREATE TABLE device (

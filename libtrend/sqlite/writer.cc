@@ -21,13 +21,14 @@ namespace {
 bool read_slots(const Statement& row, CParamProperties& param) {
   std::int64_t statistics = 0;
   std::int64_t first_slot = 0;
+  constexpr auto MOST = static_cast<std::int64_t>(MAX_DEVICE_SLOTS);
   if (!row.read(0, statistics) || !row.read(1, first_slot) || statistics < 0 ||
-      statistics > ALL_STATISTICS || first_slot < 0 || first_slot >= MAX_SLOTS) {
+      statistics > ALL_STATISTICS || first_slot < 0 || first_slot > MOST) {
     return false;
   }
   set_statistics(param, static_cast<std::uint32_t>(statistics));
   param.aux_1 = static_cast<std::uint32_t>(first_slot);
-  return true;
+  return get_slot(param, STATISTICS.size()) <= MAX_DEVICE_SLOTS;
 }
 
 }  // namespace
@@ -72,7 +73,9 @@ bool SqliteWriter::prepare() {
        "SELECT statistics, first_slot FROM parameter WHERE device_id = ?1 AND path = ?2"},
       {&get_slots_, "SELECT statistics, first_slot FROM parameter WHERE device_id = ?1"},
       {&add_series_, "INSERT OR IGNORE INTO series (device_id, minutes) VALUES (?1, ?2)"},
-      {&get_series_, "SELECT id FROM series WHERE device_id = ?1 AND minutes = ?2"}};
+      {&get_series_,
+       "SELECT id, (SELECT count(*) FROM series WHERE device_id = ?1) FROM series "
+       "WHERE device_id = ?1 AND minutes = ?2"}};
   for (const auto& [statement, sql] : texts) {
     *statement = Statement(db_.get(), sql);
     if (!*statement) return fail_with_database_error();
@@ -81,7 +84,7 @@ bool SqliteWriter::prepare() {
 }
 
 bool SqliteWriter::begin() {
-  free_slots_.clear();
+  used_.clear();
   has_new_catalogue_ = false;
   copied_.reset();
   // What is recorded into a file that has no name any more is lost.
@@ -191,16 +194,17 @@ bool SqliteWriter::add_device(CDeviceProperties& device) {
          fail_with_database_error();
 }
 
-/// Sets `slot` to the one after all slots of the device's parameters.
-bool SqliteWriter::find_free_slot(std::int64_t device_id, std::size_t& slot) {
-  slot = 0;
+/// Sets `used` to the number of the device's parameters, and to the slot after all of theirs.
+bool SqliteWriter::find_used(std::int64_t device_id, Used& used) {
+  used = {};
   const RunningStatement row(&get_slots_);
   row->bind(1, device_id);
   Statement::Step step = row->step();
   for (; step == Statement::Step::ROW; step = row->step()) {
     CParamProperties param;
     if (!read_slots(*row, param)) return fail("the catalogue is damaged");
-    slot = std::max(slot, get_slot(param, STATISTICS.size()));
+    used.slots = std::max(used.slots, get_slot(param, STATISTICS.size()));
+    ++used.params;
   }
   return step == Statement::Step::DONE || fail_with_database_error();
 }
@@ -215,13 +219,17 @@ bool SqliteWriter::add_param(const CDeviceProperties& device, CParamProperties& 
     if (step == Statement::Step::ROW) return read_slots(*row, param) || fail(beyond);
     if (step != Statement::Step::DONE) return fail_with_database_error();
   }
-  auto [free_slot, is_first] = free_slots_.try_emplace(device.aux_1);
-  if (is_first && !find_free_slot(device.aux_1, free_slot->second)) return false;
-  param.aux_1 = static_cast<std::uint32_t>(free_slot->second);
-  free_slot->second = get_slot(param, STATISTICS.size());
-  if (free_slot->second > MAX_DEVICE_SLOTS) {
+  auto [entry, is_first] = used_.try_emplace(device.aux_1);
+  Used& used = entry->second;
+  if (is_first && !find_used(device.aux_1, used)) return false;
+  param.aux_1 = static_cast<std::uint32_t>(used.slots);
+  used.slots = get_slot(param, STATISTICS.size());
+  if (used.slots > MAX_DEVICE_SLOTS) {
     return fail("parameter '" + param.path + "' needs more than the " +
                 std::to_string(MAX_DEVICE_SLOTS) + " slots that a device can have");
+  }
+  if (++used.params > MAX_DEVICE_SLOTS) {
+    return fail("a device has at most " + std::to_string(MAX_DEVICE_SLOTS) + " parameters");
   }
   add_param_.bind(1, device.aux_1);
   add_param_.bind(2, param.path);
@@ -242,8 +250,12 @@ bool SqliteWriter::add_series(const CDeviceProperties& device, std::uint32_t min
   row->bind(1, device.aux_1);
   row->bind(2, std::int64_t{minutes});
   series.minutes = minutes;
-  if (row->step() != Statement::Step::ROW || !row->read(0, series.id)) {
+  std::int64_t count = 0;
+  if (row->step() != Statement::Step::ROW || !row->read(0, series.id) || !row->read(1, count)) {
     return fail_with_database_error();
+  }
+  if (count > static_cast<std::int64_t>(MAX_DEVICE_SERIES)) {
+    return fail("a device has at most " + std::to_string(MAX_DEVICE_SERIES) + " intervals");
   }
   if (!is_series_id(series.id)) return fail("the database has no room for another series");
   return !is_new || series_.create(series.id) || fail(series_.error());
@@ -313,7 +325,7 @@ bool SqliteWriter::remove_device(const CDeviceProperties& device) {
   for (const CSeries& series : all) {
     if (!remove_series(series)) return false;
   }
-  free_slots_.erase(device.aux_1);
+  used_.erase(device.aux_1);
   if (!remove_from_catalogue("DELETE FROM parameter WHERE device_id = ?1", device.aux_1) ||
       !remove_from_catalogue("DELETE FROM device WHERE id = ?1", device.aux_1)) {
     return false;

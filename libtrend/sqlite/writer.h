@@ -46,13 +46,18 @@ class SqliteWriter : public LogWriter {
  private:
   explicit SqliteWriter(Database db) : db_(std::move(db)) {}
   enum class Outcome { RECORDED, NOT_RECORDED, IN_DOUBT };
+  /// What the parameters of a device use.
+  struct Used {
+    std::size_t slots = 0;  ///< up to the slot of the next parameter
+    std::size_t params = 0;
+  };
 
   [[nodiscard]] bool prepare();
   bool adopt_changes();
   [[nodiscard]] bool insert(Statement& statement, bool& is_new);
   bool remove_from_catalogue(const char* sql, std::int64_t id);
   [[nodiscard]] Outcome look_for_last_change();
-  bool find_free_slot(std::int64_t device_id, std::size_t& slot);
+  bool find_used(std::int64_t device_id, Used& used);
   bool fail(const std::string& reason);
   bool fail_with_database_error();
 
@@ -61,10 +66,9 @@ class SqliteWriter : public LogWriter {
   bool has_tables_ = false;  ///< whether `series_` has prepared its statements
   /// What `PRAGMA data_version` said when `series_` was up to date; 0 for never.
   std::int64_t data_version_ = 0;
-  bool has_new_catalogue_ = false;   ///< whether this transaction changed the catalogue
-  std::optional<CopiedRow> copied_;  ///< what `set_copied` has noted last in this transaction
-  /// The slot for the next parameter by the id of the device, as far as this transaction knows it.
-  std::map<std::int64_t, std::size_t> free_slots_;
+  bool has_new_catalogue_ = false;     ///< whether this transaction changed the catalogue
+  std::optional<CopiedRow> copied_;    ///< what `set_copied` has noted last in this transaction
+  std::map<std::int64_t, Used> used_;  ///< by the id of the device, where this transaction knows it
   Statement begin_;
   Statement commit_;
   Statement rollback_;

@@ -67,6 +67,35 @@ TEST_F(Refusal, OfAFolder) {
   EXPECT_EQ(list_folder(db_), std::vector<std::string>{});
 }
 
+TEST_F(Refusal, OfTablesWhoseContentIsNotInTheFile) {
+  const std::string column = "samples)";
+  for (const char* with : {"samples AS (zeroblob(900000000)))",
+                           "samples BLOB GENERATED ALWAYS AS(zeroblob(9)) STORED)",
+                           "samples/**/as/**/(zeroblob(9)))"}) {
+    std::string schema = LOOSE_SCHEMA;
+    schema.replace(schema.find(column), column.size(), with);
+    expect_sql_refused_in_any_mode(
+        schema + IDENTITY + CATALOGUE +
+        "INSERT INTO snapshot (id, valid_ratio) VALUES ((1 << 40) + 1, 1)");
+  }
+  const std::string all = std::string(LOOSE_SCHEMA) + IDENTITY + CATALOGUE + insert_row(1);
+  expect_sql_refused(all +
+                     "; DROP TABLE snapshot; CREATE VIEW snapshot AS SELECT "
+                     "(1 << 40) + 60 AS id, 1.0 AS valid_ratio, zeroblob(8) AS samples");
+  // SQLite need not have the module of a virtual table to find it in a file.
+  expect_sql_refused(all +
+                     "; PRAGMA writable_schema = ON; INSERT INTO sqlite_schema VALUES "
+                     "('table', 'v', 'v', 0, 'CREATE VIRTUAL TABLE v USING fts5(a)')");
+}
+
+TEST_F(Refusal, DoesNotConcernViewsThatNobodyReads) {
+  run_sql(db_, std::string(LOOSE_SCHEMA) + IDENTITY + CATALOGUE + insert_row(1) +
+                   "; CREATE VIEW named AS SELECT id AS basic FROM snapshot;"
+                   "CREATE TABLE basis (as_it_is INTEGER); CREATE INDEX i ON basis (as_it_is)");
+  EXPECT_EQ(run_tool("trendcsv", {"-x", db_, "-d", "/plant", "-u"}).out,
+            "Date,Time,a:Value\n1970-01-01,00:01,1\n");
+}
+
 TEST_F(Refusal, OfAPipeWithoutWaitingForIt) {
   ASSERT_EQ(mkfifo(db_.c_str(), 0600), 0);
   expect_not_opened(db_);

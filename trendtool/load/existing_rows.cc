@@ -56,8 +56,12 @@ std::string ExistingRows::open(const std::string& path) {
 /// Reads the rows around `row`, so that the next rows need no query, whatever their order.
 bool ExistingRows::read_window(const RowToLoad& row, Window& window) {
   constexpr long MAX_LENGTH = 100'000'000;
-  const long length = static_cast<long>(
-      std::min<std::int64_t>(std::int64_t{512} * 60 * row.series.minutes, MAX_LENGTH));
+  // Fewer rows if they are wide, so that a window has a few hundred thousand samples at most.
+  constexpr std::size_t ROWS = 512;
+  constexpr std::size_t SAMPLES = 100'000;
+  const std::size_t rows = std::clamp<std::size_t>(SAMPLES / (row.params.size() + 1), 2, ROWS);
+  const long length = static_cast<long>(std::min<std::int64_t>(
+      static_cast<std::int64_t>(rows) * 60 * row.series.minutes, MAX_LENGTH));
   window = {};
   window.first = std::max(static_cast<long>(row.time) - length, 1L);
   window.last = row.time > std::numeric_limits<long>::max() - length
@@ -70,12 +74,19 @@ bool ExistingRows::read_window(const RowToLoad& row, Window& window) {
     return false;
   }
   for (CSnapshot& snapshot : data.snapshots) {
+    samples_ += snapshot.samples.size();
     window.rows.emplace(snapshot.timestamp, std::move(snapshot));
   }
   return true;
 }
 
 ExistingRows::Result ExistingRows::compare(const RowToLoad& row) {
+  // With many series, their windows would fill the memory.
+  constexpr std::size_t MOST_SAMPLES = 1'000'000;
+  if (samples_ > MOST_SAMPLES) {
+    windows_.clear();
+    samples_ = 0;
+  }
   Window& window = windows_[row.series.id];
   const bool is_inside = row.time >= window.first && row.time <= window.last;
   if ((!is_inside || window.params != row.params.size()) && !read_window(row, window)) {

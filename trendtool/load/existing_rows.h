@@ -56,4 +56,5 @@ class ExistingRows {
 
   toolkit::trend::CLog log_;
   std::map<std::int64_t, Window> windows_;  ///< by the id of the series
+  std::size_t samples_ = 0;                 ///< that were read since there were no windows
 };
