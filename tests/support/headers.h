@@ -1,4 +1,4 @@
-// The headers that most tests need. g++ reads them once for all tests.
+// The headers that most tests need. The compiler reads them once for all tests.
 #pragma once
 
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 // What every subcommand of trendtool does with the command line: its options, and its action.
 //
 // A subcommand `name` has a function `add_name_command(CLI::App& app, Action& action)` in
-// trendtool/name/command.h, which main.cc calls. It adds the subcommand to `app`. If the user
+// trendtool/name/command.h, which run.cc calls. It adds the subcommand to `app`. If the user
 // chooses the subcommand, it sets `action` to what is to be done.
 #pragma once
 
