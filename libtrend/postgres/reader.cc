@@ -72,7 +72,7 @@ bool ArchiveReader::get_params(const CDeviceProperties& device,
              Parameters().add(device.aux_1), result)) {
     return false;
   }
-  if (result.rows() > MAX_DEVICE_SLOTS) return fail(DAMAGED);
+  if (result.rows() > MAX_DEVICE_SLOTS) return fail(DAMAGED_CATALOGUE);
   for (std::size_t row = 0; row < result.rows(); ++row) {
     if (!read_param(result, row, params.emplace_back())) return fail(DAMAGED_CATALOGUE);
   }
@@ -98,7 +98,7 @@ bool ArchiveReader::get_series(const CDeviceProperties& device, std::vector<CSer
              Parameters().add(device.aux_1), result)) {
     return false;
   }
-  if (result.rows() > MAX_DEVICE_SERIES) return fail(DAMAGED);
+  if (result.rows() > MAX_DEVICE_SERIES) return fail(DAMAGED_CATALOGUE);
   for (std::size_t row = 0; row < result.rows(); ++row) {
     CSeries& one = series.emplace_back();
     if (!result.read(row, 0, one.id) || !read_number(result, row, 1, one.minutes) ||
