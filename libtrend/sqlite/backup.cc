@@ -1,6 +1,7 @@
 #include "libtrend/sqlite/backup.h"
 
 #include <sqlite3.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -94,7 +95,12 @@ bool back_up(sqlite3* db, const std::string& path, const ReportProgress& progres
   }
   // A copy that may be wrong is made again.
   if (is_outdated(db)) return fail("the database was switched to another journal mode", error);
-  return (file.move_to(place) && sync_folder(place)) || fail_with_system_error(error);
+  if (!file.move_to(place)) return fail_with_system_error(error);
+  if (sync_folder(place)) return true;
+  // Whether the name is on the disk is not known, so it must not look like a copy that was made.
+  error = std::strerror(errno);
+  unlink(place.c_str());
+  return false;
 }
 
 }  // namespace toolkit::trend

@@ -28,11 +28,13 @@ RowTable::RowTable(sqlite3* db, const std::string& name, const std::string& chec
 }
 
 BorrowedStatement RowTable::borrow_walk(bool ascending) {
-  auto& unused = unused_[ascending ? 1 : 0];
+  const std::size_t direction = ascending ? 1 : 0;
+  auto& unused = unused_[direction];
   std::unique_ptr<Statement> statement;
   if (unused.empty()) {
-    statement = std::make_unique<Statement>(db_, walks_[ascending ? 1 : 0].c_str());
+    statement = std::make_unique<Statement>(db_, walks_[direction].c_str());
     if (!*statement) return nullptr;
+    unused.reserve(++made_[direction]);
   } else {
     statement = std::move(unused.back());
     unused.pop_back();

@@ -12,7 +12,8 @@
 
 namespace toolkit::trend {
 
-/// Gives a statement back to those that nobody uses.
+/// Gives a statement back to those that nobody uses. Takes no memory, as it may run while an
+/// exception is under way.
 struct StatementReturner {
   std::vector<std::unique_ptr<Statement>>* unused = nullptr;
   void operator()(Statement* statement) const;
@@ -40,8 +41,9 @@ class RowTable {
 
  private:
   sqlite3* db_ = nullptr;
-  std::string walks_[2];  ///< their SQL, by `ascending`
-  std::vector<std::unique_ptr<Statement>> unused_[2];
+  std::string walks_[2];                               ///< their SQL, by `ascending`
+  std::vector<std::unique_ptr<Statement>> unused_[2];  ///< with room for all that were made
+  std::size_t made_[2] = {0, 0};
   Statement first_row_;
   Statement last_row_;
 };

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,6 +21,7 @@ class DamageIn : public testing::TestWithParam<SmallDatabase> {
   void SetUp() override {
     GetParam().make(path_);
     content_ = read_file(path_);
+    log_ = read_file(path_ + "-wal");
     questions_ = std::make_unique<Questions>(path_);
     right_ = questions_->ask(path_);
     ASSERT_FALSE(right_.empty());
@@ -29,12 +31,16 @@ class DamageIn : public testing::TestWithParam<SmallDatabase> {
     RecordProperty("databases", databases_);
     RecordProperty("refused", refused_);
     RecordProperty("wrong", wrong_);
-    EXPECT_GT(refused_, 0);
+    EXPECT_TRUE(refused_ > 0 || IsSkipped());
   }
 
   /// Asks a database with this content. Each answer must be right, or one of `also_right`.
   void look(const std::string& content, const std::string& what, const Answers& also_right) {
     write_file(path_, content);
+    if (!log_.empty()) {
+      write_file(path_ + "-wal", log_);
+      std::filesystem::remove(path_ + "-shm");
+    }
     ++databases_;
     const Answers answers = questions_->ask(path_);
     if (answers.size() < right_.size()) ++refused_;
@@ -61,6 +67,7 @@ class DamageIn : public testing::TestWithParam<SmallDatabase> {
   TemporaryFolder folder_;
   std::string path_ = folder_.file("trend.db");
   std::string content_;
+  std::string log_;  ///< that has a part of the database, if it is not empty
   std::unique_ptr<Questions> questions_;
   Answers right_;
   int databases_ = 0;
@@ -97,6 +104,7 @@ TEST_P(DamageIn, AnyPageIsNoticedOrHarmless) {
 }
 
 TEST_P(DamageIn, AnyPageThatWasNotWrittenIsNoticedOrHarmless) {
+  if (!log_.empty()) GTEST_SKIP() << "what was not written is in the log";
   const std::string before = content_;
   const Answers answers_before = right_;
   ASSERT_EQ(record_rows(path_, "/one", 1, 300'000, 30, 60 * 1002), "");

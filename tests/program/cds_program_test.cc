@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -9,6 +10,9 @@
 
 #include "libtrend/recorder.h"
 #include "tests/support/fake_server.h"
+#ifdef FAILING_CALLS
+#include "tests/support/failing_call.h"
+#endif
 #include "tests/support/process.h"
 #include "tests/support/redis_server.h"
 
@@ -63,10 +67,12 @@ class DisplayNames : public testing::Test {
   [[nodiscard]] std::string socket_path() const { return folder_.file("cds.sock"); }
   [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
 
-  [[nodiscard]] ProcessResult dump(const std::vector<std::string>& options) const {
+  [[nodiscard]] ProcessResult dump(const std::vector<std::string>& options,
+                                   const Environment& environment = {}) const {
     std::vector<std::string> arguments = {"-x", "trend.db", "-d", "site/plant", "-u", "-m", "1"};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    return run_tool("tests/trendcsv_with_local_cds", arguments, "", {}, enter(folder_.path()));
+    return run_tool("tests/trendcsv_with_local_cds", arguments, "", environment,
+                    enter(folder_.path()));
   }
 
   void expect_dump_with_paths(const std::string& message) const {
@@ -105,6 +111,49 @@ TEST_F(DisplayNames, ContainTheNamesOfAllLevels) {
       "Date,Time,Füllstand,Boiler 1 / Flow temperature (min),Boiler 1 / Flow temperature (max),"
       "Boiler 1 / Flow temperature (avg),Pump / Running");
 }
+
+#ifdef FAILING_CALLS
+TEST_F(DisplayNames, AreAllThereOrNoneIfACallFails) {
+  const RedisServer server(socket_path());
+  set_leaf(server, "site/plant/Level/DisplayName", "Level in the tank");
+  set_leaf(server, "site/plant/Pump/Run/DisplayName", "Running");
+  const std::string names = dump({"-n"}).out;
+  ASSERT_NE(names, std::string(HEADER_OF_PATHS) + ROW);
+  const std::string mark = folder().file("mark");
+  const FailingCall cases[] = {{"connect", ECONNREFUSED},
+                               {"connect", EINTR},
+                               {"connect", EACCES, true},
+                               {"poll", EINTR},
+                               {"poll", ENOMEM},
+                               {"send", EINTR},
+                               {"send", EPIPE},
+                               {"send", 0},
+                               {"send", 0, true},
+                               {"recv", EINTR},
+                               {"recv", ECONNRESET},
+                               {"recv", EIO, true},
+                               {"recv", 0},
+                               {"recv", 0, true},
+                               {"recv", EAGAIN}};
+  for (const FailingCall& failing : cases) {
+    bool has_happened = true;
+    for (int number = 1; has_happened; ++number) {
+      SCOPED_TRACE(std::string(failing.call) + ' ' + std::to_string(number) + ", error " +
+                   std::to_string(failing.error) + (failing.lasts ? ", lasting" : ""));
+      std::filesystem::remove(mark);
+      const ProcessResult result = dump({"-n"}, make_environment(failing, number, mark));
+      has_happened = std::filesystem::exists(mark);
+      ASSERT_EQ(result.exit_status, 0);
+      if (result.err.empty()) {
+        ASSERT_EQ(result.out, names);
+      } else {
+        ASSERT_TRUE(result.err == CANT_FETCH || result.err == CANT_CONNECT) << result.err;
+        ASSERT_EQ(result.out, std::string(HEADER_OF_PATHS) + ROW);
+      }
+    }
+  }
+}
+#endif
 
 TEST_F(DisplayNames, ContainThePathsOfLevelsWithoutAName) {
   const RedisServer server(socket_path());

@@ -59,6 +59,18 @@ void make_rollback_journal(const std::string& path) {
   run_sql(path, "PRAGMA journal_mode = delete");
 }
 
+/// A database whose last rows are in its write-ahead log alone, as if its recorder had died.
+void make_logged(const std::string& path) {
+  const std::string recorded = path + "-recorded";
+  make_loose(recorded);
+  CRecorder other;
+  if (other.open(recorded) != 0) throw std::runtime_error(other.error());
+  demand(record_rows(recorded, "/one", 1, 120'000, 5));
+  for (const char* end : {"", "-wal"}) std::filesystem::copy_file(recorded + end, path + end);
+  other.close();
+  std::filesystem::remove(recorded);
+}
+
 void make_version_1(const std::string& path) {
   make_loose(path);
   run_sql(path, TURN_INTO_VERSION_1);
@@ -73,10 +85,11 @@ void make_upgraded(const std::string& path) {
 
 const std::vector<SmallDatabase>& small_databases() {
   static const std::vector<SmallDatabase> ALL = {
-      {"Empty", true, make_empty},         {"Catalogue", true, make_catalogue},
-      {"Loose", true, make_loose},         {"Sealed", true, make_sealed},
-      {"Purged", true, make_purged},       {"RollbackJournal", true, make_rollback_journal},
-      {"Version1", false, make_version_1}, {"Upgraded", false, make_upgraded},
+      {"Empty", true, make_empty},        {"Catalogue", true, make_catalogue},
+      {"Loose", true, make_loose},        {"Sealed", true, make_sealed},
+      {"Purged", true, make_purged},      {"RollbackJournal", true, make_rollback_journal},
+      {"Logged", true, make_logged},      {"Version1", false, make_version_1},
+      {"Upgraded", false, make_upgraded},
   };
   return ALL;
 }
