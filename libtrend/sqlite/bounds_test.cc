@@ -152,13 +152,13 @@ TEST_F(Bounds, OfTheValuesOfABlock) {
 
 TEST_F(Bounds, ManyDevicesAreReadLikeOne) {
   CRecorder recorder;
-  constexpr int DEVICES = 8;
+  constexpr std::size_t DEVICES = 8;
   ASSERT_EQ(recorder.open(path_), 0);
   ASSERT_EQ(recorder.begin(), 0);
   std::vector<CDeviceProperties> devices(DEVICES);
-  for (int i = 0; i < DEVICES; ++i) {
-    devices[i].path = std::to_string(i);
-    ASSERT_EQ(recorder.add_device(devices[i]), 0);
+  for (CDeviceProperties& device : devices) {
+    device.path = std::to_string(&device - devices.data());
+    ASSERT_EQ(recorder.add_device(device), 0);
   }
   // The parameters and intervals of a device are not beside one another.
   for (const char* name : {"c", "a", "b"}) {
