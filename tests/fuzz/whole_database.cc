@@ -152,8 +152,7 @@ bool is_readers_rule(const std::string& broken) {
                                 "the chain of blocks is broken",
                                 "blocks overlap",
                                 "the content of a head is damaged",
-                                "a segment has a wrong length",
-                                "a state has wrong ends"};
+                                "a segment has a wrong length"};
   return std::find(RULES.begin(), RULES.end(), broken) != RULES.end() ||
          broken.starts_with("two rows of a series have one time");
 }
