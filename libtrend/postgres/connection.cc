@@ -208,7 +208,7 @@ std::vector<Result> Connection::finish_pipeline() {
       is_lost_ = true;
       // What came before must not pass for the whole.
       results.clear();
-      results.push_back(is_good(last) ? Result() : std::move(last));
+      results.push_back(is_good(last) ? Result() : std::exchange(last, Result()));
       pipelines_ = 0;
     }
   }

@@ -3,14 +3,18 @@
 #include <sqlite3.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "libtrend/log.h"
+#include "libtrend/sqlite/schema.h"
+#include "libtrend/sqlite/series_state.h"
 #include "libtrend/statistics.h"
 #include "tests/support/process.h"
 #include "tests/support/stored_log.h"
@@ -254,6 +258,30 @@ TEST_F(BlockDamage, IsFoundWhereARowIsInTwoPlaces) {
         compare(table.name + ' ' + row + " is repeated at " + change);
         restore();
       }
+    }
+  }
+}
+
+TEST_F(BlockDamage, IsFoundWhereAStateHasImpossibleEnds) {
+  keep_original();
+  for (const auto& id : run_sql("SELECT series_id FROM series_state")) {
+    for (const auto& [first, last] : std::vector<std::pair<std::int64_t, std::int64_t>>{
+             {0, 300}, {300, 0}, {-300, 300}, {300, -300}, {600, 300}, {300, MAX_TIMESTAMP + 1}}) {
+      sqlite3* db = nullptr;
+      ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+      std::string error;
+      SeriesState state;
+      {
+        SeriesStates states(db);
+        ASSERT_EQ(states.get(std::stoll(id), state, error), SeriesStates::Result::FOUND);
+        state.first_block = first;
+        state.last_block = last;
+        EXPECT_TRUE(states.set(state, error)) << error;  // with its checksum
+      }
+      sqlite3_close(db);
+      EXPECT_FALSE(compare("the ends of series " + id + " are " + std::to_string(first) + " and " +
+                           std::to_string(last)));
+      restore();
     }
   }
 }

@@ -5,6 +5,7 @@
 
 #include "libtrend/query/bytes.h"
 #include "libtrend/sqlite/checksum.h"
+#include "libtrend/sqlite/schema.h"
 
 namespace toolkit::trend {
 
@@ -45,6 +46,13 @@ bool add_rows(sqlite3* db, char table, const char* sql, int columns, std::uint32
   return step == Statement::Step::DONE;
 }
 
+/// Whether the blocks of a series can have such ends.
+bool has_possible_ends(const SeriesState& state) {
+  if (state.blocks == 0) return state.first_block == 0 && state.last_block == 0;
+  return state.blocks > 0 && state.first_block > 0 && state.first_block <= state.last_block &&
+         state.last_block <= MAX_TIMESTAMP;
+}
+
 }  // namespace
 
 std::uint32_t get_checksum(const SeriesState& state) {
@@ -80,7 +88,9 @@ SeriesStates::Result SeriesStates::get(std::int64_t series_id, SeriesState& stat
                        row->read(3, state.first_block) && row->read(4, state.last_block) &&
                        row->read(5, state.blocks) && row->read(6, state.sealed_rows) &&
                        row->read(7, state.changes) && row->read(8, checksum);
-  if (is_read && checksum == std::int64_t{get_checksum(state)}) return Result::FOUND;
+  if (is_read && checksum == std::int64_t{get_checksum(state)} && has_possible_ends(state)) {
+    return Result::FOUND;
+  }
   error = step == Statement::Step::ROW ? DAMAGED : row->error();
   return Result::FAILED;
 }
