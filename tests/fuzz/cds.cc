@@ -52,6 +52,7 @@ std::optional<std::vector<std::optional<std::string>>> read_names(std::string_vi
     answer.remove_prefix(size);
     if (!take("\r\n")) return {};
   }
+  if (!answer.empty()) return {};
   return names;
 }
 
