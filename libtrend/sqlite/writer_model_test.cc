@@ -262,7 +262,8 @@ class RecordingAtRandom {
 };
 
 TEST(RecordingAtRandom, StoresWhatTheModelHas) {
-  for (int seed = 0; seed < random_rounds(12) && !testing::Test::HasFailure(); ++seed) {
+  for (int seed = 0; seed < (is_long_run() ? 12 : random_rounds(6)) && !testing::Test::HasFailure();
+       ++seed) {
     SCOPED_TRACE(seed);
     RecordingAtRandom recording(static_cast<std::uint32_t>(seed));
     recording.start();
@@ -271,7 +272,8 @@ TEST(RecordingAtRandom, StoresWhatTheModelHas) {
 }
 
 TEST(RecordingAtRandom, StoresWhatTheModelHasAfterAnUpgrade) {
-  for (int seed = 0; seed < random_rounds(12) && !testing::Test::HasFailure(); ++seed) {
+  for (int seed = 0; seed < (is_long_run() ? 12 : random_rounds(6)) && !testing::Test::HasFailure();
+       ++seed) {
     SCOPED_TRACE(seed);
     RecordingAtRandom recording(static_cast<std::uint32_t>(seed));
     recording.start_with_version_1();
