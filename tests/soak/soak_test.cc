@@ -27,9 +27,11 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
+/// How long a test works: a moment, and longer under an emulator, where everything is slow.
 Seconds duration() {
   const char* const seconds = std::getenv("TRENDCSV_SOAK_SECONDS");
-  return Seconds(seconds == nullptr ? 1.5 : std::strtod(seconds, nullptr));
+  if (seconds != nullptr) return Seconds(std::strtod(seconds, nullptr));
+  return Seconds(random_rounds(4) < 4 ? 5 : 1.5);
 }
 
 /// What a process says at the end, through a pipe.
@@ -155,9 +157,10 @@ TEST(Soak, AKilledWriterLosesNothingThatItHasCommitted) {
   const std::string db = folder.file("trend.db");
   std::mt19937 random(1);
   int kills = 0;
+  unsigned longest = 40;  // milliseconds until a kill
   Recorded last{.is_whole = true, .rows = 0, .number = 0, .time = 60};
   const Clock::time_point start_time = Clock::now();
-  while (Clock::now() - start_time < duration()) {
+  while (last.number == 0 || Clock::now() - start_time < duration()) {
     Pipe acknowledged;
     const pid_t writer = start([&] {
       return record(db, "d", last.number + 1, last.time, [&](std::int64_t number) {
@@ -165,12 +168,14 @@ TEST(Soak, AKilledWriterLosesNothingThatItHasCommitted) {
         return true;
       });
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(1 + random() % 40));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1 + random() % longest));
     kill(writer, SIGKILL);
     ASSERT_EQ(wait_for(writer), 128 + SIGKILL);
     ++kills;
     const std::vector<std::int64_t> numbers = acknowledged.read_all();
     const std::int64_t committed = numbers.empty() ? last.number : numbers.back();
+    // On a slow machine a commit takes longer.
+    if (last.number == 0 && numbers.empty()) longest = std::min(2 * longest, 5000U);
     // A process that was killed at once has not even made the database.
     if (!std::filesystem::exists(db)) continue;
     CLog log;
@@ -186,7 +191,6 @@ TEST(Soak, AKilledWriterLosesNothingThatItHasCommitted) {
     ASSERT_EQ(log.check(damage), 0) << log.error();
     ASSERT_TRUE(damage.empty()) << damage.front().text;
   }
-  EXPECT_GT(last.number, 0);
   std::printf("%d kills, %lld transactions\n", kills, static_cast<long long>(last.number));
 }
 
