@@ -11,7 +11,7 @@
 #include "libtrend/statistics.h"
 #include "tests/support/archive_server.h"
 #include "tests/support/model.h"
-#include "tests/support/row_bits.h"
+#include "tests/support/print_rows.h"
 
 namespace toolkit::trend {
 namespace {
@@ -150,7 +150,7 @@ class Engines : public testing::Test {
                 0)
           << side.log.error();
     }
-    EXPECT_EQ(flatten(results[0]), flatten(results[1]));
+    EXPECT_EQ(print_rows(results[0]), print_rows(results[1]));
     if (!results[0].snapshots.empty()) last_time_ = results[0].snapshots.back().timestamp;
     return results[0].snapshots.size();
   }

@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -16,6 +15,7 @@
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/sqlite/series_state.h"
 #include "libtrend/statistics.h"
+#include "tests/support/print_rows.h"
 #include "tests/support/process.h"
 #include "tests/support/stored_log.h"
 
@@ -52,25 +52,6 @@ StoredDevice make_device() {
 /// What queries give: texts of the catalogue and of rows by the name of the query. A query that
 /// failed is missing.
 using Results = std::map<std::string, std::string>;
-
-std::string print(const CDeviceData& data) {
-  std::string text;
-  for (const CSnapshot& row : data.snapshots) {
-    char line[64];
-    std::snprintf(line, sizeof line, "%u %lld %a", row.interval_minutes,
-                  static_cast<long long>(row.timestamp), row.valid_ratio);
-    text += line;
-    for (const CSample& sample : row.samples) {
-      for (const Statistic& statistic : STATISTICS) {
-        const double value = sample.*statistic.member;
-        std::snprintf(line, sizeof line, " %a", value);
-        text += std::isnan(value) ? " -" : line;
-      }
-    }
-    text += '\n';
-  }
-  return text;
-}
 
 struct RowsQuery {
   const char* name;
@@ -119,7 +100,7 @@ Results query_all(const std::string& path) {
     CDeviceData data;
     if (log.get_trend_data(data, device, periods, query.range, query.count, query.offset,
                            query.ascending, true) == 0) {
-      results[query.name] = print(data);
+      results[query.name] = print_rows(data);
     } else {
       EXPECT_NE(log.error(), "");
     }

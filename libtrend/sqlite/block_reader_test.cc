@@ -10,8 +10,8 @@
 
 #include "libtrend/log.h"
 #include "libtrend/statistics.h"
+#include "tests/support/print_rows.h"
 #include "tests/support/process.h"
-#include "tests/support/row_bits.h"
 #include "tests/support/stored_log.h"
 
 namespace toolkit::trend {
@@ -132,7 +132,7 @@ class BlockReading : public testing::Test {
     EXPECT_EQ(
         plain_.get_trend_data(expected, device, periods, range, count, offset, ascending, true), 0)
         << plain_.error();
-    EXPECT_EQ(flatten(found), flatten(expected))
+    EXPECT_EQ(print_rows(found), print_rows(expected))
         << range.first << ' ' << range.second << ' ' << count << ' ' << offset << ' ' << ascending;
     if (!expected.snapshots.empty()) last = expected.snapshots.back().timestamp;
     return expected.snapshots.size();

@@ -1,34 +1,14 @@
 #include "tests/support/answers.h"
 
-#include <cmath>
-#include <cstdio>
 #include <stdexcept>
 
 #include "libtrend/log.h"
 #include "libtrend/statistics.h"
+#include "tests/support/print_rows.h"
 
 using namespace toolkit::trend;
 
 namespace {
-
-std::string print(const CDeviceData& data) {
-  std::string text;
-  char number[64];
-  for (const CSnapshot& row : data.snapshots) {
-    std::snprintf(number, sizeof number, "%u %lld %a", row.interval_minutes,
-                  static_cast<long long>(row.timestamp), row.valid_ratio);
-    text += number;
-    for (const CSample& sample : row.samples) {
-      for (const Statistic& statistic : STATISTICS) {
-        const double value = sample.*statistic.member;
-        std::snprintf(number, sizeof number, " %a", value);
-        text += std::isnan(value) ? " -" : number;
-      }
-    }
-    text += '\n';
-  }
-  return text;
-}
 
 std::string print(const CDeviceProperties& device) {
   return device.path + ' ' + device.aux_text + ' ' + std::to_string(device.aux_1) + '\n';
@@ -106,7 +86,7 @@ Answers Questions::ask(const std::string& path) const {
       CDeviceData data;
       if (log.get_trend_data(data, device, periods_, question.range, question.count,
                              question.offset, question.ascending, true) == 0) {
-        answers[name + ':' + question.name] = print(data);
+        answers[name + ':' + question.name] = print_rows(data);
       }
     }
   }
