@@ -215,6 +215,7 @@ bool ArchiveCursor::decode(CSnapshot& row) {
     if (!fetch(0, portion_size_)) return false;
     if (timestamp_ == NO_ROW) return fail_as_damaged();
   }
+  // A call of the system for each row would cost more than the row.
   constexpr std::size_t ROWS_BETWEEN = 32;
   if (row_ % ROWS_BETWEEN == 0) connection_.take_in();
   row.timestamp = static_cast<std::time_t>(timestamp_);
