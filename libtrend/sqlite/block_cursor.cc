@@ -11,6 +11,8 @@ namespace toolkit::trend {
 // Each head says where the block before it ended, the state of the series where the first and the
 // last block end, and both have a checksum. So no block that is lost, repeated or in another place
 // goes unnoticed, wherever a walk starts and whatever a search by the tree of the table comes to.
+// A block that got a late row replaces one with the same ends. If a disk lost that change, only the
+// number of rows differs from the state's, so a walk from one end to the other adds them up.
 
 bool BlockChain::fail() {
   error_ = "the blocks of a series are damaged";
@@ -27,7 +29,19 @@ bool BlockChain::take(BlockTable::Result result) {
               head_.first_time > head_.previous && head_.last_time >= head_.first_time &&
               (head_.previous == 0) == (head_.last_time == state_.first_block) &&
               head_.last_time <= state_.last_block;
-  return has_head_ || fail();
+  if (!has_head_) return fail();
+  rows_from_first_ = head_.previous == 0 ? head_.rows : UNKNOWN;
+  rows_to_last_ = head_.last_time == state_.last_block ? head_.rows : UNKNOWN;
+  return has_right_sum();
+}
+
+/// Expects that the blocks have the rows that the state says, if all of them were passed.
+bool BlockChain::has_right_sum() {
+  if (remaining_ != nullptr) return true;
+  const std::int64_t sum = head_.last_time == state_.last_block ? rows_from_first_
+                           : head_.previous == 0                ? rows_to_last_
+                                                                : UNKNOWN;
+  return sum == UNKNOWN || sum == state_.sealed_rows || fail();
 }
 
 bool BlockChain::go_to(std::int64_t last_time) {
@@ -56,12 +70,14 @@ bool BlockChain::find(std::int64_t time, bool& is_found) {
 
 bool BlockChain::go_on(bool ascending, bool& is_found) {
   const std::int64_t here = head_.last_time;
-  if (!ascending) {
-    is_found = head_.previous != 0;
-    return !is_found || go_to(head_.previous);
-  }
-  is_found = here != state_.last_block;
-  return !is_found || (go_to_first_from(here + 1) && (head_.previous == here || fail()));
+  const std::int64_t passed = ascending ? rows_from_first_ : rows_to_last_;
+  is_found = ascending ? here != state_.last_block : head_.previous != 0;
+  if (!is_found) return true;
+  const bool is_next = ascending ? go_to_first_from(here + 1) && (head_.previous == here || fail())
+                                 : go_to(head_.previous);
+  if (!is_next) return false;
+  if (passed != UNKNOWN) (ascending ? rows_from_first_ : rows_to_last_) = passed + head_.rows;
+  return has_right_sum();
 }
 
 bool BlockChain::go_to_last(bool& is_found) {

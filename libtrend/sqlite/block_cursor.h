@@ -62,7 +62,10 @@ class BlockChain {
   bool go_to(std::int64_t last_time);
   bool go_to_first_from(std::int64_t time);
   bool take(BlockTable::Result result);
+  bool has_right_sum();
   bool fail();
+
+  static constexpr std::int64_t UNKNOWN = -1;
 
   BlockTable& table_;
   const SeriesState& state_;
@@ -70,6 +73,9 @@ class BlockChain {
   std::string& error_;
   BlockHead head_;
   bool has_head_ = false;
+  /// The rows of the blocks from the first to the current one, if a walk has passed all of these.
+  std::int64_t rows_from_first_ = UNKNOWN;
+  std::int64_t rows_to_last_ = UNKNOWN;  ///< likewise, from the current to the last one
   BlockLayout layout_;
   bool has_layout_ = false;
   BlockValues values_;
