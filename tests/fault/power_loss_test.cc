@@ -23,19 +23,12 @@ namespace {
 /// What a program does to a database. It calls `committed` after each commit.
 using Work = std::function<void(const std::string& path, const std::function<void()>& committed)>;
 
-const SmallDatabase& find_database(const std::string& name) {
-  for (const SmallDatabase& database : small_databases()) {
-    if (database.name == name) return database;
-  }
-  throw std::logic_error("no such database: " + name);
-}
-
 class PowerLoss : public testing::TestWithParam<bool> {
  protected:
   /// Lets `work` change a database that is like the small one of this name. Expects that it has
   /// each commit that was done, and nothing of half a commit, wherever the power is lost.
   void expect_commits_to_last(const std::string& start, const Work& work) {
-    find_database(start).make(path_);
+    small_database(start).make(path_);
     if (GetParam()) run_sql(path_, "PRAGMA journal_mode = delete");
     Disk disk(Files{{path_, read_file(path_)}});
     states_ = {read_content(path_)};

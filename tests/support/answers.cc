@@ -45,10 +45,10 @@ struct RowQuestion {
 };
 
 constexpr RowQuestion ROW_QUESTIONS[] = {
-    {"newest-first", {-1, -1}, 0, 0, false},
-    {"oldest-first", {-1, -1}, 0, 0, true},
-    {"newest-ten", {-1, -1}, 10, 0, false},
-    {"middle", {61'000, 80'000}, 5, 2, true},
+    {"newest-first", {-1, -1}, 0, 0, false},         {"oldest-first", {-1, -1}, 0, 0, true},
+    {"newest-ten", {-1, -1}, 10, 0, false},          {"middle", {61'000, 80'000}, 5, 2, true},
+    {"back-from-a-time", {-1, 6000}, 5, 0, false},   {"on-from-a-time", {4500, -1}, 6, 0, true},
+    {"between-two-times", {5401, 5700}, 0, 0, true}, {"after-an-offset", {-1, -1}, 4, 20, false},
 };
 
 }  // namespace
@@ -87,6 +87,8 @@ Answers Questions::ask(const std::string& path) const {
       if (log.get_trend_data(data, device, periods_, question.range, question.count,
                              question.offset, question.ascending, true) == 0) {
         answers[name + ':' + question.name] = print_rows(data);
+      } else if (log.error().empty()) {
+        throw std::logic_error("a query failed without a reason");
       }
     }
   }

@@ -7,7 +7,7 @@
 #include <vector>
 
 /// A state of a database, and what makes a database in this state at a path where there is none.
-/// They have the devices "/one" and "/two" with a few series each.
+/// Those that the recorder made have the devices "/one" and "/two" with a few series each.
 struct SmallDatabase {
   const char* name;    ///< one word
   bool has_checksums;  ///< whether each row has a checksum
@@ -19,6 +19,9 @@ inline void PrintTo(const SmallDatabase& database, std::ostream* out) { *out << 
 
 /// All states.
 [[nodiscard]] const std::vector<SmallDatabase>& small_databases();
+
+/// The state of this name. Throws where there is none.
+[[nodiscard]] const SmallDatabase& small_database(const std::string& name);
 
 /// Records `rows` rows in one transaction in the database at `path`, the first at the time `first`,
 /// and one each minute: in the series of `minutes` of `device`. Adds what of the catalogue is not
