@@ -2,9 +2,9 @@
 // program that knows nothing of it.
 //
 // Environment variables say how: FAIL_CALL is the name of the calls, FAIL_NUMBER the number of the
-// one that fails, counted from 1 at the start of `main`. It fails with the error FAIL_ERROR, or, if
-// that is 0, reads or writes half of what it was asked for. With FAIL_LASTS, all later ones do the
-// same. Then there is a file FAIL_MARK.
+// one that fails, counted from 1 in `main`. It fails with the error FAIL_ERROR, or, if that is 0,
+// reads or writes half of what it was asked for. With FAIL_LASTS, all later ones do the same. Then
+// there is a file FAIL_MARK.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -15,6 +15,7 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -83,7 +84,11 @@ int start_main(int argc, char** argv, char** environment) {
   open_mark();
   unlink(fault.mark);
   has_started = true;
-  return real_main(argc, argv, environment);
+  const int status = real_main(argc, argv, environment);
+  // The end of the process does this. What else it does is not the work of the program.
+  std::fflush(nullptr);
+  has_started = false;
+  return status;
 }
 
 }  // namespace

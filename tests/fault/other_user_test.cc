@@ -1,7 +1,6 @@
 // A user dumps the database of another user. These tests start programs as other users, so they
 // need root.
 #include <gmock/gmock.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -52,9 +51,7 @@ class OtherUser : public testing::Test {
     std::vector<std::string> command = tool_command(name);
     command.back() = folder_.file(name);
     command.insert(command.end(), arguments.begin(), arguments.end());
-    return run_process(command, input, {}, [user] {
-      if (setgroups(0, nullptr) != 0 || setgid(user) != 0 || setuid(user) != 0) _exit(98);
-    });
+    return run_process(command, input, {}, [user] { become(user); });
   }
 
   /// Loads the row of this minute of the first hour of 2020.

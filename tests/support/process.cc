@@ -1,6 +1,7 @@
 #include "tests/support/process.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -82,6 +83,13 @@ int wait_for(pid_t child) {
   while (waitpid(child, &status, 0) < 0) {
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void note_no_coverage() { setenv("LLVM_PROFILE_FILE", "/dev/null", 1); }
+
+void become(uid_t user) {
+  if (setgroups(0, nullptr) != 0 || setgid(user) != 0 || setuid(user) != 0) _exit(98);
+  note_no_coverage();
 }
 
 std::function<void()> enter(const std::string& folder) {

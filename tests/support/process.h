@@ -38,6 +38,13 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 /// For `before_start`: makes `folder` the working directory.
 [[nodiscard]] std::function<void()> enter(const std::string& folder);
 
+/// For `before_start`: lets the program not note for scripts/coverage what it runs, where it could
+/// not write that.
+void note_no_coverage();
+
+/// For `before_start`: makes the program one of `user`, who is in no group.
+void become(uid_t user);
+
 /// Runs one of the project's own programs, with a name like "trendcsv". Uses the emulator if the
 /// build is for another machine.
 [[nodiscard]] ProcessResult run_tool(const std::string& name,
