@@ -180,10 +180,12 @@ int CLog::backup(const std::string& path, const ReportProgress& progress) {
   if (!is_open()) return -1;
   std::vector<CDamage> nothing;
   bool is_done = false;
-  return connection_->run(nothing, [&](LogReader& reader) {
+  const int status = connection_->run(nothing, [&](LogReader& reader) {
     is_done = is_done || reader.backup(path, progress);
     return is_done;
   });
+  // What fails after the copy was made does not concern it.
+  return is_done ? 0 : status;
 }
 
 }  // namespace toolkit::trend

@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 // The functions are those of the C library, with its names.
 // NOLINTBEGIN(readability-identifier-naming, bugprone-reserved-identifier)
@@ -72,6 +73,14 @@ ssize_t move_bytes(const char* call, Function* real, int file, Bytes* bytes, std
   return fault.error != 0 ? -1 : real(file, bytes, (size + 1) / 2, more...);
 }
 
+/// Whether a command of `fcntl` is one for a lock.
+bool is_lock(int command) {
+  for (const int one : {F_SETLK, F_SETLKW, F_SETLK64, F_SETLKW64}) {
+    if (command == one) return true;
+  }
+  return false;
+}
+
 int (*real_main)(int, char**, char**) = nullptr;
 
 int start_main(int argc, char** argv, char** environment) {
@@ -101,6 +110,25 @@ void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* memory, std::size_t size);
 
+#ifdef __powerpc__
+// The C library of this processor is started in a way of its own.
+struct StartupInfo {
+  void* small_data;
+  int (*main)(int, char**, char**);
+  void (*init)();
+  void (*fini)();
+};
+
+int __libc_start_main(int argc, char** argv, char** environment, void* auxiliary,
+                      void (*end_loader)(), StartupInfo* info, char** stack) {
+  static const auto real =
+      find_real<int(int, char**, char**, void*, void (*)(), StartupInfo*, char**)>(
+          "__libc_start_main");
+  static StartupInfo changed = *info;
+  real_main = std::exchange(changed.main, start_main);
+  return real(argc, argv, environment, auxiliary, end_loader, &changed, stack);
+}
+#else
 int __libc_start_main(int (*main)(int, char**, char**), int argc, char** argv, void (*init)(),
                       void (*fini)(), void (*end_loader)(), void* stack_end) {
   static const auto real = find_real<int(int (*)(int, char**, char**), int, char**, void (*)(),
@@ -108,6 +136,7 @@ int __libc_start_main(int (*main)(int, char**, char**), int argc, char** argv, v
   real_main = main;
   return real(start_main, argc, argv, init, fini, end_loader, stack_end);
 }
+#endif
 
 void* malloc(std::size_t size) { return is_hit("malloc") ? nullptr : __libc_malloc(size); }
 void* calloc(std::size_t count, std::size_t size) {
@@ -129,16 +158,16 @@ void* realloc(void* memory, std::size_t size) {
 OPEN(open)
 OPEN(open64)
 
-#define FCNTL(name)                                                                      \
-  int name(int file, int command, ...) {                                                 \
-    REAL(name);                                                                          \
-    va_list more;                                                                        \
-    va_start(more, command);                                                             \
-    void* argument = va_arg(more, void*);                                                \
-    va_end(more);                                                                        \
-    if (command != F_SETLK && command != F_SETLKW) return real(file, command, argument); \
-    const bool unlocks = static_cast<struct flock*>(argument)->l_type == F_UNLCK;        \
-    return pass(unlocks ? "unlock" : "lock", -1, real, file, command, argument);         \
+#define FCNTL(name)                                                               \
+  int name(int file, int command, ...) {                                          \
+    REAL(name);                                                                   \
+    va_list more;                                                                 \
+    va_start(more, command);                                                      \
+    void* argument = va_arg(more, void*);                                         \
+    va_end(more);                                                                 \
+    if (!is_lock(command)) return real(file, command, argument);                  \
+    const bool unlocks = static_cast<struct flock*>(argument)->l_type == F_UNLCK; \
+    return pass(unlocks ? "unlock" : "lock", -1, real, file, command, argument);  \
   }
 FCNTL(fcntl)
 FCNTL(fcntl64)

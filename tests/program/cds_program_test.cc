@@ -9,10 +9,8 @@
 #include <vector>
 
 #include "libtrend/recorder.h"
-#include "tests/support/fake_server.h"
-#ifdef FAILING_CALLS
 #include "tests/support/failing_call.h"
-#endif
+#include "tests/support/fake_server.h"
 #include "tests/support/process.h"
 #include "tests/support/redis_server.h"
 
@@ -112,7 +110,6 @@ TEST_F(DisplayNames, ContainTheNamesOfAllLevels) {
       "Boiler 1 / Flow temperature (avg),Pump / Running");
 }
 
-#ifdef FAILING_CALLS
 TEST_F(DisplayNames, AreAllThereOrNoneIfACallFails) {
   const RedisServer server(socket_path());
   set_leaf(server, "site/plant/Level/DisplayName", "Level in the tank");
@@ -153,7 +150,6 @@ TEST_F(DisplayNames, AreAllThereOrNoneIfACallFails) {
     }
   }
 }
-#endif
 
 TEST_F(DisplayNames, ContainThePathsOfLevelsWithoutAName) {
   const RedisServer server(socket_path());
