@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <limits>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -63,6 +64,14 @@ struct Connection::Sent {
 };
 
 void Connection::Finish::operator()(pg_conn* connection) const { PQfinish(connection); }
+
+Connection::~Connection() {
+  try {
+    if (is_ahead_) finish_pipeline();
+  } catch (const std::bad_alloc&) {
+    // Without memory it ends at once.
+  }
+}
 
 bool Connection::fail() {
   error_ = join_lines(PQerrorMessage(connection_.get()));

@@ -28,9 +28,7 @@ class Connection {
   Connection(ArchiveAddress address, Use use, unsigned timeout)
       : address_(std::move(address)), use_(use), timeout_(timeout) {}
   /// Waits for rows that were sent ahead; the server would log a lost connection.
-  ~Connection() {
-    if (is_ahead_) finish_pipeline();
-  }
+  ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
