@@ -165,8 +165,7 @@ TEST_F(BlockDamage, IsFoundWhereAnyByteOfTheFileChanged) {
     target.seekp(static_cast<std::streamoff>(i));
     target.put(value).flush();
   };
-  // A part of the bytes has to do, and fewer under an emulator.
-  const std::size_t step = is_long_run() ? 1 : random_rounds(4) < 4 ? 16 : 7;
+  const std::size_t step = damage_step();
   int found = 0;
   for (std::size_t i = 0; i < bytes.size(); i += step) {
     const char old = bytes[i];
