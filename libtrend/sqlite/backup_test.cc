@@ -112,7 +112,7 @@ TEST_F(Backup, IsOneStateWhileAnotherThreadRecords) {
     for (int i = 0; i < MOST_COMMITS && !is_ended && !HasFailure(); ++i) append(700);
   });
   std::int64_t before = 0;
-  for (int i = 0; i < random_rounds(8); ++i) {
+  for (int i = 0; i < random_rounds(8, 2); ++i) {
     EXPECT_EQ(back_up(), 0) << error_;
     const std::int64_t rows = read_copy();
     EXPECT_GE(rows, before);

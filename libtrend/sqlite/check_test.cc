@@ -188,8 +188,7 @@ class Checking : public testing::Test {
       target.seekp(static_cast<std::streamoff>(i));
       target.put(static_cast<char>(value)).flush();
     };
-    // A part of the bytes has to do, and fewer under an emulator.
-    const std::size_t step = is_long_run() ? 1 : random_rounds(4) < 4 ? 32 : 7;
+    const std::size_t step = damage_step();
     int refused = 0;
     int salvaged = 0;
     for (std::size_t i = 0; i < bytes.size() && !HasFailure(); i += step) {

@@ -186,7 +186,7 @@ TEST_F(RoundTrip, KeepsTheHoursAroundEveryChangeOfTheClocks) {
 }
 
 TEST_F(RoundTrip, KeepsRowsThatStartOrEndInTheRepeatedHour) {
-  for (std::int64_t cut = -60; cut <= 60; cut += 10) {
+  for (std::int64_t cut = -60; cut <= 60; cut += is_emulated() ? 30 : 10) {
     for (const bool keeps_end : {false, true}) {
       for (const bool ascending : {false, true}) {
         DumpRequest request;

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -13,6 +14,14 @@
 #include <stdexcept>
 
 namespace {
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool IS_SANITIZED = true;
+#elif defined(__has_feature)
+constexpr bool IS_SANITIZED = __has_feature(address_sanitizer);
+#else
+constexpr bool IS_SANITIZED = false;
+#endif
 
 struct FileCloser {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -112,10 +121,13 @@ ProcessResult run_tool(const std::string& name, const std::vector<std::string>& 
   return run_process(tool_command(name, arguments), input, environment, before_start);
 }
 
-int random_rounds(int count) {
-  const bool is_emulated = tool_command("trendcsv").size() > 1;
-  return is_emulated ? count / 4 : count;
+bool is_emulated() { return tool_command("trendcsv").size() > 1; }
+
+int random_rounds(int count, int fewest) {
+  return std::max(is_emulated() ? count / 8 : IS_SANITIZED ? count / 2 : count, fewest);
 }
+
+std::size_t damage_step() { return is_long_run() ? 1 : is_emulated() ? 32 : IS_SANITIZED ? 16 : 7; }
 
 bool is_long_run() { return std::getenv("TRENDCSV_LONG_TESTS") != nullptr; }
 

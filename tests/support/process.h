@@ -57,9 +57,16 @@ void become(uid_t user);
 [[nodiscard]] std::vector<std::string> tool_command(const std::string& name,
                                                     const std::vector<std::string>& arguments = {});
 
-/// How many rounds of a random test to run: `count`, or a quarter of that under the emulator, where
-/// programs start slowly.
-[[nodiscard]] int random_rounds(int count);
+/// Whether the project's own programs run under the emulator, where all is slow.
+[[nodiscard]] bool is_emulated();
+
+/// How many rounds of a random test to run: `count`, half of that under sanitizers, an eighth under
+/// the emulator, but not fewer than `fewest`.
+[[nodiscard]] int random_rounds(int count, int fewest = 1);
+
+/// How far it is from one byte of a file that a test changes to the next: 1 in a long run, and
+/// further where tests are slow.
+[[nodiscard]] std::size_t damage_step();
 
 /// Whether tests that try a part of many cases are to try them all: TRENDCSV_LONG_TESTS is in the
 /// environment.

@@ -43,7 +43,7 @@ class LongCopy : public TrendtoolCopy {
 TEST_F(LongCopy, CanBeKilledAtAnyTime) {
   Random random(3);
   int killed = 0;
-  for (int round = random_rounds(12); round > 0; --round) {
+  for (int round = random_rounds(12, 3); round > 0; --round) {
     const ProcessResult result = copy({}, alarm_with(SIGKILL, 1000 * pick(random, 500)));
     if (result.exit_status == 0) std::filesystem::remove(to_);
     killed += result.exit_status == 128 + SIGKILL ? 1 : 0;
@@ -67,7 +67,7 @@ TEST_F(LongCopy, CanBeKilledAtAnyTime) {
 TEST_F(LongCopy, EndsBetweenTwoTransactionsWhenItIsInterrupted) {
   Random random(4);
   int interrupted = 0;
-  for (int round = random_rounds(8); round > 0; --round) {
+  for (int round = random_rounds(8, 2); round > 0; --round) {
     const int number = pick(random, 2) == 0 ? SIGINT : SIGTERM;
     const ProcessResult result = copy({}, alarm_with(number, 1000 * (50 + pick(random, 400))));
     if (result.exit_status == 128 + number && !result.out.empty()) {

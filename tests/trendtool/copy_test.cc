@@ -25,7 +25,7 @@ constexpr double MISSING = std::numeric_limits<double>::quiet_NaN();
 
 TEST_F(TrendtoolCopy, CopiesEveryBit) {
   Random random(1);
-  for (int round = random_rounds(12); round > 0; --round) {
+  for (int round = random_rounds(12, 2); round > 0; --round) {
     std::filesystem::remove(from_);
     std::filesystem::remove(to_);
     std::vector<ModelLog> logs;
@@ -93,7 +93,7 @@ TEST_F(TrendtoolCopy, FollowsADatabaseThatGrows) {
   Random random(2);
   std::set<std::int64_t> recorded;
   std::uint64_t round = 0;
-  for (int rounds = random_rounds(20); rounds > 0; --rounds, ++round) {
+  for (int rounds = random_rounds(20, 5); rounds > 0; --rounds, ++round) {
     std::vector<NewRow> rows;
     const std::int64_t first = 1 + pick(random, 500'000);
     const std::int64_t step = 1 + pick(random, 100);

@@ -50,7 +50,7 @@ TEST_F(TrendtoolLoad, ReadsBackEveryCsvOfExport) {
                                               {"--layout", "long"},
                                               {"--layout", "long", "--decimal", ",", "-a"}};
   Random random(11);
-  for (int round = 0; round < random_rounds(28); ++round) {
+  for (int round = 0; round < random_rounds(28, std::size(formats)); ++round) {
     for (const std::string& path : {db_, copy_}) std::filesystem::remove(path);
     const ModelLog log = random_log(random, false);
     record(log, db_);
