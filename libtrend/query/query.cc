@@ -40,11 +40,12 @@ class Merge {
   [[nodiscard]] bool start(LogReader& reader) {
     std::vector<CSeries> all;
     if (!reader.get_series(query_.device.device, all)) return false;
+    // Sorted, as there may be very many series and intervals.
+    std::vector<std::uint32_t> wanted;
+    for (const CPeriodProperties& period : query_.periods) wanted.push_back(period.interval);
+    std::sort(wanted.begin(), wanted.end());
     for (const CSeries& series : all) {
-      const bool is_wanted = std::any_of(
-          query_.periods.begin(), query_.periods.end(),
-          [&](const CPeriodProperties& period) { return period.interval == series.minutes; });
-      if (!is_wanted) continue;
+      if (!std::binary_search(wanted.begin(), wanted.end(), series.minutes)) continue;
       sources_.push_back({reader.make_cursor(series, query_.device.params, query_.ascending,
                                              {.skipped = query_.offset, .rows = query_.count}),
                           series.minutes});

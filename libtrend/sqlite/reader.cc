@@ -179,7 +179,7 @@ bool SqliteReader::get_devices(std::vector<CDeviceProperties>& devices) {
 
 bool SqliteReader::get_params(const CDeviceProperties& device,
                               std::vector<CParamProperties>& params) {
-  return catalogue_.get_params(device.aux_1, version_ == ROWS_ONLY_VERSION, params, lose_);
+  return catalogue_.get_params(device.aux_1, version_, params, lose_);
 }
 
 bool SqliteReader::get_periods(std::vector<CPeriodProperties>& periods) {
@@ -196,7 +196,7 @@ bool SqliteReader::get_periods(std::vector<CPeriodProperties>& periods) {
 }
 
 bool SqliteReader::get_series(const CDeviceProperties& device, std::vector<CSeries>& series) {
-  return catalogue_.get_series(device.aux_1, series, lose_);
+  return catalogue_.get_series(device.aux_1, version_, series, lose_);
 }
 
 bool SqliteReader::summarize(const CSeries& series, CSeriesSummary& summary) {
