@@ -267,6 +267,27 @@ TEST_F(BlockDamage, IsFoundWhereAStateHasImpossibleEnds) {
   }
 }
 
+TEST_F(BlockDamage, IsFoundWhereABlockIsNewerThanItsState) {
+  keep_original();
+  const auto ids = run_sql("SELECT DISTINCT id >> 40 FROM block");
+  ASSERT_FALSE(ids.empty());
+  for (const auto& id : ids) {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+    std::string error;
+    SeriesState state;
+    {
+      SeriesStates states(db);
+      ASSERT_EQ(states.get(std::stoll(id), state, error), SeriesStates::Result::FOUND);
+      --state.changes;
+      EXPECT_TRUE(states.set(state, error)) << error;  // with its checksum
+    }
+    sqlite3_close(db);
+    EXPECT_FALSE(compare("the state of series " + id + " is from before"));
+    restore();
+  }
+}
+
 TEST_F(BlockDamage, IsFoundWhereTheWholeDatabaseHasNoBlocks) {
   run_sql("DELETE FROM block");
   EXPECT_FALSE(compare("no blocks"));

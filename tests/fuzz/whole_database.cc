@@ -149,8 +149,10 @@ bool is_readers_rule(const std::string& broken) {
   constexpr std::array RULES = {"a loose row has half a value",
                                 "a loose row lacks its checksum",
                                 "a state has a wrong number of loose rows",
+                                "a state has wrong ends",
                                 "the chain of blocks is broken",
                                 "blocks overlap",
+                                "a block has a change of the future",
                                 "the content of a head is damaged",
                                 "a segment has a wrong length"};
   return std::find(RULES.begin(), RULES.end(), broken) != RULES.end() ||
