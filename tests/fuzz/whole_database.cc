@@ -148,6 +148,7 @@ void compare(const Reading& reading, const RecordedDatabase& recorded, const std
 bool is_readers_rule(const std::string& broken) {
   constexpr std::array RULES = {"a loose row has half a value",
                                 "a loose row lacks its checksum",
+                                "a parameter has slots that no row has",
                                 "a state has a wrong number of loose rows",
                                 "a state has wrong ends",
                                 "the chain of blocks is broken",
