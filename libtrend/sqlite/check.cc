@@ -8,6 +8,7 @@
 
 #include "libtrend/sqlite/block_reader.h"
 #include "libtrend/sqlite/check_catalogue.h"
+#include "libtrend/sqlite/check_rules.h"
 #include "libtrend/sqlite/connection.h"
 #include "libtrend/sqlite/damage_list.h"
 #include "libtrend/sqlite/damaged_reader.h"
@@ -37,6 +38,7 @@ class DatabaseCheck {
   /// Returns false where the progress function ended it.
   [[nodiscard]] bool run() {
     check_structure(db_, found_);
+    check_rules(db_, found_);
     check_catalogue(db_, version_, found_, series_);
     if (has_blocks_) check_database_row();
     if (!finder_) note("a table is missing");
