@@ -156,6 +156,46 @@ TEST_F(Bounds, AreWiderForTheSeriesOfADeviceInVersion1) {
   EXPECT_EQ(rows_error(), "the catalogue is damaged");
 }
 
+TEST_F(Bounds, LetAQueryReadMoreSeriesThanItKeepsStatementsFor) {
+  constexpr std::uint32_t SERIES = MAX_DEVICE_SERIES + 50;
+  constexpr std::int64_t DISTANCE = 100'000;
+  // The rows of a coarser series are older than those of a finer one, so that none are hidden.
+  const auto time_of = [](std::uint32_t minutes, int row) {
+    return 1'000'000'000 - DISTANCE * minutes + 60 * row;
+  };
+  StoredDevice device{"/plant", {{.path = "a", .has_actual = true}}, {}};
+  CDeviceParams selection{device_, {{.path = "a", .has_actual = true}}};
+  std::vector<CPeriodProperties> periods;
+  for (std::uint32_t minutes = 1; minutes <= SERIES; ++minutes) {
+    StoredSeries series{.minutes = minutes, .blocks = {}, .loose = {}};
+    for (const int row : {1, 2}) {
+      series.loose.push_back({time_of(minutes, row), 1, {minutes + row / 10.0}});
+    }
+    device.series.push_back(series);
+    periods.push_back({.interval = minutes});
+  }
+  write_rows_only(path_, {device});
+  open();
+  for (const bool ascending : {false, true}) {
+    CDeviceData data;
+    ASSERT_EQ(log_.get_trend_data(data, selection, periods, {-1, -1}, 0, 3, ascending, true), 0)
+        << log_.error();
+    ASSERT_EQ(data.snapshots.size(), 2 * SERIES - 3);
+    for (std::size_t i = 0; i < data.snapshots.size(); ++i) {
+      const std::size_t place = ascending ? i + 3 : 2 * SERIES - 1 - (i + 3);  // from the oldest on
+      const auto minutes = static_cast<std::uint32_t>(SERIES - place / 2);
+      const int row = place % 2 == 0 ? 1 : 2;
+      EXPECT_EQ(data.snapshots[i].interval_minutes, minutes);
+      EXPECT_EQ(data.snapshots[i].timestamp, time_of(minutes, row));
+      EXPECT_EQ(data.snapshots[i].samples.at(0).actual, minutes + row / 10.0);
+    }
+  }
+  run_sql(path_, "UPDATE snapshot SET samples = x'00' WHERE id >> 40 = " + std::to_string(SERIES));
+  CDeviceData data;
+  EXPECT_NE(log_.get_trend_data(data, selection, periods, {-1, -1}, 0, 0, true, true), 0);
+  EXPECT_EQ(log_.error(), "the table of rows is damaged");
+}
+
 TEST_F(Bounds, AreCheckedBeforeADatabaseOfVersion1IsUpgraded) {
   write_rows_only(path_, {{"/plant",
                            {{.path = "a", .has_actual = true}},

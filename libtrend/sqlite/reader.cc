@@ -213,10 +213,13 @@ std::unique_ptr<SeriesCursor> SqliteReader::make_cursor(const CSeries& series,
                                                         const RowsWanted& /*wanted*/) {
   if (damaged_) return damaged_->make_cursor(series, params, ascending);
   if (blocks_) return blocks_->make_cursor(series, params, ascending);
-  BorrowedStatement walk = rows_->borrow_walk(ascending);
-  if (!walk) {
-    fail_with_database_error();
-    return nullptr;
+  BorrowedStatement walk;
+  if (rows_->lent_walks(ascending) < MAX_DEVICE_SERIES) {
+    walk = rows_->borrow_walk(ascending);
+    if (!walk) {
+      fail_with_database_error();
+      return nullptr;
+    }
   }
   return std::make_unique<RowCursor>(*rows_, std::move(walk), series, params, ascending,
                                      MAX_TIMESTAMP, error_);
