@@ -48,13 +48,8 @@ class Merge {
 
   /// Appends the wanted rows. Returns false on failure.
   [[nodiscard]] bool run() {
+    if (sources_.size() == 1) return run_alone(sources_.front());
     std::uint64_t to_skip = query_.offset;
-    if (sources_.size() == 1) {
-      // No other series can hide a row, so the rows need not be looked at one by one.
-      if (!sources_.front().cursor->pass(to_skip)) return false;
-      take_time(0);
-      to_skip = 0;
-    }
     std::uint64_t wanted = query_.count;
     for (;;) {
       if (times_.largest() == Tournament::LEAST) return true;
@@ -68,11 +63,25 @@ class Merge {
         if (!append_row(sources_[next])) return false;
         if (--wanted == 0) return true;
       }
-      if (!advance_past(sources_[next].time)) return false;
+      if (!advance_past(next)) return false;
     }
   }
 
  private:
+  /// Appends the wanted rows of the only source. No other can hide them, so those to skip need not
+  /// be looked at one by one.
+  [[nodiscard]] bool run_alone(Source& source) {
+    SeriesCursor& cursor = *source.cursor;
+    if (!cursor.pass(query_.offset)) return false;
+    std::uint64_t wanted = query_.count;
+    while (cursor.timestamp() != NO_ROW && cursor.timestamp() >= query_.earliest) {
+      if (!append_row(source)) return false;
+      if (--wanted == 0) return true;
+      if (!cursor.advance()) return false;
+    }
+    return true;
+  }
+
   [[nodiscard]] bool place() {
     times_.start(sources_.size());
     passed_.start(sources_.size());
@@ -99,10 +108,11 @@ class Merge {
     times_.set(index, source.time == NO_ROW ? Tournament::LEAST : place);
   }
 
-  /// Notes the time of the row before the current one.
+  /// Notes the time of the row before the current one, where it may hide rows.
   void set_passed(std::size_t index, std::int64_t time) {
+    if (!query_.ascending || index + 1 == sources_.size()) return;
     sources_[index].passed = time;
-    if (query_.ascending) passed_.set(index, time);
+    passed_.set(index, time);
   }
 
   /// Finds out whether the current row of the source `index` is hidden: whether a finer series has
@@ -110,6 +120,7 @@ class Merge {
   /// failure.
   [[nodiscard]] bool find_out_if_hidden(std::size_t index, bool& is_hidden) {
     is_hidden = false;
+    if (index == 0) return true;
     const Source& coarse = sources_[index];
     // The interval may start before the epoch, but no row is there.
     const std::int64_t start = std::max(coarse.time - std::int64_t{60} * coarse.minutes, NO_ROW);
@@ -134,15 +145,16 @@ class Merge {
     return source.cursor->decode(row);
   }
 
-  /// Advances all sources that are at `time`, which no other comes before.
-  [[nodiscard]] bool advance_past(std::int64_t time) {
+  /// Advances the source `next`, and all others that are at its time.
+  [[nodiscard]] bool advance_past(std::size_t next) {
+    const std::int64_t place = times_.largest();
     for (;;) {
-      const std::size_t next = times_.first_largest();
       Source& source = sources_[next];
-      if (source.time != time) return true;
-      set_passed(next, time);
+      set_passed(next, source.time);
       if (!source.cursor->advance()) return false;
       take_time(next);
+      if (times_.largest() != place) return true;
+      next = times_.first_largest();
     }
   }
 
