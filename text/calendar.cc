@@ -37,7 +37,8 @@ std::int64_t to_wall_seconds(const std::tm& fields) {
   const std::int64_t leap_days =
       divide(year - 1, 4) - divide(year - 1, 100) + divide(year - 1, 400) - LEAP_DAYS_BEFORE_1970;
   const std::int64_t days = 365 * (year - 1970) + leap_days + fields.tm_yday;
-  return DAY_LENGTH * days + 3600 * fields.tm_hour + 60 * fields.tm_min + fields.tm_sec;
+  const int time_of_day = 3600 * fields.tm_hour + 60 * fields.tm_min + fields.tm_sec;
+  return DAY_LENGTH * days + time_of_day;
 }
 
 Calendar::Calendar() {
