@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::time_t DAY_LENGTH = 86400;
+constexpr std::int64_t DAY_LENGTH = 86400;
 
 std::tm ask_library(std::time_t time, bool use_utc) {
   std::tm fields = {};
@@ -28,6 +28,18 @@ bool is_on_day(const std::tm& fields, const std::tm& day, int hour, int minute, 
 }
 
 }  // namespace
+
+std::int64_t to_wall_seconds(const std::tm& fields) {
+  // Rounded down, for the years before 1 too.
+  const auto divide = [](std::int64_t a, std::int64_t b) { return a / b - (a % b < 0 ? 1 : 0); };
+  constexpr std::int64_t LEAP_DAYS_BEFORE_1970 = 477;
+  const std::int64_t year = std::int64_t{fields.tm_year} + 1900;
+  const std::int64_t leap_days =
+      divide(year - 1, 4) - divide(year - 1, 100) + divide(year - 1, 400) - LEAP_DAYS_BEFORE_1970;
+  const std::int64_t days = 365 * (year - 1970) + leap_days + fields.tm_yday;
+  const int time_of_day = 3600 * fields.tm_hour + 60 * fields.tm_min + fields.tm_sec;
+  return DAY_LENGTH * days + time_of_day;
+}
 
 Calendar::Calendar() {
   const char* zone = std::getenv("TZ");

@@ -1,7 +1,13 @@
 // Times as dates and times of day.
 #pragma once
 
+#include <cstdint>
 #include <ctime>
+
+/// Returns the seconds from the start of 1970 to the date and time that `fields` show, as if no day
+/// had a leap second. The 61st second of a minute counts as the first one of the next. Uses the day
+/// of the year, not month and day.
+[[nodiscard]] std::int64_t to_wall_seconds(const std::tm& fields);
 
 /// Converts times to calendar fields. The time zone of the process must not change while a calendar
 /// is in use.

@@ -162,4 +162,19 @@ TEST(Calendar, CountsTheLeapSecondsOfAZone) {
   EXPECT_EQ(calendar.fields_at(MIDNIGHT + 9 * 3600, false).tm_sec, 60);
 }
 
+TEST(WallSeconds, AreThoseOfTheEpochInUtc) {
+  const TimeZone zone(TimeZone::UTC);
+  for (std::int64_t time = -(std::int64_t{1} << 40); time < std::int64_t{1} << 40;
+       time += 86'400'000 - 4321) {
+    if (time < std::numeric_limits<std::time_t>::min() ||
+        time > std::numeric_limits<std::time_t>::max()) {
+      continue;
+    }
+    const auto seconds = static_cast<std::time_t>(time);
+    std::tm fields = {};
+    gmtime_r(&seconds, &fields);
+    ASSERT_EQ(to_wall_seconds(fields), time);
+  }
+}
+
 }  // namespace

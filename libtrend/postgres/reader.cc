@@ -84,8 +84,8 @@ bool ArchiveReader::get_periods(std::vector<CPeriodProperties>& periods) {
   if (!fetch("SELECT DISTINCT minutes FROM series", {}, result)) return false;
   const std::size_t size = periods.size();
   for (std::size_t row = 0; row < result.rows(); ++row) {
-    if (!read_number(result, row, 0, periods.emplace_back().interval))
-      return fail(DAMAGED_CATALOGUE);
+    std::uint32_t& minutes = periods.emplace_back().interval;
+    if (!read_number(result, row, 0, minutes) || minutes == 0) return fail(DAMAGED_CATALOGUE);
   }
   std::sort(periods.begin() + static_cast<std::ptrdiff_t>(size), periods.end(),
             [](const auto& a, const auto& b) { return a.interval < b.interval; });
@@ -102,7 +102,7 @@ bool ArchiveReader::get_series(const CDeviceProperties& device, std::vector<CSer
   for (std::size_t row = 0; row < result.rows(); ++row) {
     CSeries& one = series.emplace_back();
     if (!result.read(row, 0, one.id) || !read_number(result, row, 1, one.minutes) ||
-        !result.read(row, 2, changes_[one.id])) {
+        one.minutes == 0 || !result.read(row, 2, changes_[one.id])) {
       return fail(DAMAGED_CATALOGUE);
     }
   }

@@ -5,6 +5,8 @@
 #include <memory>
 #include <utility>
 
+#include "libtrend/query/tournament.h"
+
 namespace toolkit::trend {
 
 namespace {
@@ -18,16 +20,6 @@ struct Source {
   std::uint32_t minutes = 0;
   std::int64_t time = NO_ROW;       ///< timestamp of the cursor's current row
   std::int64_t passed = NOT_KNOWN;  ///< timestamp of the row before the current one
-
-  [[nodiscard]] bool advance() {
-    passed = time;
-    return take(cursor->advance());
-  }
-  /// Takes the time over from the cursor after it has moved. Returns `has_moved`.
-  [[nodiscard]] bool take(bool has_moved) {
-    time = cursor->timestamp();
-    return has_moved;
-  }
 };
 
 /// Merges the series of a query. Its sources are in the order of their intervals, the shortest
@@ -40,11 +32,12 @@ class Merge {
   [[nodiscard]] bool start(LogReader& reader) {
     std::vector<CSeries> all;
     if (!reader.get_series(query_.device.device, all)) return false;
+    // Sorted, as there may be very many series and intervals.
+    std::vector<std::uint32_t> wanted;
+    for (const CPeriodProperties& period : query_.periods) wanted.push_back(period.interval);
+    std::sort(wanted.begin(), wanted.end());
     for (const CSeries& series : all) {
-      const bool is_wanted = std::any_of(
-          query_.periods.begin(), query_.periods.end(),
-          [&](const CPeriodProperties& period) { return period.interval == series.minutes; });
-      if (!is_wanted) continue;
+      if (!std::binary_search(wanted.begin(), wanted.end(), series.minutes)) continue;
       sources_.push_back({reader.make_cursor(series, query_.device.params, query_.ascending,
                                              {.skipped = query_.offset, .rows = query_.count}),
                           series.minutes});
@@ -55,16 +48,13 @@ class Merge {
 
   /// Appends the wanted rows. Returns false on failure.
   [[nodiscard]] bool run() {
+    if (sources_.size() == 1) return run_alone(sources_.front());
     std::uint64_t to_skip = query_.offset;
-    if (sources_.size() == 1) {
-      // No other series can hide a row, so the rows need not be looked at one by one.
-      if (!sources_.front().take(sources_.front().cursor->pass(to_skip))) return false;
-      to_skip = 0;
-    }
     std::uint64_t wanted = query_.count;
     for (;;) {
-      const std::size_t next = find_next();
-      if (next == sources_.size() || sources_[next].time < query_.earliest) return true;
+      if (times_.largest() == Tournament::LEAST) return true;
+      const std::size_t next = times_.first_largest();
+      if (sources_[next].time < query_.earliest) return true;
       bool is_hidden = false;
       if (!find_out_if_hidden(next, is_hidden)) return false;
       if (!is_hidden && to_skip > 0) {
@@ -78,7 +68,23 @@ class Merge {
   }
 
  private:
+  /// Appends the wanted rows of the only source. No other can hide them, so those to skip need not
+  /// be looked at one by one.
+  [[nodiscard]] bool run_alone(Source& source) {
+    SeriesCursor& cursor = *source.cursor;
+    if (!cursor.pass(query_.offset)) return false;
+    std::uint64_t wanted = query_.count;
+    while (cursor.timestamp() != NO_ROW && cursor.timestamp() >= query_.earliest) {
+      if (!append_row(source)) return false;
+      if (--wanted == 0) return true;
+      if (!cursor.advance()) return false;
+    }
+    return true;
+  }
+
   [[nodiscard]] bool place() {
+    times_.start(sources_.size());
+    passed_.start(sources_.size());
     if (sources_.empty()) return true;
     const std::int64_t longest = std::int64_t{60} * sources_.back().minutes;
     for (std::size_t i = 0; i < sources_.size(); ++i) {
@@ -88,25 +94,25 @@ class Merge {
       const bool may_hide = i + 1 < sources_.size() && !query_.ascending;
       const std::int64_t earliest =
           may_hide ? std::max<std::int64_t>(1, query_.earliest - longest + 1) : query_.earliest;
-      Source& source = sources_[i];
-      if (!source.take(source.cursor->place(earliest, query_.latest))) return false;
+      if (!sources_[i].cursor->place(earliest, query_.latest)) return false;
+      take_time(i);
     }
     return true;
   }
 
-  /// Returns the index of the source whose current row comes next, or the number of sources if no
-  /// row is left. If several rows have the same time, it is the finest one, which hides the others.
-  [[nodiscard]] std::size_t find_next() const {
-    std::size_t next = sources_.size();
-    for (std::size_t i = 0; i < sources_.size(); ++i) {
-      const std::int64_t time = sources_[i].time;
-      if (time == NO_ROW) continue;
-      if (next == sources_.size() ||
-          (query_.ascending ? time < sources_[next].time : time > sources_[next].time)) {
-        next = i;
-      }
-    }
-    return next;
+  /// Takes the time over from the cursor of a source after it has moved.
+  void take_time(std::size_t index) {
+    Source& source = sources_[index];
+    source.time = source.cursor->timestamp();
+    const std::int64_t place = query_.ascending ? -source.time : source.time;
+    times_.set(index, source.time == NO_ROW ? Tournament::LEAST : place);
+  }
+
+  /// Notes the time of the row before the current one, where it may hide rows.
+  void set_passed(std::size_t index, std::int64_t time) {
+    if (!query_.ascending || index + 1 == sources_.size()) return;
+    sources_[index].passed = time;
+    passed_.set(index, time);
   }
 
   /// Finds out whether the current row of the source `index` is hidden: whether a finer series has
@@ -114,18 +120,21 @@ class Merge {
   /// failure.
   [[nodiscard]] bool find_out_if_hidden(std::size_t index, bool& is_hidden) {
     is_hidden = false;
+    if (index == 0) return true;
     const Source& coarse = sources_[index];
     // The interval may start before the epoch, but no row is there.
     const std::int64_t start = std::max(coarse.time - std::int64_t{60} * coarse.minutes, NO_ROW);
-    for (std::size_t i = 0; i < index && !is_hidden; ++i) {
-      Source& fine = sources_[i];
-      if (query_.ascending && fine.passed == NOT_KNOWN && start + 1 < query_.earliest &&
-          !fine.cursor->find_before(query_.earliest, fine.passed)) {
-        return false;
-      }
-      // The finer series' last row before the current time is the one that it passed last or, in
-      // descending order, its current row.
-      is_hidden = (query_.ascending ? fine.passed : fine.time) > start;
+    // The finer series' last row before the current time is the one that it passed last or, in
+    // descending order, its current row.
+    is_hidden = (query_.ascending ? passed_ : times_).largest_before(index) > start;
+    if (!query_.ascending || start + 1 >= query_.earliest) return true;
+    for (; looked_before_ < index && !is_hidden; ++looked_before_) {
+      Source& fine = sources_[looked_before_];
+      if (fine.passed != NOT_KNOWN) continue;
+      std::int64_t before = NO_ROW;
+      if (!fine.cursor->find_before(query_.earliest, before)) return false;
+      set_passed(looked_before_, before);
+      is_hidden = before > start;
     }
     return true;
   }
@@ -136,18 +145,28 @@ class Merge {
     return source.cursor->decode(row);
   }
 
-  /// Advances the source `index`, and all coarser ones that are at the same time.
-  [[nodiscard]] bool advance_past(std::size_t index) {
-    const std::int64_t time = sources_[index].time;
-    for (std::size_t i = index; i < sources_.size(); ++i) {
-      if (sources_[i].time == time && !sources_[i].advance()) return false;
+  /// Advances the source `next`, and all others that are at its time.
+  [[nodiscard]] bool advance_past(std::size_t next) {
+    const std::int64_t place = times_.largest();
+    for (;;) {
+      Source& source = sources_[next];
+      set_passed(next, source.time);
+      if (!source.cursor->advance()) return false;
+      take_time(next);
+      if (times_.largest() != place) return true;
+      next = times_.first_largest();
     }
-    return true;
   }
 
   const RowQuery& query_;
   std::vector<CSnapshot>& rows_;
   std::vector<Source> sources_;
+  /// By source: the time of the current row, negative in ascending order, so that the source whose
+  /// row comes next has the largest. If several rows have the same time, the first of them is the
+  /// finest one, which hides the others.
+  Tournament times_;
+  Tournament passed_;              ///< by source: the time of the row before, in ascending order
+  std::size_t looked_before_ = 0;  ///< of so many sources the row before the range is known
 };
 
 }  // namespace

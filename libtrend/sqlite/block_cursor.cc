@@ -28,7 +28,8 @@ bool BlockChain::take(BlockTable::Result result) {
   has_head_ = head_.series_id == state_.series_id && head_.rows >= 1 &&
               head_.first_time > head_.previous && head_.last_time >= head_.first_time &&
               (head_.previous == 0) == (head_.last_time == state_.first_block) &&
-              head_.last_time <= state_.last_block;
+              head_.last_time <= state_.last_block &&
+              (remaining_ != nullptr || head_.change <= state_.changes);
   if (!has_head_) return fail();
   rows_from_first_ = head_.previous == 0 ? head_.rows : UNKNOWN;
   rows_to_last_ = head_.last_time == state_.last_block ? head_.rows : UNKNOWN;

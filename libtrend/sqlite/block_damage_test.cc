@@ -41,6 +41,22 @@ class BlockDamage : public testing::Test {
   }
   void keep_original() { std::filesystem::copy_file(path_, original_); }
 
+  /// Changes the state of a series, which gets a right checksum.
+  template <typename Change>
+  void change_state(const std::string& id, const Change& change) {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+    std::string error;
+    SeriesState state;
+    {
+      SeriesStates states(db);
+      EXPECT_EQ(states.get(std::stoll(id), state, error), SeriesStates::Result::FOUND);
+      change(state);
+      EXPECT_TRUE(states.set(state, error)) << error;
+    }
+    sqlite3_close(db);
+  }
+
   /// Runs `sql` and returns the first column of the rows that it yields.
   std::vector<std::string> run_sql(const std::string& sql) {
     sqlite3* db = nullptr;
@@ -133,24 +149,38 @@ TEST_F(BlockDamage, IsFoundWhereARowIsInTwoPlaces) {
 TEST_F(BlockDamage, IsFoundWhereAStateHasImpossibleEnds) {
   keep_original();
   for (const auto& id : run_sql("SELECT series_id FROM series_state")) {
-    for (const auto& [first, last] : std::vector<std::pair<std::int64_t, std::int64_t>>{
+    for (const auto& ends : std::vector<std::pair<std::int64_t, std::int64_t>>{
              {0, 300}, {300, 0}, {-300, 300}, {300, -300}, {600, 300}, {300, MAX_TIMESTAMP + 1}}) {
-      sqlite3* db = nullptr;
-      ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
-      std::string error;
-      SeriesState state;
-      {
-        SeriesStates states(db);
-        ASSERT_EQ(states.get(std::stoll(id), state, error), SeriesStates::Result::FOUND);
-        state.first_block = first;
-        state.last_block = last;
-        EXPECT_TRUE(states.set(state, error)) << error;  // with its checksum
-      }
-      sqlite3_close(db);
-      EXPECT_FALSE(compare("the ends of series " + id + " are " + std::to_string(first) + " and " +
-                           std::to_string(last)));
+      change_state(id, [&](SeriesState& state) {
+        state.first_block = ends.first;
+        state.last_block = ends.second;
+      });
+      EXPECT_FALSE(compare("the ends of series " + id + " are " + std::to_string(ends.first) +
+                           " and " + std::to_string(ends.second)));
       restore();
     }
+  }
+}
+
+TEST_F(BlockDamage, IsFoundWhereANumberOfAStateIsImpossible) {
+  keep_original();
+  for (std::int64_t SeriesState::*const number :
+       {&SeriesState::loose_rows, &SeriesState::unchecked_until, &SeriesState::blocks,
+        &SeriesState::sealed_rows, &SeriesState::changes}) {
+    change_state("1", [&](SeriesState& state) { state.*number = -1; });
+    EXPECT_FALSE(compare("a number of the state is negative"));
+    restore();
+  }
+}
+
+TEST_F(BlockDamage, IsFoundWhereABlockIsNewerThanItsState) {
+  keep_original();
+  const auto ids = run_sql("SELECT DISTINCT id >> 40 FROM block");
+  ASSERT_FALSE(ids.empty());
+  for (const auto& id : ids) {
+    change_state(id, [](SeriesState& state) { --state.changes; });
+    EXPECT_FALSE(compare("the state of series " + id + " is from before"));
+    restore();
   }
 }
 

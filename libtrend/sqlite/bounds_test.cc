@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@
 #include "libtrend/sqlite/database_row.h"
 #include "tests/support/database_file.h"
 #include "tests/support/process.h"
+#include "tests/support/stored_log.h"
 
 namespace toolkit::trend {
 namespace {
@@ -43,12 +45,14 @@ class Bounds : public testing::Test {
     ASSERT_TRUE(DatabaseRow::create(db.get(), error)) << error;
   }
 
+  /// The start of a statement for a table `n` of the numbers `i` from 2 to `count`.
+  static std::string count_to(std::size_t count) {
+    return "WITH RECURSIVE n(i) AS (SELECT 2 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+           std::to_string(count) + ") ";
+  }
+
   /// Makes the device have as many parameters and series.
   void fill(std::size_t params, std::size_t series) {
-    const auto count_to = [](std::size_t count) {
-      return "WITH RECURSIVE n(i) AS (SELECT 2 UNION ALL SELECT i + 1 FROM n WHERE i < " +
-             std::to_string(count) + ") ";
-    };
     if (params > 1) {
       change("INSERT INTO parameter " + count_to(params) + "SELECT i, 1, 'p' || i, 0, 1 FROM n");
     }
@@ -67,6 +71,15 @@ class Bounds : public testing::Test {
     const int status =
         log_.get_trend_data(data, {device_, {}}, {{.interval = 1}}, {-1, -1}, 0, 0, true, true);
     return status == 0 ? "" : log_.error();
+  }
+
+  /// Whether a check finds the damage `text` of the device.
+  [[nodiscard]] bool is_found(const std::string& text) {
+    std::vector<CDamage> damage;
+    EXPECT_EQ(log_.check(damage), 0) << log_.error();
+    return std::any_of(damage.begin(), damage.end(), [&](const CDamage& part) {
+      return part.device == "/plant" && part.text == text;
+    });
   }
 
   TemporaryFolder folder_;
@@ -108,8 +121,10 @@ TEST_F(Bounds, OfTheParametersOfADevice) {
   ASSERT_EQ(recorder.begin(), 0);
   EXPECT_NE(recorder.add_param(device_, param), 0);
   EXPECT_EQ(recorder.error(), "a device has at most 65535 parameters");
+  EXPECT_FALSE(is_found("it has more parameters than a device can have"));
   change("INSERT INTO parameter VALUES (70000, 1, 'one more', 0, 1)");
   EXPECT_EQ(params_error(), "the catalogue is damaged");
+  EXPECT_TRUE(is_found("it has more parameters than a device can have"));
 }
 
 TEST_F(Bounds, OfTheSeriesOfADevice) {
@@ -124,8 +139,78 @@ TEST_F(Bounds, OfTheSeriesOfADevice) {
   EXPECT_EQ(recorder.add_series(device_, 1, series), 0);
   EXPECT_NE(recorder.add_series(device_, 1000, series), 0);
   EXPECT_EQ(recorder.error(), "a device has at most 100 intervals");
+  EXPECT_FALSE(is_found("it has more intervals than a device can have"));
   change("INSERT INTO series VALUES (1000, 1, 1000)");
   EXPECT_EQ(rows_error(), "the catalogue is damaged");
+  EXPECT_TRUE(is_found("it has more intervals than a device can have"));
+}
+
+TEST_F(Bounds, AreWiderForTheSeriesOfADeviceInVersion1) {
+  write_rows_only(path_, {{"/plant",
+                           {{.path = "a", .has_actual = true}},
+                           {{.minutes = 1, .blocks = {}, .loose = {}}}}});
+  run_sql(path_, "INSERT INTO series " + count_to(65535) + "SELECT i, 1, i FROM n");
+  open();
+  EXPECT_EQ(rows_error(), "");
+  run_sql(path_, "INSERT INTO series VALUES (70000, 1, 70000)");
+  EXPECT_EQ(rows_error(), "the catalogue is damaged");
+}
+
+TEST_F(Bounds, LetAQueryReadMoreSeriesThanItKeepsStatementsFor) {
+  constexpr std::uint32_t SERIES = MAX_DEVICE_SERIES + 50;
+  constexpr std::int64_t DISTANCE = 100'000;
+  // The rows of a coarser series are older than those of a finer one, so that none are hidden.
+  const auto time_of = [](std::uint32_t minutes, int row) {
+    return 1'000'000'000 - DISTANCE * minutes + 60 * row;
+  };
+  StoredDevice device{"/plant", {{.path = "a", .has_actual = true}}, {}};
+  CDeviceParams selection{device_, {{.path = "a", .has_actual = true}}};
+  std::vector<CPeriodProperties> periods;
+  for (std::uint32_t minutes = 1; minutes <= SERIES; ++minutes) {
+    StoredSeries series{.minutes = minutes, .blocks = {}, .loose = {}};
+    for (const int row : {1, 2}) {
+      series.loose.push_back({time_of(minutes, row), 1, {minutes + row / 10.0}});
+    }
+    device.series.push_back(series);
+    periods.push_back({.interval = minutes});
+  }
+  write_rows_only(path_, {device});
+  open();
+  for (const bool ascending : {false, true}) {
+    CDeviceData data;
+    ASSERT_EQ(log_.get_trend_data(data, selection, periods, {-1, -1}, 0, 3, ascending, true), 0)
+        << log_.error();
+    ASSERT_EQ(data.snapshots.size(), 2 * SERIES - 3);
+    for (std::size_t i = 0; i < data.snapshots.size(); ++i) {
+      const std::size_t place = ascending ? i + 3 : 2 * SERIES - 1 - (i + 3);  // from the oldest on
+      const auto minutes = static_cast<std::uint32_t>(SERIES - place / 2);
+      const int row = place % 2 == 0 ? 1 : 2;
+      EXPECT_EQ(data.snapshots[i].interval_minutes, minutes);
+      EXPECT_EQ(data.snapshots[i].timestamp, time_of(minutes, row));
+      EXPECT_EQ(data.snapshots[i].samples.at(0).actual, minutes + row / 10.0);
+    }
+  }
+  run_sql(path_, "UPDATE snapshot SET samples = x'00' WHERE id >> 40 = " + std::to_string(SERIES));
+  CDeviceData data;
+  EXPECT_NE(log_.get_trend_data(data, selection, periods, {-1, -1}, 0, 0, true, true), 0);
+  EXPECT_EQ(log_.error(), "the table of rows is damaged");
+}
+
+TEST_F(Bounds, AreCheckedBeforeADatabaseOfVersion1IsUpgraded) {
+  write_rows_only(path_, {{"/plant",
+                           {{.path = "a", .has_actual = true}},
+                           {{.minutes = 1, .blocks = {}, .loose = {}}}}});
+  run_sql(path_, "INSERT INTO series " + count_to(MAX_DEVICE_SERIES + 1) + "SELECT i, 1, i FROM n");
+  CRecorder recorder;
+  ASSERT_EQ(recorder.open(path_), 0);
+  EXPECT_NE(recorder.begin(), 0);
+  EXPECT_EQ(recorder.error(), "a device has more than 100 intervals");
+  open();
+  EXPECT_EQ(rows_error(), "");
+  run_sql(path_, "DELETE FROM series WHERE minutes > 100");
+  ASSERT_EQ(recorder.begin(), 0) << recorder.error();
+  EXPECT_EQ(recorder.commit(), 0) << recorder.error();
+  EXPECT_EQ(rows_error(), "");
 }
 
 TEST_F(Bounds, OfTheValuesOfABlock) {

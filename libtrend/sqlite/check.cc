@@ -8,6 +8,7 @@
 
 #include "libtrend/sqlite/block_reader.h"
 #include "libtrend/sqlite/check_catalogue.h"
+#include "libtrend/sqlite/check_rules.h"
 #include "libtrend/sqlite/connection.h"
 #include "libtrend/sqlite/damage_list.h"
 #include "libtrend/sqlite/damaged_reader.h"
@@ -28,6 +29,7 @@ class DatabaseCheck {
  public:
   DatabaseCheck(sqlite3* db, std::int64_t version, const ReportProgress& progress)
       : db_(db),
+        version_(version),
         has_blocks_(version != ROWS_ONLY_VERSION),
         progress_(progress),
         finder_(db, version),
@@ -36,7 +38,8 @@ class DatabaseCheck {
   /// Returns false where the progress function ended it.
   [[nodiscard]] bool run() {
     check_structure(db_, found_);
-    check_catalogue(db_, found_, series_);
+    check_rules(db_, found_);
+    check_catalogue(db_, version_, found_, series_);
     if (has_blocks_) check_database_row();
     if (!finder_) note("a table is missing");
     if (!finder_ || !check_series()) return !is_stopped_;
@@ -76,6 +79,7 @@ class DatabaseCheck {
                 std::string& reason);
 
   sqlite3* db_;
+  std::int64_t version_;
   bool has_blocks_;
   const ReportProgress& progress_;
   RemainsFinder finder_;

@@ -40,6 +40,21 @@ void note_lines(const std::string& text, DamageList& found) {
   }
 }
 
+/// Notes the devices that have more than `most` rows of `table`, which are called `name`.
+void check_count(sqlite3* db, const char* table, const char* name, std::size_t most,
+                 DamageList& found) {
+  const std::string sql = std::string("SELECT d.path FROM ") + table +
+                          " r NOT INDEXED LEFT JOIN device d ON d.id = r.device_id "
+                          "GROUP BY r.device_id HAVING count(*) > " +
+                          std::to_string(most);
+  for_each_row(db, sql.c_str(), found, [&](const Statement& row) {
+    CDamage damage;
+    if (!row.read(0, damage.device)) damage.device.clear();
+    damage.text = std::string("it has more ") + name + " than a device can have";
+    found.insert(damage);
+  });
+}
+
 void check_slots(sqlite3* db, DamageList& found) {
   std::int64_t device = -1;
   std::int64_t end = 0;  // of the slots of the parameters before
@@ -95,12 +110,15 @@ void check_structure(sqlite3* db, DamageList& found) {
   });
 }
 
-void check_catalogue(sqlite3* db, DamageList& found, std::vector<CSeries>& series) {
+void check_catalogue(sqlite3* db, std::int64_t version, DamageList& found,
+                     std::vector<CSeries>& series) {
   const auto read_device = [&](const Statement& row) {
     std::string text;
     if (!row.read(0, text) || !row.read(1, text)) note("a device is damaged", found);
   };
   for_each_row(db, "SELECT path, description FROM device", found, read_device);
+  check_count(db, "parameter", "parameters", MAX_DEVICE_SLOTS, found);
+  check_count(db, "series", "intervals", max_device_series(version), found);
   check_slots(db, found);
   std::int64_t before = std::numeric_limits<std::int64_t>::min();
   const char* sql = "SELECT id, minutes FROM series NOT INDEXED ORDER BY id";

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "libtrend/log.h"
@@ -245,6 +246,34 @@ TEST_F(Checking, FindsWhatAQueryRefusesInAnOldDatabase) {
   write_rows_only(path_, {make_device(0)});
   run_sql(path_, "PRAGMA journal_mode = delete; PRAGMA page_size = 512; VACUUM");
   damage_each_byte(MAX_TIME);
+}
+
+TEST_F(Checking, ReadsTheRulesOfTables) {
+  // What a text in the schema says, and what it says when a byte of it has changed.
+  const auto change_schema = [](const std::string& table, const std::string& from,
+                                const std::string& to) {
+    return "PRAGMA writable_schema = ON; UPDATE sqlite_schema SET sql = replace(sql, '" + from +
+           "', '" + to + "') WHERE name = '" + table + "'";
+  };
+  write();
+  expect_damage(change_schema("parameter", "CHECK (statistics", "CHECK (statistisc"),
+                "the rules of table parameter are damaged");
+  expect_damage(change_schema("series", "minutes > 0", "minutes > 5"),
+                "a row breaks the rules of table series");
+  expect_damage(change_schema("loose", "0xFFFFFFFFFF > 0", "0xFFFFFFFFFF < 0"),
+                "a row breaks the rules of table loose");
+  expect_damage(change_schema("database", "id = 1", "id = 3"),
+                "a row breaks the rules of table database");
+  // Other recorders may write other texts that mean the same.
+  for (const auto& [from, to] : std::vector<std::pair<std::string, std::string>>{
+           {"CHECK (minutes > 0)", "CHECK (0 < minutes)"},
+           {"CHECK (minutes > 0)", ""},
+           {"minutes   INTEGER", "/* of an interval */ minutes INTEGER"}}) {
+    run_sql(path_, change_schema("series", from, to));
+    EXPECT_THAT(check(), IsEmpty()) << to;
+    std::filesystem::remove(path_);
+    write();
+  }
 }
 
 TEST_F(Checking, NamesEachKindOfDamage) {

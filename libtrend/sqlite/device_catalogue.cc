@@ -67,7 +67,7 @@ bool DeviceCatalogue::for_rows_of(Table& table, std::int64_t device_id, const Ta
   return true;
 }
 
-bool DeviceCatalogue::get_params(std::int64_t device_id, bool may_have_any_slots,
+bool DeviceCatalogue::get_params(std::int64_t device_id, std::int64_t version,
                                  std::vector<CParamProperties>& params, const LoseCatalogue& lose) {
   const std::size_t size = params.size();
   const auto take_row = [&](const Statement& row) {
@@ -83,7 +83,8 @@ bool DeviceCatalogue::get_params(std::int64_t device_id, bool may_have_any_slots
     constexpr std::int64_t MAX_SLOT = std::numeric_limits<std::uint32_t>::max();
     param.aux_1 = static_cast<std::uint32_t>(std::min(first_slot, MAX_SLOT));
     set_statistics(param, static_cast<std::uint32_t>(statistics));
-    if (!may_have_any_slots && get_slot(param, STATISTICS.size()) > MAX_DEVICE_SLOTS) return false;
+    const bool has_limit = version != ROWS_ONLY_VERSION;
+    if (has_limit && get_slot(param, STATISTICS.size()) > MAX_DEVICE_SLOTS) return false;
     params.push_back(std::move(param));
     return true;
   };
@@ -93,13 +94,13 @@ bool DeviceCatalogue::get_params(std::int64_t device_id, bool may_have_any_slots
   return true;
 }
 
-bool DeviceCatalogue::get_series(std::int64_t device_id, std::vector<CSeries>& series,
-                                 const LoseCatalogue& lose) {
+bool DeviceCatalogue::get_series(std::int64_t device_id, std::int64_t version,
+                                 std::vector<CSeries>& series, const LoseCatalogue& lose) {
   // A dump asks again and again for the series of one device.
   if (!has_known_series_ || known_device_ != device_id) {
     has_known_series_ = false;
     known_series_.clear();
-    if (!find_series(device_id, known_series_, lose)) return false;
+    if (!find_series(device_id, version, known_series_, lose)) return false;
     known_device_ = device_id;
     has_known_series_ = true;
   }
@@ -107,13 +108,13 @@ bool DeviceCatalogue::get_series(std::int64_t device_id, std::vector<CSeries>& s
   return true;
 }
 
-bool DeviceCatalogue::find_series(std::int64_t device_id, std::vector<CSeries>& series,
-                                  const LoseCatalogue& lose) {
+bool DeviceCatalogue::find_series(std::int64_t device_id, std::int64_t version,
+                                  std::vector<CSeries>& series, const LoseCatalogue& lose) {
   const auto take_row = [&](const Statement& row) {
     std::int64_t id = 0;
     std::int64_t minutes = 0;
     if (!row.read(0, id) || !row.read(1, minutes) || minutes <= 0 || !is_series_id(id) ||
-        series.size() == MAX_DEVICE_SERIES) {
+        series.size() == max_device_series(version)) {
       return false;
     }
     if (minutes <= std::numeric_limits<std::uint32_t>::max()) {

@@ -43,11 +43,12 @@ class DeviceCatalogue {
   void forget();
 
   /// Append what belongs to a device: its parameters in the order of their paths, or its series,
-  /// the one with the shortest interval first. Return false on failure. `may_have_any_slots` is for
-  /// version 1, whose rows had no limit.
-  bool get_params(std::int64_t device_id, bool may_have_any_slots,
+  /// the one with the shortest interval first. Return false on failure. `version` is that of
+  /// the format: in version 1, slots had no limit, and series hardly any.
+  bool get_params(std::int64_t device_id, std::int64_t version,
                   std::vector<CParamProperties>& params, const LoseCatalogue& lose);
-  bool get_series(std::int64_t device_id, std::vector<CSeries>& series, const LoseCatalogue& lose);
+  bool get_series(std::int64_t device_id, std::int64_t version, std::vector<CSeries>& series,
+                  const LoseCatalogue& lose);
 
  private:
   /// A table of the catalogue whose rows belong to devices.
@@ -69,7 +70,8 @@ class DeviceCatalogue {
   using TakeRow = std::function<bool(const Statement& row)>;
   static bool for_rows_of(Table& table, std::int64_t device_id, const TakeRow& take_row,
                           const LoseCatalogue& lose);
-  bool find_series(std::int64_t device_id, std::vector<CSeries>& series, const LoseCatalogue& lose);
+  bool find_series(std::int64_t device_id, std::int64_t version, std::vector<CSeries>& series,
+                   const LoseCatalogue& lose);
 
   Table params_;
   Table series_;

@@ -179,7 +179,7 @@ bool SqliteReader::get_devices(std::vector<CDeviceProperties>& devices) {
 
 bool SqliteReader::get_params(const CDeviceProperties& device,
                               std::vector<CParamProperties>& params) {
-  return catalogue_.get_params(device.aux_1, version_ == ROWS_ONLY_VERSION, params, lose_);
+  return catalogue_.get_params(device.aux_1, version_, params, lose_);
 }
 
 bool SqliteReader::get_periods(std::vector<CPeriodProperties>& periods) {
@@ -196,7 +196,7 @@ bool SqliteReader::get_periods(std::vector<CPeriodProperties>& periods) {
 }
 
 bool SqliteReader::get_series(const CDeviceProperties& device, std::vector<CSeries>& series) {
-  return catalogue_.get_series(device.aux_1, series, lose_);
+  return catalogue_.get_series(device.aux_1, version_, series, lose_);
 }
 
 bool SqliteReader::summarize(const CSeries& series, CSeriesSummary& summary) {
@@ -213,10 +213,13 @@ std::unique_ptr<SeriesCursor> SqliteReader::make_cursor(const CSeries& series,
                                                         const RowsWanted& /*wanted*/) {
   if (damaged_) return damaged_->make_cursor(series, params, ascending);
   if (blocks_) return blocks_->make_cursor(series, params, ascending);
-  BorrowedStatement walk = rows_->borrow_walk(ascending);
-  if (!walk) {
-    fail_with_database_error();
-    return nullptr;
+  BorrowedStatement walk;
+  if (rows_->lent_walks(ascending) < MAX_DEVICE_SERIES) {
+    walk = rows_->borrow_walk(ascending);
+    if (!walk) {
+      fail_with_database_error();
+      return nullptr;
+    }
   }
   return std::make_unique<RowCursor>(*rows_, std::move(walk), series, params, ascending,
                                      MAX_TIMESTAMP, error_);

@@ -42,6 +42,11 @@ BorrowedStatement RowTable::borrow_walk(bool ascending) {
   return {statement.release(), StatementReturner{&unused}};
 }
 
+std::size_t RowTable::lent_walks(bool ascending) const {
+  const std::size_t direction = ascending ? 1 : 0;
+  return made_[direction] - unused_[direction].size();
+}
+
 bool read_row(const Statement& row, std::int64_t id, bool must_have_checksum, double& valid_ratio,
               std::span<const unsigned char>& samples) {
   std::int64_t checksum = 0;
@@ -56,6 +61,7 @@ RowCursor::RowCursor(RowTable& table, BorrowedStatement walk, const CSeries& ser
                      std::int64_t until, std::string& error)
     : table_(table),
       rows_(std::move(walk)),
+      is_borrower_(rows_ == nullptr),
       base_(get_row_id(series.id, 0)),
       params_(params),
       ascending_(ascending),
@@ -65,9 +71,23 @@ RowCursor::RowCursor(RowTable& table, BorrowedStatement walk, const CSeries& ser
 bool RowCursor::place(std::int64_t earliest, std::int64_t latest) {
   earliest_ = earliest;
   latest_ = std::min(latest, until_);
+  return seek();
+}
+
+/// Goes to the first row of the range.
+bool RowCursor::seek() {
+  if (is_borrower_ && !borrow()) return false;
   rows_->reset();
   rows_->bind(1, base_ + (ascending_ ? earliest_ : latest_));
-  return step();
+  const bool is_done = step();
+  if (is_borrower_) rows_.reset();
+  return is_done;
+}
+
+bool RowCursor::borrow() {
+  rows_ = table_.borrow_walk(ascending_);
+  if (!rows_) error_ = "out of memory";
+  return rows_ != nullptr;
 }
 
 bool RowCursor::advance() {
@@ -77,15 +97,22 @@ bool RowCursor::advance() {
   } else {
     latest_ = timestamp_ - 1;
   }
-  return step();
+  return is_borrower_ ? seek() : step();
 }
 
 bool RowCursor::decode(CSnapshot& row) {
+  const std::int64_t id = base_ + timestamp_;
   row.timestamp = static_cast<std::time_t>(timestamp_);
+  if (is_borrower_) {
+    if (!borrow()) return false;
+    rows_->bind(1, id);
+    if (rows_->step() != Statement::Step::ROW || rows_->read_id(0) != id) return fail_as_damaged();
+  }
   std::span<const unsigned char> bytes;
-  return (read_row(*rows_, base_ + timestamp_, false, row.valid_ratio, bytes) &&
-          unpack_samples(bytes, params_, row.samples)) ||
-         fail_as_damaged();
+  const bool is_read = read_row(*rows_, id, false, row.valid_ratio, bytes) &&
+                       unpack_samples(bytes, params_, row.samples);
+  if (is_borrower_) rows_.reset();
+  return is_read || fail_as_damaged();
 }
 
 bool RowCursor::find_before(std::int64_t time, std::int64_t& timestamp) {

@@ -35,6 +35,8 @@ class RowTable {
   /// Lends a statement that starts at the id of parameter 1 and yields id, share of valid data,
   /// samples and checksum of each row. Returns null on failure.
   [[nodiscard]] BorrowedStatement borrow_walk(bool ascending);
+  /// Returns how many of these statements are lent.
+  [[nodiscard]] std::size_t lent_walks(bool ascending) const;
   /// The statement that finds the id of the first row from parameter 1 to parameter 2.
   [[nodiscard]] Statement& first_row() { return first_row_; }
   [[nodiscard]] Statement& last_row() { return last_row_; }
@@ -57,8 +59,10 @@ class RowTable {
 /// A cursor over rows that are stored one by one, and may be without checksums.
 class RowCursor : public SeriesCursor {
  public:
-  /// `walk` is a statement of `table` for the direction. The cursor visits rows up to the time
-  /// `until` alone. A failure leaves the reason in `error`.
+  /// `walk` is a statement of `table` for the direction. If it is null, the cursor borrows one for
+  /// each row: SQLite slows down with each statement that is open, so a query of very many series
+  /// must not keep one for each. The cursor visits rows up to the time `until` alone. A failure
+  /// leaves the reason in `error`.
   RowCursor(RowTable& table, BorrowedStatement walk, const CSeries& series,
             const std::vector<CParamProperties>& params, bool ascending, std::int64_t until,
             std::string& error);
@@ -69,6 +73,8 @@ class RowCursor : public SeriesCursor {
   [[nodiscard]] bool find_before(std::int64_t time, std::int64_t& timestamp) override;
 
  private:
+  bool seek();
+  bool borrow();
   bool step();
   bool find(Statement& statement, std::int64_t earliest, std::int64_t latest,
             std::int64_t& timestamp);
@@ -77,6 +83,7 @@ class RowCursor : public SeriesCursor {
 
   RowTable& table_;
   BorrowedStatement rows_;
+  bool is_borrower_;   ///< whether it has `rows_` only where it reads
   std::int64_t base_;  ///< what the ids of the series' rows have besides the timestamp
   const std::vector<CParamProperties>& params_;
   bool ascending_;

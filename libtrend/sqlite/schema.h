@@ -12,6 +12,12 @@ inline constexpr std::int64_t APPLICATION_ID = 0x54524E44;
 inline constexpr std::int64_t FORMAT_VERSION = 2;
 inline constexpr std::int64_t ROWS_ONLY_VERSION = 1;
 
+/// Returns the most series that a device can have. Recorders of version 1 knew no limit; the limit
+/// for readers is there as a query needs memory for each series.
+inline constexpr std::size_t max_device_series(std::int64_t version) {
+  return version == ROWS_ONLY_VERSION ? 65535 : MAX_DEVICE_SERIES;
+}
+
 /// A snapshot's id is its series' id, shifted by this many bits, plus its timestamp.
 inline constexpr int TIMESTAMP_BITS = 40;
 static_assert(MAX_TIMESTAMP == (std::int64_t{1} << TIMESTAMP_BITS) - 1);

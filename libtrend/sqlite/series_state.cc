@@ -46,8 +46,12 @@ bool add_rows(sqlite3* db, char table, const char* sql, int columns, std::uint32
   return step == Statement::Step::DONE;
 }
 
-/// Whether the blocks of a series can have such ends.
-bool has_possible_ends(const SeriesState& state) {
+/// Whether a series can have such a state.
+bool is_possible(const SeriesState& state) {
+  if (state.loose_rows < 0 || state.sealed_rows < 0 || state.changes < 0 ||
+      state.unchecked_until < 0 || state.unchecked_until > MAX_TIMESTAMP) {
+    return false;
+  }
   if (state.blocks == 0) return state.first_block == 0 && state.last_block == 0;
   return state.blocks > 0 && state.first_block > 0 && state.first_block <= state.last_block &&
          state.last_block <= MAX_TIMESTAMP;
@@ -88,7 +92,7 @@ SeriesStates::Result SeriesStates::get(std::int64_t series_id, SeriesState& stat
                        row->read(3, state.first_block) && row->read(4, state.last_block) &&
                        row->read(5, state.blocks) && row->read(6, state.sealed_rows) &&
                        row->read(7, state.changes) && row->read(8, checksum);
-  if (is_read && checksum == std::int64_t{get_checksum(state)} && has_possible_ends(state)) {
+  if (is_read && checksum == std::int64_t{get_checksum(state)} && is_possible(state)) {
     return Result::FOUND;
   }
   error = step == Statement::Step::ROW ? DAMAGED : row->error();

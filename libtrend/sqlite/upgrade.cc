@@ -66,6 +66,20 @@ bool has_few_slots(sqlite3* db, std::string& error) {
   return false;
 }
 
+/// Whether every device of the database has few enough series.
+bool has_few_series(sqlite3* db, std::string& error) {
+  std::int64_t series = 0;
+  if (!read_number(db,
+                   "SELECT coalesce(max(n), 0) FROM (SELECT count(*) AS n FROM series NOT INDEXED "
+                   "GROUP BY device_id)",
+                   series)) {
+    return fail_with_database_error(db, error);
+  }
+  if (series <= static_cast<std::int64_t>(MAX_DEVICE_SERIES)) return true;
+  error = "a device has more than " + std::to_string(MAX_DEVICE_SERIES) + " intervals";
+  return false;
+}
+
 }  // namespace
 
 bool create_tables(sqlite3* db, std::string& error) {
@@ -76,7 +90,7 @@ bool create_tables(sqlite3* db, std::string& error) {
 }
 
 bool upgrade(sqlite3* db, std::string& error) {
-  if (!has_few_slots(db, error)) return false;
+  if (!has_few_slots(db, error) || !has_few_series(db, error)) return false;
   for (const char* sql : {UPGRADE_ROWS, CREATE_BLOCKS}) {
     if (!execute(db, sql)) return fail_with_database_error(db, error);
   }

@@ -55,6 +55,16 @@ int replace_output() {
   return file;
 }
 
+/// Puts a file with `text` in the place of the descriptor of standard input.
+void replace_input(const std::string& text) {
+  static const int file = memfd_create("input", MFD_CLOEXEC);
+  const auto size = static_cast<ssize_t>(text.size());
+  demand(file >= 0 && ftruncate(file, 0) == 0 &&
+             pwrite(file, text.data(), text.size(), 0) == size && lseek(file, 0, SEEK_SET) == 0 &&
+             dup2(file, STDIN_FILENO) == STDIN_FILENO,
+         "can't replace the input");
+}
+
 /// Returns what is in `file`, and empties it.
 std::string take_all(int file) {
   std::string text;
@@ -103,10 +113,7 @@ void clear_work_folder() {
 
 Captured capture(const std::function<int()>& function, const std::string& input) {
   const int file = replace_output();
-  std::FILE* const before = stdin;
-  // fmemopen refuses an empty text.
-  stdin = input.empty() ? std::fopen("/dev/null", "r")
-                        : fmemopen(const_cast<char*>(input.data()), input.size(), "r");
+  replace_input(input);
   Captured result;
   {
     Replaced out(stdout);
@@ -115,8 +122,6 @@ Captured capture(const std::function<int()>& function, const std::string& input)
     result.out = out.finish();
     result.err = err.finish();
   }
-  std::fclose(stdin);
-  stdin = before;
   result.out += take_all(file);
   return result;
 }

@@ -68,8 +68,7 @@ void check_format(const std::string& format, const std::tm& fields) {
 }
 
 /// A printed time is read as a time that prints the same.
-void check_round_trip(std::time_t time, const std::tm& fields, bool use_utc,
-                      bool has_leap_seconds) {
+void check_round_trip(std::time_t time, const std::tm& fields, bool use_utc) {
   if (!is_usual(fields)) return;
   const std::string format = "%F %T";
   const std::string text = print(format, fields);
@@ -78,8 +77,6 @@ void check_round_trip(std::time_t time, const std::tm& fields, bool use_utc,
   const std::tm again = ask_library(to_epoch(parsed, use_utc), use_utc);
   demand_equal(print(format, again), text, "a time is read as another one");
 
-  // A time that a user types is without leap seconds, as in every zone but those with "right".
-  if (has_leap_seconds) return;
   const std::string iso = IsoClock(use_utc).text_of(time);
   std::time_t read = 0;
   const std::string wrong = read_time(iso, Bound::START, false, 0, read);
@@ -88,7 +85,7 @@ void check_round_trip(std::time_t time, const std::tm& fields, bool use_utc,
 }
 
 /// What a user types is a time if the clock shows that time, and then this time.
-void check_typed(const std::string& text, bool use_utc, bool has_leap_seconds) {
+void check_typed(const std::string& text, bool use_utc) {
   std::time_t first = 0;
   std::time_t last = 0;
   const bool is_read = read_time(text, Bound::START, use_utc, 1'290'000'000, first).empty();
@@ -101,7 +98,7 @@ void check_typed(const std::string& text, bool use_utc, bool has_leap_seconds) {
                              : text.size() == 19 ? "%Y-%m-%dT%H:%M:%S"
                                                  : nullptr;
   std::tm parsed;
-  if (format == nullptr || has_leap_seconds || !parse_time(text, format, parsed)) return;
+  if (format == nullptr || !parse_time(text, format, parsed)) return;
   const std::time_t expected = to_epoch(parsed, use_utc);
   if (!is_usual(parsed)) return;
   if (print(format, ask_library(expected, use_utc)) == text) {
@@ -120,7 +117,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   FuzzedDataProvider input(data, size);
   const char* const name = input.PickValueInArray(ZONES);
   const TimeZone zone(name);
-  const bool has_leap_seconds = std::string_view(name).starts_with("right/");
   const bool use_utc = input.ConsumeBool();
   const std::string rest = input.ConsumeRandomLengthString(64);
   const std::string format = rest.c_str();  // an argument ends at its first NUL
@@ -142,8 +138,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   for (const std::time_t time : times) {
     const std::tm fields = ask_library(time, use_utc);
     check_format(format, fields);
-    check_round_trip(time, fields, use_utc, has_leap_seconds);
+    check_round_trip(time, fields, use_utc);
   }
-  check_typed(typed, use_utc, has_leap_seconds);
+  check_typed(typed, use_utc);
   return 0;
 }

@@ -234,6 +234,13 @@ RecordedDatabase read_recorded_rows(const std::string& path) {
   });
   expect(database_rows == 1, "there is not one row about the database");
 
+  expect(db.number("SELECT count(*) FROM parameter WHERE first_slot > 65535 - ("
+                   "(statistics & 1) + (statistics >> 1 & 1) + (statistics >> 2 & 1) + "
+                   "(statistics >> 3 & 1) + (statistics >> 4 & 1))") == 0,
+         "a parameter has slots that no row has");
+  expect(db.number("SELECT coalesce(max(n), 0) FROM (SELECT count(*) AS n FROM series GROUP BY "
+                   "device_id)") <= 100,
+         "a device has too many series");
   db.for_each("SELECT id FROM series", [&](const Columns& row) { stored.series[row.number(0)]; });
   std::set<std::int64_t> segments;
   std::size_t states = 0;

@@ -66,6 +66,34 @@ TEST_F(TrendtoolLoad, ReadsBackEveryCsvOfExport) {
   }
 }
 
+TEST_F(TrendtoolLoad, ReadsBackRowsOfADeviceWithoutParameters) {
+  record({.device = "/d",
+          .params = {},
+          .minutes = {5, 60},
+          .rows = {{5, 300, 1, {}}, {5, 600, 0.5, {}}, {60, 7200, 0.25, {}}}},
+         db_);
+  for (const bool names_device : {false, true}) {
+    if (names_device) {
+      record({.device = "/two", .params = {{"w", AVG}}, .minutes = {5}, .rows = {{5, 300, 1, {7}}}},
+             db_);
+    }
+    for (const std::string layout : {"wide", "long"}) {
+      std::filesystem::remove(copy_);
+      std::vector<std::string> arguments = {"--epoch", "-a", "--percent-valid", "--layout", layout};
+      const std::vector<std::string> device = {"-d", "/d"};
+      if (names_device) arguments.emplace_back("--all-devices");
+      if (!names_device) arguments.insert(arguments.end(), device.begin(), device.end());
+      const std::string csv = run_well("export", db_, arguments);
+      run_well("load", copy_, names_device ? std::vector<std::string>() : device, csv);
+      EXPECT_EQ(run_well("export", copy_, arguments), csv);
+      const std::string list = run_well("list", db_, {});
+      EXPECT_EQ(run_well("list", copy_, {}), list);
+    }
+  }
+  EXPECT_EQ(run_well("export", db_, {"-d", "/d", "--epoch", "-a", "--layout", "long"}),
+            "time,interval,parameter,statistic,value\n300,5,,,\n600,5,,,\n7200,60,,,\n");
+}
+
 TEST_F(TrendtoolLoad, ReadsBackSeveralDevicesWithOddNames) {
   record({.device = "a,\"b\"\nc",
           .params = {{"x;y", MIN | MAX}, {"\"z\"", SUM}},
@@ -143,7 +171,8 @@ TEST_F(TrendtoolLoad, SaysWhereAFileIsWrong) {
                  "1: the header has more than 65539 fields");
   expect_refusal("time,interval,b\n",
                  "1: column 'b' is not a parameter path with a colon and a statistic");
-  expect_refusal("time,interval\n", "1: the header has no parameter column");
+  expect_refusal("time,interval,parameter,statistic,value\n5,5,a,min,1\n5,5,,,\n",
+                 "3: the series has a row with the timestamp 5 already");
   expect_refusal("time,interval,percent_valid,a:Value\n5,5,101,1\n",
                  "2: '101' is not a percentage from 0 to 100");
   expect_refusal("time,interval,parameter,statistic,value\n5,5,a,mean,1\n",

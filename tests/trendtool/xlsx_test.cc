@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
+#include <filesystem>
 #include <limits>
 
 #include "tests/support/model.h"
@@ -47,7 +49,7 @@ class TrendtoolXlsx : public testing::Test {
                                           "xlsx",   "-a", "--file", file_};
     if (more.empty()) more = {"-d", "/plant/one"};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    return run_tool("trendtool", arguments, "", {{"TZ", "IST-5:30"}});
+    return run_tool("trendtool", arguments, "", {{"TZ", zone_}});
   }
 
   /// What the sheets hold after an export that must succeed without a message.
@@ -67,8 +69,24 @@ class TrendtoolXlsx : public testing::Test {
   TemporaryFolder folder_;
   std::string db_ = folder_.file("trend.db");
   std::string file_ = folder_.file("trend.xlsx");
+  std::string zone_ = "IST-5:30";
   bool can_write_ = false;
 };
+
+TEST_F(TrendtoolXlsx, WritesTheDatesOfAClockWithLeapSeconds) {
+  if (!std::filesystem::exists("/usr/share/zoneinfo/right/Asia/Kolkata")) {
+    GTEST_SKIP() << "there is no zone with leap seconds";
+  }
+  const auto export_row_at = [&](std::int64_t time) {
+    std::filesystem::remove(db_);
+    record({.device = "/d", .params = {{"a", ACTUAL}}, .minutes = {5}, .rows = {{5, time, 1, {7}}}},
+           db_);
+    return exported({"-d", "/d"});
+  };
+  const std::string expected = export_row_at(1288612800);
+  zone_ = "right/Asia/Kolkata";
+  EXPECT_EQ(export_row_at(1288612800 + 24), expected);
+}
 
 TEST_F(TrendtoolXlsx, WritesDatesAndNumbers) {
   EXPECT_EQ(exported({"-d", "/plant/one", "-u"}),

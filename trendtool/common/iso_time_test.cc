@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "tests/support/time_zone.h"
 #include "trendtool/common/times.h"
 
@@ -53,6 +55,31 @@ TEST(IsoClock, WritesWhatReadTimeReads) {
       EXPECT_EQ(read, time);
     }
   }
+}
+
+TEST(IsoClock, WritesTimesThatAreReadBackWhereLeapSecondsCount) {
+  const char* zone = "right/Asia/Kolkata";
+  if (!std::filesystem::exists(std::string("/usr/share/zoneinfo/") + zone)) {
+    GTEST_SKIP() << "there is no zone with leap seconds";
+  }
+  const TimeZone time_zone(zone);
+  // The leap second at the end of 2016, in that zone's count of seconds.
+  constexpr std::time_t LEAP_SECOND = 1483228800 + 26;
+  EXPECT_EQ(IsoClock(true).text_of(LEAP_SECOND), "2016-12-31T23:59:60Z");
+  std::time_t time = 0;
+  for (const bool use_utc : {false, true}) {
+    IsoClock clock(use_utc);
+    for (std::time_t expected = LEAP_SECOND - 100; expected < LEAP_SECOND + 100; ++expected) {
+      ASSERT_EQ(read_time(clock.text_of(expected), Bound::START, false, 0, time), "");
+      ASSERT_EQ(time, expected);
+    }
+  }
+  // Without an offset, local and in UTC.
+  EXPECT_EQ(read_time("2017-01-01T05:30:00", Bound::START, false, 0, time), "");
+  EXPECT_EQ(time, LEAP_SECOND + 1);
+  EXPECT_EQ(read_time("2017-01-01T00:00:00", Bound::START, true, 0, time), "");
+  EXPECT_EQ(time, LEAP_SECOND + 1);
+  EXPECT_NE(read_time("2017-06-30T23:59:60Z", Bound::START, true, 0, time), "");
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <optional>
 #include <system_error>
 
+#include "text/calendar.h"
 #include "text/csv.h"
 
 namespace {
@@ -15,6 +16,12 @@ namespace {
 constexpr std::int64_t MINUTE = 60;
 constexpr std::int64_t HOUR = 60 * MINUTE;
 constexpr std::int64_t DAY = 24 * HOUR;
+
+constexpr const char* NOT_A_TIME =
+    " is not a time; use 2010-11-01, 2010-11-01T12:30, 2010-11-01T12:30:00Z, @1288614600, -7d, "
+    "-12h "
+    "or now";
+constexpr const char* CANNOT_REPRESENT = " is a time that this system can't represent";
 
 /// What is left of a text that is read from its start.
 class Rest {
@@ -47,7 +54,8 @@ class Rest {
 
 /// A date and time of day as a clock shows it.
 struct WallTime {
-  std::int64_t seconds = 0;            ///< since the epoch, for a clock in UTC
+  std::int64_t seconds = 0;            ///< since the epoch, for a clock in UTC without leap seconds
+  bool is_leap_second = false;         ///< the 61st of a minute; `seconds` is then the next second
   std::optional<std::int64_t> offset;  ///< of the clock from UTC, where the text says it
 };
 
@@ -75,7 +83,8 @@ bool read_time_of_day(Rest& rest, WallTime& wall) {
     return false;
   }
   wall.seconds += HOUR * hour + MINUTE * minute + second;
-  return hour < 24 && minute < 60 && second < 60;
+  wall.is_leap_second = second == 60;
+  return hour < 24 && minute < 60 && second <= 60;
 }
 
 bool read_offset(Rest& rest, WallTime& wall) {
@@ -141,6 +150,24 @@ bool fits(std::int64_t time) {
          time <= std::numeric_limits<std::time_t>::max();
 }
 
+/// Finds the time at which a clock in UTC shows `wall`. It is `wall` itself, except in time zones
+/// that count leap seconds, in which the C library counts them in UTC, too. Returns nothing if
+/// there is none.
+std::optional<std::int64_t> find_utc_time(std::int64_t wall) {
+  std::int64_t time = wall;
+  // From one step to the next, there is at most one leap second more or less.
+  for (int steps = 4; steps > 0 && fits(time); --steps) {
+    const auto system_time = static_cast<std::time_t>(time);
+    std::tm shown = {};
+    if (gmtime_r(&system_time, &shown) == nullptr) break;
+    const std::int64_t ahead = wall - to_wall_seconds(shown);
+    // A leap second has the number of the second after it.
+    if (ahead == 0) return shown.tm_sec == 60 ? time + 1 : time;
+    time += ahead;
+  }
+  return {};
+}
+
 /// Finds the time at which a local clock shows `wall`. Returns nothing if none does.
 std::optional<std::int64_t> find_local_time(std::int64_t wall, Bound bound) {
   std::optional<std::int64_t> found;
@@ -149,16 +176,39 @@ std::optional<std::int64_t> find_local_time(std::int64_t wall, Bound bound) {
     if (!fits(near)) continue;
     const auto near_time = static_cast<std::time_t>(near);
     std::tm there = {};
-    if (localtime_r(&near_time, &there) == nullptr || !fits(wall - there.tm_gmtoff)) continue;
-    const auto time = static_cast<std::time_t>(wall - there.tm_gmtoff);
+    if (localtime_r(&near_time, &there) == nullptr) continue;
+    const std::optional<std::int64_t> candidate = find_utc_time(wall - there.tm_gmtoff);
+    if (!candidate || !fits(*candidate)) continue;
+    const auto time = static_cast<std::time_t>(*candidate);
     std::tm shown = {};
-    if (localtime_r(&time, &shown) == nullptr || std::int64_t{time} + shown.tm_gmtoff != wall) {
-      continue;
-    }
+    if (localtime_r(&time, &shown) == nullptr || to_wall_seconds(shown) != wall) continue;
     const bool is_better = !found || (bound == Bound::START ? time < *found : time > *found);
     if (is_better) found = time;
   }
   return found;
+}
+
+/// Whether a clock in UTC shows `time` as a leap second.
+bool is_leap_second(std::int64_t time) {
+  const auto system_time = static_cast<std::time_t>(time);
+  std::tm shown = {};
+  return fits(time) && gmtime_r(&system_time, &shown) != nullptr && shown.tm_sec == 60;
+}
+
+/// Finds the time that `wall` shows. Returns what is wrong with `text`, from which it was read, or
+/// an empty text.
+std::string find_time(std::string_view text, const WallTime& wall, bool use_utc, Bound bound,
+                      std::int64_t& time) {
+  const bool is_local = !use_utc && !wall.offset;
+  const std::optional<std::int64_t> found =
+      is_local ? find_local_time(wall.seconds, bound)
+               : find_utc_time(wall.seconds - wall.offset.value_or(0));
+  if (!found && !is_local) return quote(text) + CANNOT_REPRESENT;
+  if (!found) return quote(text) + " does not exist in this time zone; the clock skips it";
+  time = *found;
+  if (!wall.is_leap_second) return "";
+  --time;
+  return is_leap_second(time) ? "" : quote(text) + NOT_A_TIME;
 }
 
 }  // namespace
@@ -175,19 +225,11 @@ std::string read_time(std::string_view text, Bound bound, bool use_utc, std::tim
   } else if (text.starts_with('-') && read_age(text.substr(1), age)) {
     seconds = now - age;
   } else if (!read_iso_8601(text, wall)) {
-    return quote(text) +
-           " is not a time; use 2010-11-01, 2010-11-01T12:30, 2010-11-01T12:30:00Z, @1288614600, "
-           "-7d, -12h or now";
-  } else if (use_utc || wall.offset) {
-    seconds = wall.seconds - wall.offset.value_or(0);
-  } else {
-    const std::optional<std::int64_t> found = find_local_time(wall.seconds, bound);
-    if (!found) {
-      return quote(text) + " does not exist in this time zone; the clock skips it";
-    }
-    seconds = *found;
+    return quote(text) + NOT_A_TIME;
+  } else if (std::string wrong = find_time(text, wall, use_utc, bound, seconds); !wrong.empty()) {
+    return wrong;
   }
-  if (!fits(seconds)) return quote(text) + " is a time that this system can't represent";
+  if (!fits(seconds)) return quote(text) + CANNOT_REPRESENT;
   time = static_cast<std::time_t>(seconds);
   return "";
 }

@@ -109,7 +109,8 @@ class WideCsvWriter : public CsvWriter {
   void add_missing() { out_.add({&separator_, 1}); }
 };
 
-/// A line for each value. A missing value has a line with an empty field, so that no row is lost.
+/// A line for each value. A missing value has a line with an empty field, and a row of a device
+/// without parameters has a line with empty fields for all three, so that no row is lost.
 class LongCsvWriter : public CsvWriter {
  public:
   using CsvWriter::CsvWriter;
@@ -127,6 +128,11 @@ class LongCsvWriter : public CsvWriter {
 
   void write(const CSnapshot& row) override {
     make_start(row, start_);
+    if (device_->cells.empty()) {
+      const char empty[] = {separator_, separator_, separator_, '\n'};
+      out_.add(start_);
+      out_.add({empty, std::size(empty)});
+    }
     for (const Cell& cell : device_->cells) {
       out_.add(start_);
       out_.add(fields_[cell.column]);

@@ -142,7 +142,7 @@ class XlsxWriter : public RowWriter {
     constexpr double DAY = 86400;
     constexpr double EPOCH = 25569;
     const std::tm fields = calendar_.fields_at(time, what_.options.use_utc);
-    return EPOCH + (static_cast<double>(time) + static_cast<double>(fields.tm_gmtoff)) / DAY;
+    return EPOCH + static_cast<double>(to_wall_seconds(fields)) / DAY;
   }
 
   const Export& what_;

@@ -25,6 +25,7 @@ struct ExportLayout {
 /// start like an export.
 [[nodiscard]] char find_separator(std::string_view line);
 
-/// Reads the fields of the header into `layout`. Returns what is wrong, or an empty text.
+/// Reads the fields of the header into `layout`. Returns what is wrong, or an empty text. A device
+/// without parameters has rows without values, so there may be no column of values.
 [[nodiscard]] std::string read_export_header(const std::vector<std::string_view>& fields,
                                              ExportLayout& layout);

@@ -164,14 +164,20 @@ std::string ExportLoader::load(const std::vector<std::string_view>& fields) {
     }
     return record_row();
   }
-  const bool is_same_row =
-      row_.device == start.device && row_.minutes == start.minutes && row_.time == start.time;
+  const std::string_view name = fields[fixed + 1];
+  const bool has_value = !fields[fixed].empty() || !name.empty() || !fields[fixed + 2].empty();
+  const bool is_same_row = has_value && row_.device == start.device &&
+                           row_.minutes == start.minutes && row_.time == start.time;
   if (!is_same_row) {
     if (std::string wrong = finish(); !wrong.empty()) return wrong;
     row_ = start;
     ++row_number_;
   }
-  const std::string_view name = fields[fixed + 1];
+  if (!has_value) {
+    std::string wrong = record_row();
+    row_ = {};
+    return wrong;
+  }
   const auto* statistic = std::find(STATISTIC_NAMES.begin(), STATISTIC_NAMES.end(), name);
   if (statistic == STATISTIC_NAMES.end()) return quote(name) + " is not a statistic";
   const auto index = static_cast<std::size_t>(statistic - STATISTIC_NAMES.begin());

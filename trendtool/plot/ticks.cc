@@ -4,6 +4,7 @@
 #include <ctime>
 #include <limits>
 
+#include "text/calendar.h"
 #include "text/time_text.h"
 
 namespace {
@@ -88,7 +89,9 @@ class Clock {
 /// The first time from `time` on that is a multiple of `step` seconds on the clock.
 std::int64_t round_up_seconds(std::int64_t time, std::int64_t step, const Clock& clock) {
   const auto offset_at = [&](std::int64_t t) { return clock.fields_at(t).tm_gmtoff; };
-  const auto past_at = [&](std::int64_t t) { return remainder(t + offset_at(t), step); };
+  const auto past_at = [&](std::int64_t t) {
+    return remainder(to_wall_seconds(clock.fields_at(t)), step);
+  };
   if (past_at(time) == 0) return time;
   const std::int64_t next = time + step - past_at(time);
   if (past_at(next) == 0) return next;
@@ -102,7 +105,7 @@ std::int64_t round_up_days(std::int64_t time, std::int64_t step, const Clock& cl
   // The first day is a Monday, so that weeks start on Mondays.
   constexpr std::int64_t FIRST_DAY = 4;
   const std::tm fields = clock.fields_at(time);
-  const std::int64_t day = (time + fields.tm_gmtoff) / DAY;
+  const std::int64_t day = to_wall_seconds(fields) / DAY;
   const auto past = static_cast<int>(remainder(day - FIRST_DAY, step));
   const std::int64_t start = clock.day_start(fields.tm_year, fields.tm_mon, fields.tm_mday - past);
   if (start >= time) return start;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "tests/support/time_zone.h"
 
 namespace {
@@ -93,6 +95,17 @@ TEST(ZoneName, HasBothNamesIfTheClockChanges) {
   EXPECT_EQ(zone_name(CLOCK_FORWARD, CLOCK_FORWARD + DAY, false), "CEST");
   EXPECT_EQ(zone_name(CLOCK_FORWARD - 1, CLOCK_FORWARD, false), "CET/CEST");
   EXPECT_EQ(zone_name(NOVEMBER_2010, NOVEMBER_2010 + 365 * DAY, false), "CET/CEST");
+}
+
+TEST(Ticks, AreAtRoundTimesWhereLeapSecondsCount) {
+  const char* zone = "right/Asia/Kolkata";
+  if (!std::filesystem::exists(std::string("/usr/share/zoneinfo/") + zone)) {
+    GTEST_SKIP() << "there is no zone with leap seconds";
+  }
+  const TimeZone time_zone(zone);
+  const std::int64_t start = NOVEMBER_2010 + 24;
+  EXPECT_EQ(utc_texts(start + 1, start + HOUR, 5), "00:15|1 Nov 2010, 00:30, 00:45, 01:00");
+  EXPECT_EQ(utc_texts(start - 1, start + 4 * DAY, 5), "1 Nov|2010, 2 Nov, 3 Nov, 4 Nov, 5 Nov");
 }
 
 }  // namespace
