@@ -62,7 +62,7 @@ class BlockChain {
   bool go_to(std::int64_t last_time);
   bool go_to_first_from(std::int64_t time);
   bool take(BlockTable::Result result);
-  bool fail();
+  bool expect(bool is_right);
 
   BlockTable& table_;
   const SeriesState& state_;
@@ -100,7 +100,7 @@ class BlockCursor : public SeriesCursor {
   };
 
   bool place_in_block(std::int64_t time);
-  bool enter_block();
+  void enter_block();
   bool leave_block();
   bool load_times();
   void set_timestamp(std::int64_t time);

@@ -1,6 +1,7 @@
 #include "libtrend/sqlite/series_state.h"
 
 #include <bit>
+#include <limits>
 #include <vector>
 
 #include "libtrend/query/bytes.h"
@@ -46,11 +47,15 @@ bool add_rows(sqlite3* db, char table, const char* sql, int columns, std::uint32
   return step == Statement::Step::DONE;
 }
 
-/// Whether the blocks of a series can have such ends.
-bool has_possible_ends(const SeriesState& state) {
+/// Whether a series can have such a state. A series has at most one row at each time.
+bool is_possible(const SeriesState& state) {
+  for (const std::int64_t number : {state.loose_rows, state.unchecked_until, state.first_block,
+                                    state.last_block, state.blocks, state.sealed_rows}) {
+    if (number < 0 || number > MAX_TIMESTAMP) return false;
+  }
+  if (state.changes < 0 || state.changes == std::numeric_limits<std::int64_t>::max()) return false;
   if (state.blocks == 0) return state.first_block == 0 && state.last_block == 0;
-  return state.blocks > 0 && state.first_block > 0 && state.first_block <= state.last_block &&
-         state.last_block <= MAX_TIMESTAMP;
+  return state.first_block > 0 && state.first_block <= state.last_block;
 }
 
 }  // namespace
@@ -88,7 +93,7 @@ SeriesStates::Result SeriesStates::get(std::int64_t series_id, SeriesState& stat
                        row->read(3, state.first_block) && row->read(4, state.last_block) &&
                        row->read(5, state.blocks) && row->read(6, state.sealed_rows) &&
                        row->read(7, state.changes) && row->read(8, checksum);
-  if (is_read && checksum == std::int64_t{get_checksum(state)} && has_possible_ends(state)) {
+  if (is_read && checksum == std::int64_t{get_checksum(state)} && is_possible(state)) {
     return Result::FOUND;
   }
   error = step == Statement::Step::ROW ? DAMAGED : row->error();

@@ -11,6 +11,7 @@
 #include "tests/support/database_file.h"
 #include "tests/support/fault_vfs.h"
 #include "tests/support/process.h"
+#include "tests/support/statement_faults.h"
 
 using namespace toolkit::trend;
 
@@ -145,6 +146,7 @@ int main(int argc, char** argv) {
   // The faults come from the layer, so the disk need not be slow.
   if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 0);
   install_fault_vfs();
+  install_statement_faults();
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }
