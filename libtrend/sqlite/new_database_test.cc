@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -121,6 +123,27 @@ TEST_F(NewDatabase, SaysWhyItCannotBeCreated) {
   EXPECT_FALSE(create_database(deep + "/trend.db", 0, WAL, error_));
   EXPECT_EQ(error_, "its path can't be resolved");
   EXPECT_TRUE(std::filesystem::is_empty(deep));
+}
+
+TEST_F(NewDatabase, IsNotLeftInHalf) {
+  rlimit before = {};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto old_action = signal(SIGXFSZ, SIG_IGN);
+  rlimit small = before;
+  small.rlim_cur = 1000;
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  EXPECT_FALSE(create_database(path_, 0, WAL, error_));
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  signal(SIGXFSZ, old_action);
+  EXPECT_EQ(error_, "File too large");
+  EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
+}
+
+TEST_F(NewDatabase, IsNotMadeBesideAThousandThatWereNotCompleted) {
+  for (int i = 0; i < 1000; ++i) write_file(path_ + "-new" + std::to_string(i), "");
+  EXPECT_FALSE(create_database(path_, 0, WAL, error_));
+  EXPECT_EQ(error_, "File exists");
+  EXPECT_FALSE(std::filesystem::exists(path_));
 }
 
 TEST_F(NewDatabase, IsEmptyBesideTheJournalOfAnother) {

@@ -31,7 +31,7 @@ std::unique_ptr<SqliteReader> SqliteReader::open(const std::string& path,
                                                  const OpenOptions& options, Mode mode,
                                                  std::string& error) {
   std::unique_ptr<SqliteReader> reader(new SqliteReader(path, options, mode));
-  if (reader->connect() || (reader->is_outdated() && reader->connect())) return reader;
+  if (reader->connect()) return reader;
   error = reader->error();
   return nullptr;
 }

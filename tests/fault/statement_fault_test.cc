@@ -226,6 +226,26 @@ TEST_P(StatementFaults, LeaveATransactionAsItIsTold) {
   }
 }
 
+TEST_P(StatementFaults, LeaveNoLockOfAnExclusiveConnection) {
+  GetParam()(db_);
+  for (const bool read_only : {true, false}) {
+    const OpenOptions options{
+        .read_only = read_only, .busy_timeout = 0, .exclusive = true, .traditional_journal = true};
+    let_each_fail([&](const StatementFault& fault, bool& has_happened) {
+      CLog log;
+      bool is_open = false;
+      {
+        const StatementFaultInForce in_force(fault);
+        is_open = log.open(db_, options) == 0;
+        has_happened = in_force.has_happened();
+      }
+      ASSERT_EQ(is_open, log.error().empty());
+      log.close();
+      ASSERT_EQ(log.open(db_, options), 0) << log.error();
+    });
+  }
+}
+
 TEST(StatementFaultsInANewDatabase, LeaveNoneOrAWholeOne) {
   const OpenOptions options{.read_only = false,
                             .create = true,
