@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <limits>
@@ -362,6 +363,7 @@ TEST_F(Log, RefusesOtherApplicationsAndVersions) {
 
 TEST_F(Log, RefusesAVersionThatComesBetweenTwoQueries) {
   record();
+  execute("PRAGMA journal_mode = DELETE");
   ASSERT_EQ(open_for_reading(), 0);
   std::vector<CDeviceProperties> devices;
   ASSERT_EQ(log_.get_devices(devices), 0);
@@ -510,6 +512,14 @@ TEST_F(Log, FailsOnADamagedCatalogue) {
   EXPECT_EQ(read(), (std::vector<bool>{false, true, false, false}));
   execute("UPDATE series SET minutes = 5, id = 8388608 WHERE minutes = 0");
   EXPECT_EQ(read(), (std::vector<bool>{false, true, true, false}));
+  execute("UPDATE series SET id = 'x' WHERE minutes = 5");
+  EXPECT_EQ(read(), (std::vector<bool>{false, true, true, false}));
+  CLog log;
+  std::vector<CDamage> damage;
+  ASSERT_EQ(log.open(path_, {}), 0);
+  ASSERT_EQ(log.check(damage), 0);
+  EXPECT_TRUE(std::any_of(damage.begin(), damage.end(),
+                          [](const CDamage& part) { return part.text == "a series is damaged"; }));
 }
 
 }  // namespace

@@ -169,13 +169,12 @@ void DatabaseCheck::check_owners(const char* table, const char* text) {
     if (next == LAST) break;
     ++next;
   }
-  if (next != LAST || series_.empty()) unowned.push_back({next, LAST});
+  if (next != LAST) unowned.push_back({next, LAST});
   for (const IdRange& range : unowned) expect_none(ids, range, text);
 }
 
 /// Notes `text` if a table has ids in `range`.
 void DatabaseCheck::expect_none(IdWalk& ids, IdRange range, const char* text) {
-  if (range.first > range.last) return;
   std::int64_t id = 0;
   const Statement::Step step = ids.find(range.first, range.last, id);
   if (step == Statement::Step::ROW) {

@@ -318,6 +318,23 @@ TEST_F(Checking, CountsRows) {
       << "there are too few rows for a call";
 }
 
+TEST_F(Checking, NamesACopyOfNoSeries) {
+  write();
+  expect_damage(
+      "CREATE TABLE copied (source TEXT, series_id INTEGER NOT NULL REFERENCES series (id), "
+      "change INTEGER, checksum INTEGER, PRIMARY KEY (source, series_id)) STRICT, WITHOUT ROWID;"
+      "INSERT INTO copied VALUES ('x', 99, 1, 1)",
+      "row 0 of copied belongs to no series");
+}
+
+TEST_F(Checking, NamesAtMostAThousandParts) {
+  write();
+  run_sql(path_,
+          "WITH RECURSIVE n (i) AS (SELECT 100 UNION ALL SELECT i + 1 FROM n WHERE i < 1200) "
+          "INSERT INTO parameter SELECT i, 1, 'p' || i, 1, 0 FROM n");
+  EXPECT_EQ(check().size(), 1000U);
+}
+
 TEST_F(Checking, EndsWhereItIsStopped) {
   // In turn, in rows that are loose, in blocks, and while all rows are read once more.
   for (const bool has_blocks : {false, true}) {

@@ -87,12 +87,13 @@ SeriesStates::Result SeriesStates::get(std::int64_t series_id, SeriesState& stat
   row->bind(1, series_id);
   const Statement::Step step = row->step();
   if (step == Statement::Step::DONE) return Result::MISSING;
+  state.series_id = series_id;
   std::int64_t checksum = 0;
-  const bool is_read = step == Statement::Step::ROW && row->read(0, state.series_id) &&
-                       row->read(1, state.loose_rows) && row->read(2, state.unchecked_until) &&
-                       row->read(3, state.first_block) && row->read(4, state.last_block) &&
-                       row->read(5, state.blocks) && row->read(6, state.sealed_rows) &&
-                       row->read(7, state.changes) && row->read(8, checksum);
+  const bool is_read = step == Statement::Step::ROW && row->read(1, state.loose_rows) &&
+                       row->read(2, state.unchecked_until) && row->read(3, state.first_block) &&
+                       row->read(4, state.last_block) && row->read(5, state.blocks) &&
+                       row->read(6, state.sealed_rows) && row->read(7, state.changes) &&
+                       row->read(8, checksum);
   if (is_read && checksum == std::int64_t{get_checksum(state)} && is_possible(state)) {
     return Result::FOUND;
   }

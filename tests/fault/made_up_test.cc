@@ -317,6 +317,7 @@ TEST(ImpossibleStates, AreNoticed) {
       {"an endless last block", [](SeriesState& state) { state.last_block = INT64_MAX; }},
       {"endless blocks", [](SeriesState& state) { state.blocks = INT64_MAX; }},
       {"endless sealed rows", [](SeriesState& state) { state.sealed_rows = INT64_MAX; }},
+      {"a negative number of changes", [](SeriesState& state) { state.changes = -1; }},
       {"endless changes", [](SeriesState& state) { state.changes = INT64_MAX; }},
       {"endless loose rows", [](SeriesState& state) { state.loose_rows = INT64_MAX; }},
       {"no row without a checksum", [](SeriesState& state) { state.unchecked_until = 0; }},
@@ -334,6 +335,36 @@ TEST(ImpossibleStates, AreNoticed) {
       ASSERT_EQ(states.get(1, state, error), SeriesStates::Result::FOUND);
       one.change(state);
       ASSERT_TRUE(states.set(state, error)) << error;
+    }
+    database.expect_notice();
+  }
+}
+
+TEST(ImpossibleRows, AreNoticed) {
+  struct Case {
+    const char* name;
+    std::int64_t time;
+    std::vector<unsigned char> samples;
+  };
+  const Case cases[] = {
+      {"half a value", get_sample_time(20), std::vector<unsigned char>(9)},
+      {"half a value in a block", get_sample_time(12), std::vector<unsigned char>(9)},
+      {"a row that a block has", get_sample_time(13), std::vector<unsigned char>(8)},
+  };
+  MadeUp database(make_sample);
+  for (const Case& one : cases) {
+    SCOPED_TRACE(one.name);
+    const std::string path = database.copy();
+    {
+      Database db;
+      std::string error;
+      ASSERT_TRUE(connect(path, SQLITE_OPEN_READWRITE, nullptr, db, error));
+      Statement write(db.get(), "INSERT OR REPLACE INTO loose VALUES (?1, 1.0, ?2, ?3)");
+      const std::int64_t id = get_row_id(1, one.time);
+      write.bind(1, id);
+      write.bind(2, one.samples.data(), one.samples.size());
+      write.bind(3, std::int64_t{get_row_checksum(id, 1, one.samples)});
+      ASSERT_TRUE(write.run()) << write.error();
     }
     database.expect_notice();
   }
