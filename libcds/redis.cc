@@ -62,7 +62,8 @@ bool wait_for(const pcd_connection& connection, short events, Clock::time_point 
   }
 }
 
-bool is_transient(int error) { return error == EINTR || error == EAGAIN || error == EWOULDBLOCK; }
+static_assert(EAGAIN == EWOULDBLOCK);
+bool is_transient(int error) { return error == EINTR || error == EAGAIN; }
 
 /// Sends `data`. Returns false if not all of it can be sent by the deadline.
 bool send_all(const pcd_connection& connection, std::string_view data, Clock::time_point deadline) {

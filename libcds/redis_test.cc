@@ -182,6 +182,19 @@ TEST_F(PcdInit, FailsIfTheQueueOfTheSocketStaysFull) {
   close(listener);
 }
 
+TEST_F(PcdInit, FailsWithoutAFreeDescriptor) {
+  const RedisServer server(socket_path());
+  rlimit before = {};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  rlimit none = before;
+  none.rlim_cur = 0;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  pcd_connection* const connection = pcd_init(nullptr, 1);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(connection, nullptr);
+  EXPECT_TRUE(connects_to(socket_path()));
+}
+
 TEST_F(PcdInit, FailsIfTheServerNeverAnswers) {
   const FakeServer server(socket_path(), ignore);
   EXPECT_FALSE(connects_to(socket_path()));
@@ -403,6 +416,15 @@ TEST_F(GetLeaves, ServesSeveralRequestsOnOneConnection) {
   EXPECT_EQ(get(cds, {"a"}).text(0), "1");
   server.publish("a", "2");
   EXPECT_EQ(get(cds, {"b", "a"}).text(1), "2");
+}
+
+TEST_F(GetLeaves, KeepsItsConnection) {
+  const RedisServer server(socket_path());
+  CCds cds(1);
+  pcd_connection* const connection = cds.handle();
+  ASSERT_NE(connection, nullptr);
+  EXPECT_EQ(cds.connect(1), 0);
+  EXPECT_EQ(cds.handle(), connection);
 }
 
 TEST_F(GetLeaves, FailsWithoutAConnection) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include "libtrend/archive.h"
 #include "libtrend/log.h"
 #include "libtrend/recorder.h"
 #include "tests/support/process.h"
@@ -65,6 +66,24 @@ TEST_F(LogError, SaysWhyAFileIsRefused) {
   EXPECT_EQ(log_.open(path_, {}), -1);
   EXPECT_NE(log_.error(), "");
   EXPECT_NE(log_.error(), NOT_OPEN);
+}
+
+// This test program is linked without the module for archives.
+TEST_F(LogError, SaysThatThereAreNoArchives) {
+  const std::string reason = "this build can't use archives on PostgreSQL";
+  const std::string url = "postgresql://host/site";
+  EXPECT_EQ(log_.open(url, {}), -1);
+  EXPECT_EQ(log_.error(), reason);
+  EXPECT_EQ(log_.open_damaged(url, {}), -1);
+  EXPECT_EQ(log_.error(), reason);
+  CRecorder recorder;
+  EXPECT_EQ(recorder.open("postgres://host/site"), -1);
+  EXPECT_EQ(recorder.error(), reason);
+  std::string error;
+  EXPECT_EQ(create_archive(url, {}, error), -1);
+  EXPECT_EQ(error, reason);
+  EXPECT_EQ(create_archive(path_, {}, error), -1);
+  EXPECT_EQ(error, "an address of an archive starts with 'postgresql://'");
 }
 
 TEST_F(LogError, ReportsDamage) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <limits>
@@ -174,12 +175,23 @@ TEST_F(Log, FailsOnEveryCallWithoutAnOpenDatabase) {
   std::vector<CDeviceProperties> devices;
   std::vector<CParamProperties> params;
   std::vector<CPeriodProperties> periods;
+  std::vector<CSeriesSummary> series;
+  std::vector<CDamage> damage;
+  CSeriesChanges changes;
+  std::string uuid;
   CDeviceData data;
   const auto expect_failure = [&](CLog& log) {
     EXPECT_NE(log.get_devices(devices), 0);
     EXPECT_NE(log.get_params({}, params), 0);
     EXPECT_NE(log.get_periods(periods), 0);
     EXPECT_LT(log.get_trend_data(data, {}, {}, ALL_TIMES, 0, 0, true, true), 0);
+    EXPECT_NE(log.get_series({}, series), 0);
+    EXPECT_NE(log.get_uuid(uuid), 0);
+    EXPECT_NE(log.get_changes({}, 5, 0, changes), 0);
+    EXPECT_NE(log.get_damage(damage), 0);
+    EXPECT_NE(log.check(damage), 0);
+    EXPECT_NE(log.backup(folder_.file("copy.db")), 0);
+    EXPECT_EQ(log.error(), "no database is open");
     log.close();
   };
   expect_failure(log_);
@@ -303,6 +315,20 @@ TEST_F(Log, LocksOthersOutOnRequest) {
   EXPECT_EQ(other.open(path_, {.busy_timeout = 0}), 0);
 }
 
+TEST_F(Log, CannotLockOutAReaderThatIsReading) {
+  record();
+  execute("PRAGMA journal_mode = DELETE");
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "BEGIN; SELECT 1 FROM device", nullptr, nullptr, nullptr), SQLITE_OK);
+  const OpenOptions options{
+      .read_only = false, .busy_timeout = 0, .exclusive = true, .traditional_journal = true};
+  EXPECT_NE(log_.open(path_, options), 0);
+  EXPECT_EQ(log_.error(), "database is locked");
+  sqlite3_close(db);
+  EXPECT_EQ(log_.open(path_, options), 0) << log_.error();
+}
+
 TEST_F(Log, LocksWritersOutForAReaderInRollbackMode) {
   record();
   execute("PRAGMA journal_mode = DELETE");
@@ -333,6 +359,36 @@ TEST_F(Log, RefusesOtherApplicationsAndVersions) {
     EXPECT_NE(log_.open(path_, {.read_only = false, .create = true, .busy_timeout = 1}), 0)
         << change;
   }
+}
+
+TEST_F(Log, RefusesAVersionThatComesBetweenTwoQueries) {
+  record();
+  execute("PRAGMA journal_mode = DELETE");
+  ASSERT_EQ(open_for_reading(), 0);
+  std::vector<CDeviceProperties> devices;
+  ASSERT_EQ(log_.get_devices(devices), 0);
+  execute("PRAGMA user_version = 3");
+  EXPECT_NE(log_.get_devices(devices), 0);
+  EXPECT_EQ(log_.error(), "its format version is 3, not 1 or 2");
+}
+
+TEST_F(Log, AcceptsWhatOthersAddToItsTables) {
+  record();
+  execute(
+      "CREATE TABLE others (\"$as\", as$, \"caf\u00E9\u00E9as\", \"as\u00E9\", alias, _as);"
+      "CREATE UNIQUE INDEX other_index ON others (alias);"
+      "CREATE INDEX another_index ON others (_as);"
+      "CREATE VIEW other_view AS SELECT * FROM others;"
+      "CREATE TRIGGER other_trigger AFTER INSERT ON others BEGIN DELETE FROM others; END");
+  EXPECT_EQ(open_for_reading(), 0) << log_.error();
+  execute("CREATE TABLE generated (a, b AS (a + 1))");
+  EXPECT_NE(open_for_reading(), 0);
+}
+
+TEST_F(Log, IsNotAPathThroughAFile) {
+  record();
+  EXPECT_NE(log_.open(path_ + "/trend.db", {}), 0);
+  EXPECT_EQ(log_.error(), "Not a directory");
 }
 
 TEST_F(Log, RefusesAMissingTableAndAViewInItsPlace) {
@@ -456,6 +512,14 @@ TEST_F(Log, FailsOnADamagedCatalogue) {
   EXPECT_EQ(read(), (std::vector<bool>{false, true, false, false}));
   execute("UPDATE series SET minutes = 5, id = 8388608 WHERE minutes = 0");
   EXPECT_EQ(read(), (std::vector<bool>{false, true, true, false}));
+  execute("UPDATE series SET id = 'x' WHERE minutes = 5");
+  EXPECT_EQ(read(), (std::vector<bool>{false, true, true, false}));
+  CLog log;
+  std::vector<CDamage> damage;
+  ASSERT_EQ(log.open(path_, {}), 0);
+  ASSERT_EQ(log.check(damage), 0);
+  EXPECT_TRUE(std::any_of(damage.begin(), damage.end(),
+                          [](const CDamage& part) { return part.text == "a series is damaged"; }));
 }
 
 }  // namespace

@@ -160,11 +160,23 @@ TEST_F(Recorder, RefusesWhatTheSchemaForbids) {
 TEST_F(Recorder, RefusesCallsOutsideATransaction) {
   EXPECT_NE(recorder_.begin(), 0);
   EXPECT_EQ(recorder_.error(), "no database is open");
-  EXPECT_NE(append(300), 0);
+  const auto expect_refusal = [&](const char* reason) {
+    CParamProperties param;
+    CSeries series;
+    std::uint64_t change = 0;
+    for (const int status :
+         {append(300), recorder_.add_device(device_), recorder_.add_param(device_, param),
+          recorder_.add_series(device_, 5, series), recorder_.get_copied("", series, change),
+          recorder_.set_copied("", series, change), recorder_.purge(series, 300),
+          recorder_.remove_row(series, 300), recorder_.remove_series(series),
+          recorder_.remove_device(device_), recorder_.commit()}) {
+      EXPECT_EQ(status, -1);
+      EXPECT_EQ(recorder_.error(), reason);
+    }
+  };
+  expect_refusal("no database is open");
   ASSERT_EQ(recorder_.open(path_), 0);
-  EXPECT_NE(append(300), 0);
-  EXPECT_NE(recorder_.add_device(device_), 0);
-  EXPECT_EQ(recorder_.error(), "no transaction is open");
+  expect_refusal("no transaction is open");
   recorder_.rollback();
   ASSERT_EQ(recorder_.begin(), 0);
   EXPECT_NE(recorder_.begin(), 0);

@@ -62,7 +62,6 @@ bool sync_folder(const std::string& path) {
 
 std::string resolve(const std::string& path) {
   sqlite3_vfs* vfs = sqlite3_vfs_find(nullptr);
-  if (vfs == nullptr) return "";
   std::vector<char> name(static_cast<std::size_t>(vfs->mxPathname) + 1);
   const int status = vfs->xFullPathname(vfs, path.c_str(), vfs->mxPathname, name.data());
   return (status & 0xFF) == SQLITE_OK ? name.data() : "";

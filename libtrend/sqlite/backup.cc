@@ -72,7 +72,8 @@ bool check_copy(const std::string& name, std::uint64_t pages, const ReportProgre
     return reader->check(damage, check_progress);
   });
   if (!is_checked) return fail(reader->error(), error);
-  return damage.empty() || fail("the database is damaged: " + damage.front().text, error);
+  if (damage.empty()) return true;
+  return fail("the database is damaged: " + damage.front().text, error);
 }
 
 }  // namespace

@@ -166,7 +166,57 @@ TEST_F(Backup, LeavesNothingWhereTheDatabaseIsDamaged) {
   EXPECT_THAT(list_folder(folder_.path()), ElementsAre("trend.db"));
 }
 
+TEST_F(Backup, LeavesNothingWhereItIsStoppedWhileItIsChecked) {
+  append(2000);
+  recorder_.close();
+  std::uint64_t calls = 0;
+  const ReportProgress stop = [&](std::uint64_t done, std::uint64_t total) {
+    ++calls;
+    return done <= total / 2;
+  };
+  EXPECT_NE(back_up(stop), 0);
+  EXPECT_EQ(error_, "it was stopped");
+  EXPECT_GT(calls, 1U);
+  EXPECT_EQ(list_folder(folder_.path()), std::vector<std::string>{"trend.db"});
+  EXPECT_EQ(back_up([](auto, auto) { return true; }), 0) << error_;
+}
+
+TEST_F(Backup, IsMadeAgainIfAWriterComes) {
+  recorder_.close();
+  CRecorder writer;
+  const ReportProgress write = [&](std::uint64_t, std::uint64_t) {
+    const double value = 3001;
+    if (rows_ == 3000) {
+      rows_ = 3001;
+      EXPECT_EQ(writer.open(path_), 0);
+      EXPECT_EQ(writer.begin(), 0);
+      EXPECT_EQ(writer.append(series_, 60 * rows_, 1, {&value, 1}), 0);
+      EXPECT_EQ(writer.commit(), 0);
+    }
+    return true;
+  };
+  EXPECT_EQ(back_up(write), 0) << error_;
+  EXPECT_EQ(read_copy(), 3001);
+}
+
+TEST_F(Backup, KeepsAFileThatAppearsMeanwhile) {
+  const ReportProgress create = [&](std::uint64_t, std::uint64_t) {
+    write_file(copy_, "of another program");
+    return true;
+  };
+  EXPECT_NE(back_up(create), 0);
+  EXPECT_EQ(error_, "File exists");
+  EXPECT_EQ(read_file(copy_), "of another program");
+}
+
 TEST_F(Backup, SaysWhatIsWrongWithAFolder) {
+  copy_ = folder_.path().string();
+  for (int i = 0; i < 4; ++i) copy_ += '/' + std::string(200, 'x');
+  std::filesystem::create_directories(copy_);
+  copy_ += "/copy.db";
+  EXPECT_NE(back_up(), 0);
+  EXPECT_EQ(error_, "its path can't be resolved");
+
   copy_ = folder_.file("missing/copy.db");
   EXPECT_EQ(back_up(), -1);
   EXPECT_THAT(error_, HasSubstr("No such file"));

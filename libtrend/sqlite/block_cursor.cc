@@ -14,9 +14,10 @@ namespace toolkit::trend {
 // A block that got a late row replaces one with the same ends. If a disk lost that change, only the
 // number of rows differs from the state's, so a walk from one end to the other adds them up.
 
-bool BlockChain::fail() {
-  error_ = "the blocks of a series are damaged";
-  return false;
+/// Returns `is_right`. Where it is false, the blocks are damaged.
+bool BlockChain::expect(bool is_right) {
+  if (!is_right) error_ = "the blocks of a series are damaged";
+  return is_right;
 }
 
 /// Makes the head that was read with `result` the current one.
@@ -24,13 +25,12 @@ bool BlockChain::take(BlockTable::Result result) {
   has_layout_ = false;
   has_head_ = false;
   if (result == BlockTable::Result::FAILED) return false;
-  if (result == BlockTable::Result::MISSING) return fail();
-  has_head_ = head_.series_id == state_.series_id && head_.rows >= 1 &&
-              head_.first_time > head_.previous && head_.last_time >= head_.first_time &&
+  if (result == BlockTable::Result::MISSING) return expect(false);
+  has_head_ = head_.series_id == state_.series_id &&
               (head_.previous == 0) == (head_.last_time == state_.first_block) &&
               head_.last_time <= state_.last_block &&
               (remaining_ != nullptr || head_.change <= state_.changes);
-  if (!has_head_) return fail();
+  if (!expect(has_head_)) return false;
   rows_from_first_ = head_.previous == 0 ? head_.rows : UNKNOWN;
   rows_to_last_ = head_.last_time == state_.last_block ? head_.rows : UNKNOWN;
   return has_right_sum();
@@ -42,7 +42,7 @@ bool BlockChain::has_right_sum() {
   const std::int64_t sum = head_.last_time == state_.last_block ? rows_from_first_
                            : head_.previous == 0                ? rows_to_last_
                                                                 : UNKNOWN;
-  return sum == UNKNOWN || sum == state_.sealed_rows || fail();
+  return sum == UNKNOWN || expect(sum == state_.sealed_rows);
 }
 
 bool BlockChain::go_to(std::int64_t last_time) {
@@ -58,15 +58,15 @@ bool BlockChain::go_to(std::int64_t last_time) {
 
 bool BlockChain::go_to_first_from(std::int64_t time) {
   if (remaining_ == nullptr) return take(table_.find_from(state_.series_id, time, head_, error_));
+  // The last one is `state_.last_block`, and `time` is not after it.
   const auto& ends = remaining_->ends;
-  const auto first = std::lower_bound(ends.begin(), ends.end(), time);
-  return first == ends.end() ? fail() : go_to(*first);
+  return go_to(*std::lower_bound(ends.begin(), ends.end(), time));
 }
 
 bool BlockChain::find(std::int64_t time, bool& is_found) {
   is_found = time <= state_.last_block;
   if (!is_found || has_at(time)) return true;
-  return go_to_first_from(time) && (has_at(time) || fail());
+  return go_to_first_from(time) && expect(has_at(time));
 }
 
 bool BlockChain::go_on(bool ascending, bool& is_found) {
@@ -74,7 +74,7 @@ bool BlockChain::go_on(bool ascending, bool& is_found) {
   const std::int64_t passed = ascending ? rows_from_first_ : rows_to_last_;
   is_found = ascending ? here != state_.last_block : head_.previous != 0;
   if (!is_found) return true;
-  const bool is_next = ascending ? go_to_first_from(here + 1) && (head_.previous == here || fail())
+  const bool is_next = ascending ? go_to_first_from(here + 1) && expect(head_.previous == here)
                                  : go_to(head_.previous);
   if (!is_next) return false;
   if (passed != UNKNOWN) (ascending ? rows_from_first_ : rows_to_last_) = passed + head_.rows;
@@ -104,7 +104,7 @@ bool BlockChain::find_before(std::int64_t time, std::int64_t& timestamp) {
 }
 
 const BlockLayout* BlockChain::layout() {
-  if (!has_layout_) has_layout_ = decode_layout(head_, layout_) || fail();
+  if (!has_layout_) has_layout_ = expect(decode_layout(head_, layout_));
   return has_layout_ ? &layout_ : nullptr;
 }
 
@@ -139,7 +139,6 @@ bool BlockCursor::place(std::int64_t earliest, std::int64_t latest) {
   latest_ = latest;
   timestamp_ = NO_ROW;
   left_ = 0;
-  if (earliest > latest) return true;
   const std::int64_t time = ascending_ ? earliest : latest;
   bool is_found = false;
   if (!chain_.find(time, is_found)) return false;
@@ -149,7 +148,8 @@ bool BlockCursor::place(std::int64_t earliest, std::int64_t latest) {
       !(is_found ? chain_.go_on(ascending_, is_found) : chain_.go_to_last(is_found))) {
     return false;
   }
-  return !is_found || enter_block();
+  if (is_found) enter_block();
+  return true;
 }
 
 /// Goes to the row of the current block that is the first one from `time` on.
@@ -166,14 +166,13 @@ bool BlockCursor::place_in_block(std::int64_t time) {
 }
 
 /// Goes to the first row of the current block.
-bool BlockCursor::enter_block() {
+void BlockCursor::enter_block() {
   const BlockHead& head = chain_.head();
   layout_ = nullptr;
   values_ = nullptr;
   left_ = static_cast<std::size_t>(head.rows - 1);
   index_ = ascending_ ? 0 : left_;
   set_timestamp(ascending_ ? head.first_time : head.last_time);
-  return true;
 }
 
 /// Goes to the first row of the next block.
@@ -181,7 +180,9 @@ bool BlockCursor::leave_block() {
   timestamp_ = NO_ROW;
   left_ = 0;
   bool is_found = false;
-  return chain_.go_on(ascending_, is_found) && (!is_found || enter_block());
+  if (!chain_.go_on(ascending_, is_found)) return false;
+  if (is_found) enter_block();
+  return true;
 }
 
 bool BlockCursor::load_times() {

@@ -63,7 +63,7 @@ class BlockChain {
   bool go_to_first_from(std::int64_t time);
   bool take(BlockTable::Result result);
   bool has_right_sum();
-  bool fail();
+  bool expect(bool is_right);
 
   static constexpr std::int64_t UNKNOWN = -1;
 
@@ -106,7 +106,7 @@ class BlockCursor : public SeriesCursor {
   };
 
   bool place_in_block(std::int64_t time);
-  bool enter_block();
+  void enter_block();
   bool leave_block();
   bool load_times();
   void set_timestamp(std::int64_t time);

@@ -2,13 +2,17 @@
 #include "libtrend/sqlite/block_reader.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <limits>
+#include <map>
 #include <random>
 #include <set>
 
 #include "libtrend/log.h"
+#include "libtrend/query/engine.h"
+#include "libtrend/sqlite/connection.h"
 #include "libtrend/statistics.h"
 #include "tests/support/print_rows.h"
 #include "tests/support/process.h"
@@ -182,6 +186,33 @@ TEST_F(BlockReading, GivesTheSameAsRowsStoredOneByOne) {
       compare_at_random(dice);
       ASSERT_FALSE(HasFailure()) << "log " << log << " query " << i;
     }
+  }
+}
+
+TEST_F(BlockReading, FindsTheRowBeforeATimeFromAnyPlace) {
+  StoredSeries series{.minutes = 1, .blocks = {}, .loose = {}};
+  for (const std::int64_t first : {1, 11, 21}) {
+    auto& rows = series.blocks.emplace_back();
+    for (std::int64_t i = first; i < first + 5; ++i) rows.push_back({10 * i, 1, {1}});
+  }
+  const std::string path = folder_.file("blocks.db");
+  write_blocks(path, {{"d", {}, {series}}});
+  Database db;
+  std::string error;
+  ASSERT_TRUE(connect(path, SQLITE_OPEN_READONLY, nullptr, db, error));
+  BlockReader reader(db.get(), error);
+  ASSERT_TRUE(reader.start_query(true)) << error;
+  for (const std::int64_t start : {10, 130, 240}) {
+    const auto cursor = reader.make_cursor({.id = 1, .minutes = 1}, {}, true);
+    ASSERT_NE(cursor, nullptr) << error;
+    ASSERT_TRUE(cursor->place(start, MAX_TIMESTAMP));
+    for (const auto& [time, expected] : std::map<std::int64_t, std::int64_t>{
+             {10, NO_ROW}, {11, 10}, {110, 50}, {111, 110}, {145, 140}, {215, 210}, {251, 250}}) {
+      std::int64_t found = -1;
+      ASSERT_TRUE(cursor->find_before(time, found)) << error;
+      EXPECT_EQ(found, expected) << start << ' ' << time;
+    }
+    EXPECT_EQ(cursor->timestamp(), start);
   }
 }
 

@@ -1,6 +1,7 @@
 #include "libtrend/sqlite/block_table.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "libtrend/sqlite/schema.h"
 
@@ -11,7 +12,16 @@ namespace {
 constexpr const char* HEAD_DAMAGED = "the head of a block is damaged";
 constexpr const char* COLUMNS_DAMAGED = "the columns of a block are damaged";
 
-constexpr std::int64_t MAX_BLOCK_NUMBER = (std::int64_t{1} << (63 - SEGMENT_BITS)) - 1;
+/// A block has at most 65,535 columns, each of at most 65,535 bytes.
+constexpr std::int64_t MAX_BYTES = std::numeric_limits<std::uint32_t>::max();
+
+/// Whether a block can have such a head.
+bool is_possible(const BlockHead& head) {
+  return head.number >= 0 && head.number <= MAX_BLOCK_NUMBER && head.rows >= 1 &&
+         head.previous >= 0 && head.previous < head.first_time &&
+         head.first_time <= head.last_time && head.bytes >= 0 && head.bytes <= MAX_BYTES &&
+         head.segment_size >= 1 && head.segment_size <= MAX_BYTES;
+}
 
 std::int64_t get_segment_id(const BlockHead& head, std::int64_t place) {
   return (head.number << SEGMENT_BITS) + place;
@@ -34,7 +44,7 @@ BlockTable::Result read_block_head(Statement& row, BlockHead& head, std::string&
     error = row.error();
     return BlockTable::Result::FAILED;
   }
-  const std::int64_t id = row.read_id(0);
+  const std::int64_t id = row.read_whole(0);
   head.series_id = id >> TIMESTAMP_BITS;
   head.last_time = id & MAX_TIMESTAMP;
   std::span<const unsigned char> content;
@@ -44,8 +54,7 @@ BlockTable::Result read_block_head(Statement& row, BlockHead& head, std::string&
                        row.read(5, head.bytes) && row.read(6, head.segment_size) &&
                        row.read(7, head.change) && row.read(8, content) && row.read(9, checksum);
   if (is_read) head.content.assign(content.begin(), content.end());
-  if (is_read && checksum == std::int64_t{get_checksum(head)} && head.number >= 0 &&
-      head.number <= MAX_BLOCK_NUMBER && head.bytes >= 0 && head.segment_size >= 1) {
+  if (is_read && checksum == std::int64_t{get_checksum(head)} && is_possible(head)) {
     return BlockTable::Result::FOUND;
   }
   error = HEAD_DAMAGED;
@@ -109,7 +118,7 @@ bool BlockTable::read_columns(const BlockHead& head, std::size_t start, std::siz
     std::span<const unsigned char> data;
     const std::size_t first = place * size;
     if (step == Statement::Step::DONE ||
-        row->read_id(0) != get_segment_id(head, static_cast<std::int64_t>(place)) ||
+        row->read_whole(0) != get_segment_id(head, static_cast<std::int64_t>(place)) ||
         !row->read(1, data) || data.size() != std::min(size, total - first)) {
       error = COLUMNS_DAMAGED;
       return false;

@@ -73,6 +73,7 @@ class DatabaseCheck {
   void check_block(const CSeries& series, const std::string& device, const BlockHead& head,
                    const BlockLayout& layout);
   void check_owners(const char* table, const char* text);
+  void expect_none(IdWalk& ids, IdRange range, const char* text);
   void check_segments();
   void read_all();
   bool read_all(const CSeries& series, bool ascending, RowTable& rows, BlockReader* blocks,
@@ -101,6 +102,7 @@ void DatabaseCheck::check_database_row() {
   std::int64_t number = 0;
   if (read_number(db_, "SELECT next_block FROM database WHERE id = 1", number)) {
     next_block_ = number;
+    if (number > MAX_BLOCK_NUMBER) note("no other block can get a number");
   }
   if (read_number(db_, "SELECT sum(loose_rows + sealed_rows) FROM series_state", number)) {
     total_rows_ = static_cast<std::uint64_t>(std::max<std::int64_t>(number, 0));
@@ -171,31 +173,33 @@ void DatabaseCheck::check_owners(const char* table, const char* text) {
     if (next == LAST) break;
     ++next;
   }
-  if (next != LAST || series_.empty()) unowned.push_back({next, LAST});
+  if (next != LAST) unowned.push_back({next, LAST});
+  for (const IdRange& range : unowned) expect_none(ids, range, text);
+}
+
+/// Notes `text` if a table has ids in `range`.
+void DatabaseCheck::expect_none(IdWalk& ids, IdRange range, const char* text) {
   std::int64_t id = 0;
-  for (const IdRange& range : unowned) {
-    if (range.first <= range.last && ids && ids.find(range.first, range.last, id)) {
-      note(std::string(text) + ": there is one with the id " + std::to_string(id));
-    }
+  const Statement::Step step = ids.find(range.first, range.last, id);
+  if (step == Statement::Step::ROW) {
+    note(std::string(text) + ": there is one with the id " + std::to_string(id));
+  } else if (step == Statement::Step::ERROR && found_.empty()) {
+    // All tables could be read a moment ago.
+    note("a table can't be read any more");
   }
 }
 
-/// Looks for segments of no block. What can't be read does not matter here.
+/// Looks for segments of no block.
 void DatabaseCheck::check_segments() {
+  constexpr const char* TEXT = "segments of no block";
   IdWalk ids(db_, "segment");
   std::int64_t next = std::numeric_limits<std::int64_t>::min();
-  std::int64_t id = 0;
-  const auto look = [&](std::int64_t last) {
-    if (next <= last && ids && ids.find(next, last, id)) {
-      note("segments of no block: there is one with the id " + std::to_string(id));
-    }
-  };
   for (const auto& [number, count] : segments_) {
     const std::int64_t first = number << SEGMENT_BITS;
-    look(first - 1);
+    expect_none(ids, {next, first - 1}, TEXT);
     next = first + count;
   }
-  look(std::numeric_limits<std::int64_t>::max());
+  expect_none(ids, {next, std::numeric_limits<std::int64_t>::max()}, TEXT);
 }
 
 /// Reads the rows of all series in both directions as a query does.

@@ -35,7 +35,7 @@ void note_lines(const std::string& text, DamageList& found) {
     const std::size_t end = std::min(text.find('\n', start), text.size());
     const std::string line = text.substr(start, end - start);
     // The other lines say in which database.
-    if (!line.empty() && !line.starts_with("***")) note("SQLite: " + line, found);
+    if (!line.starts_with("***")) note("SQLite: " + line, found);
     start = end + 1;
   }
 }

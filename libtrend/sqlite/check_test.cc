@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "libtrend/log.h"
+#include "libtrend/recorder.h"
 #include "libtrend/statistics.h"
 #include "tests/support/database_file.h"
 #include "tests/support/process.h"
@@ -343,6 +344,88 @@ TEST_F(Checking, CountsRows) {
   std::vector<CDamage> damage;
   EXPECT_EQ(log.check(damage, [](std::uint64_t, std::uint64_t) { return false; }), 0)
       << "there are too few rows for a call";
+}
+
+TEST_F(Checking, NamesACopyOfNoSeries) {
+  write();
+  expect_damage(
+      "CREATE TABLE copied (source TEXT, series_id INTEGER NOT NULL REFERENCES series (id), "
+      "change INTEGER, checksum INTEGER, PRIMARY KEY (source, series_id)) STRICT, WITHOUT ROWID;"
+      "INSERT INTO copied VALUES ('x', 99, 1, 1)",
+      "row 0 of copied belongs to no series");
+}
+
+TEST_F(Checking, NamesAtMostAThousandParts) {
+  write();
+  run_sql(path_,
+          "WITH RECURSIVE n (i) AS (SELECT 100 UNION ALL SELECT i + 1 FROM n WHERE i < 1200) "
+          "INSERT INTO parameter SELECT i, 1, 'p' || i, 1, 0 FROM n");
+  EXPECT_EQ(check().size(), 1000U);
+}
+
+TEST_F(Checking, EndsWhereItIsStopped) {
+  // In turn, in rows that are loose, in blocks, and while all rows are read once more.
+  for (const bool has_blocks : {false, true}) {
+    StoredSeries series{.minutes = 5, .blocks = {}, .loose = {}};
+    for (int first = 1; first < 5000; first += 512) {
+      const std::vector<StoredRow> rows = make_rows(first, first + 511);
+      if (has_blocks) series.blocks.push_back(rows);
+      if (!has_blocks) series.loose.insert(series.loose.end(), rows.begin(), rows.end());
+    }
+    const StoredDevice device{"d", make_params(), {series}};
+    for (const auto& write : {+[](const std::string&path, const StoredDevice&content) {
+                                write_blocks(path, {content});
+                              },
+                              +[](const std::string&path, const StoredDevice&content) {
+                                write_rows_only(path, {content});
+                              }}) {
+      std::filesystem::remove(path_);
+      write(path_, device);
+      CLog log;
+      ASSERT_EQ(log.open(path_, {}), 0);
+      std::vector<CDamage> damage;
+      int calls = 0;
+      EXPECT_EQ(log.check(damage, [&](auto, auto) { return ++calls > 0; }), 0) << log.error();
+      EXPECT_GT(calls, 0);
+      EXPECT_NE(log.check(damage, [](auto, auto) { return false; }), 0);
+      EXPECT_EQ(log.error(), "it was stopped");
+      EXPECT_THAT(damage, IsEmpty());
+    }
+  }
+}
+
+TEST_F(Checking, KnowsTheLastRowOfTheLastSeries) {
+  const StoredDevice device{
+      "d", make_params(), {{.minutes = 5, .blocks = {}, .loose = make_rows(1, 2)}}};
+  write_rows_only(path_, {device});
+  const std::string last = std::to_string(std::int64_t{(1 << 23) - 1} << 40 | (MAX_TIME - 1));
+  run_sql(path_,
+          "UPDATE series SET id = (1 << 23) - 1;"
+          "UPDATE snapshot SET id = " +
+              last + " - 600 + (id & 1023)");
+  run_sql(path_, "UPDATE snapshot SET id = " + last + " WHERE id = (SELECT max(id) FROM snapshot)");
+  EXPECT_THAT(check(), IsEmpty());
+  CLog log;
+  CDeviceData data;
+  ASSERT_EQ(log.open_damaged(path_, {}), 0);
+  ASSERT_EQ(log.get_trend_data(data, {{.path = "d", .aux_text = "", .aux_1 = 1}, {}},
+                               {{.interval = 5}}, {-1, -1}, 0, 0, true, true),
+            0);
+  std::vector<CDamage> damage;
+  ASSERT_EQ(log.get_damage(damage), 0);
+  EXPECT_THAT(damage, IsEmpty());
+  // A new row lets the recorder look at all others.
+  CRecorder recorder;
+  CDeviceProperties place{.path = "d"};
+  CSeries series;
+  ASSERT_EQ(recorder.open(path_), 0);
+  ASSERT_EQ(recorder.begin(), 0);
+  ASSERT_EQ(recorder.add_device(place), 0);
+  ASSERT_EQ(recorder.add_series(place, 5, series), 0);
+  ASSERT_EQ(recorder.append(series, 300, 1, {}), 0);
+  ASSERT_EQ(recorder.commit(), 0) << recorder.error();
+  recorder.close();
+  EXPECT_THAT(check(), IsEmpty());
 }
 
 TEST_F(Checking, ReadsOnWhereAParameterIsDamaged) {

@@ -229,6 +229,7 @@ TEST(Times, RefuseOtherLengthsAndSizes) {
   }
   bytes.push_back(0);
   EXPECT_FALSE(decode_times(bytes, LATEST, back));
+  EXPECT_FALSE(decode_times(bytes, LATEST, {}));
   bytes.resize(9);
   for (int size = 1; size < 256; ++size) {
     bytes[0] = static_cast<unsigned char>(size);

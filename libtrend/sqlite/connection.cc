@@ -150,10 +150,8 @@ void trim_cache(sqlite3* db) {
   constexpr int ENOUGH = 128 * 1024;
   int used = 0;
   int highest = 0;
-  if (sqlite3_db_status(db, SQLITE_DBSTATUS_CACHE_USED, &used, &highest, 0) == SQLITE_OK &&
-      used > ENOUGH) {
-    sqlite3_db_release_memory(db);
-  }
+  sqlite3_db_status(db, SQLITE_DBSTATUS_CACHE_USED, &used, &highest, 0);
+  if (used > ENOUGH) sqlite3_db_release_memory(db);
 }
 
 }  // namespace toolkit::trend

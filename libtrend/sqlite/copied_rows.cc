@@ -62,7 +62,7 @@ bool read_copied(sqlite3* db, CopiedRow& row, std::string& error) {
   // Without a number that can be trusted, everything is compared once more, which is not wrong.
   const bool is_read = step == Statement::Step::ROW && found.read(0, row.change) &&
                        found.read(1, checksum) && checksum == get_checksum(row);
-  if (!is_read || row.change < 0) row.change = 0;
+  if (!is_read) row.change = 0;
   return true;
 }
 
@@ -74,7 +74,8 @@ bool write_copied(sqlite3* db, const CopiedRow& row, std::string& error) {
   write.bind(2, row.series_id);
   write.bind(3, row.change);
   write.bind(4, get_checksum(row));
-  return write.run() || fail(db, error);
+  if (write.run()) return true;
+  return fail(db, error);
 }
 
 bool remove_copied(sqlite3* db, std::int64_t series_id, std::string& error) {
@@ -84,7 +85,8 @@ bool remove_copied(sqlite3* db, std::int64_t series_id, std::string& error) {
   Statement remove(db, "DELETE FROM copied WHERE series_id = ?1");
   if (!remove) return fail(db, error);
   remove.bind(1, series_id);
-  return remove.run() || fail(db, error);
+  if (remove.run()) return true;
+  return fail(db, error);
 }
 
 }  // namespace toolkit::trend

@@ -13,12 +13,12 @@ namespace {
 
 /// Returns the parameter that has the value at `index` among all values of `params`.
 const CParamProperties& find_param(const std::vector<CParamProperties>& params, std::size_t index) {
-  for (const CParamProperties& param : params) {
-    const std::size_t values = get_slot(param, STATISTICS.size()) - param.aux_1;
-    if (index < values) return param;
-    index -= values;
-  }
-  return params.back();
+  const auto count_values = [](const CParamProperties& param) {
+    return get_slot(param, STATISTICS.size()) - param.aux_1;
+  };
+  auto param = params.begin();
+  for (; index >= count_values(*param); ++param) index -= count_values(*param);
+  return *param;
 }
 
 }  // namespace

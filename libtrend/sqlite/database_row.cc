@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include "libtrend/sqlite/schema.h"
 #include "libtrend/sqlite/series_state.h"
 #include "libtrend/sqlite/statement.h"
 
@@ -40,7 +41,8 @@ bool write(sqlite3* db, const std::string& uuid, std::int64_t next_block, std::i
   row.bind(2, next_block);
   row.bind(3, catalogue);
   row.bind(4, std::int64_t{get_database_checksum(uuid, next_block, catalogue)});
-  return row.run() || fail_with_database_error(db, error);
+  if (row.run()) return true;
+  return fail_with_database_error(db, error);
 }
 
 }  // namespace
@@ -65,7 +67,8 @@ bool DatabaseRow::load(sqlite3* db, std::string& error) {
   std::int64_t checksum = 0;
   if (step == Statement::Step::DONE || !row.read(0, uuid_) || !row.read(1, next_block_) ||
       !row.read(2, catalogue_) || !row.read(3, checksum) ||
-      checksum != std::int64_t{get_database_checksum(uuid_, next_block_, catalogue_)}) {
+      checksum != std::int64_t{get_database_checksum(uuid_, next_block_, catalogue_)} ||
+      next_block_ < FIRST_BLOCK || next_block_ > MAX_BLOCK_NUMBER) {
     error = "the row about the database is damaged";
     return false;
   }

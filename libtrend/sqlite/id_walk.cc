@@ -23,13 +23,13 @@ Statement::Step IdWalk::look(Statement& statement, std::int64_t first, std::int6
   row->bind(1, first);
   row->bind(2, last);
   const Statement::Step step = row->step();
-  if (step == Statement::Step::ROW) id = row->read_id(0);
+  if (step == Statement::Step::ROW) id = row->read_whole(0);
   return step;
 }
 
 bool IdWalk::run(std::int64_t first, std::int64_t last, std::int64_t stride, const See& see,
                  const Break& on_break) {
-  while (first <= last) {
+  for (;;) {
     const std::int64_t start = first;
     std::string reason;
     if (!walk(first, last, see, reason)) return false;
@@ -38,7 +38,6 @@ bool IdWalk::run(std::int64_t first, std::int64_t last, std::int64_t stride, con
     // Where nothing was seen, the damage begins with the first id.
     if (!find_after_damage(first == start ? first : first - 1, last, stride, first)) return true;
   }
-  return true;
 }
 
 /// Walks on from `first`, which becomes the id after the last one seen. Where the walk breaks,
@@ -49,14 +48,14 @@ bool IdWalk::walk(std::int64_t& first, std::int64_t last, const See& see, std::s
   row->bind(2, last);
   Statement::Step step = row->step();
   for (; step == Statement::Step::ROW; step = row->step()) {
-    const std::int64_t id = row->read_id(0);
+    const std::int64_t id = row->read_whole(0);
     if (!see(id)) return false;
     if (id == last) return true;
     first = std::max(first, id + 1);
   }
   if (step == Statement::Step::ERROR) {
     reason = row->error();
-  } else if (first <= last) {
+  } else {
     // A damaged page may look like the end. Seen from the other side, rows are then left.
     std::int64_t left = 0;
     if (look(last_, first, last, left) != Statement::Step::DONE) reason = DAMAGED;
@@ -76,7 +75,7 @@ bool IdWalk::find_after_damage(std::int64_t from, std::int64_t last, std::int64_
     if (look(first_, to, last, id) != Statement::Step::ERROR) break;
     from = to;
     // What is damaged may be a whole branch of the tree, or rows may be rare there.
-    if (probes % PROBES_PER_STRIDE == 0 && stride < last - from) stride *= 2;
+    if (probes % PROBES_PER_STRIDE == 0) stride *= 2;
   }
   // Rows before that place may be readable too.
   while (to - from > 1) {

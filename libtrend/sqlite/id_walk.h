@@ -24,15 +24,14 @@ class IdWalk {
   /// Whether the table is there.
   explicit operator bool() const { return walk_ && first_ && last_; }
 
-  /// Walks over the ids from `first` to `last`, which are less than 2^62 apart. `stride` is about
+  /// Walks over the ids from `first` to `last`, which are less than 2^61 apart. `stride` is about
   /// the distance of two ids. Returns false if `see` ended the walk.
   [[nodiscard]] bool run(std::int64_t first, std::int64_t last, std::int64_t stride, const See& see,
                          const Break& on_break);
 
-  /// Sets `id` to the first one from `first` to `last`. Returns false if there is none that can be
-  /// read.
-  [[nodiscard]] bool find(std::int64_t first, std::int64_t last, std::int64_t& id) {
-    return look(first_, first, last, id) == Statement::Step::ROW;
+  /// Looks for the ids from `first` to `last`, and sets `id` to the first one.
+  [[nodiscard]] Statement::Step find(std::int64_t first, std::int64_t last, std::int64_t& id) {
+    return look(first_, first, last, id);
   }
 
  private:

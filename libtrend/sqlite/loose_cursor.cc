@@ -20,7 +20,7 @@ constexpr std::size_t MAX_KEPT = 65536;
 /// Whether the samples of these rows are to be kept.
 bool is_narrow(std::int64_t rows, std::size_t params) {
   const std::size_t row_size = sizeof(double) + params * sizeof(CSample);
-  return rows >= 0 && static_cast<std::uint64_t>(rows) <= MAX_KEPT / row_size;
+  return static_cast<std::uint64_t>(rows) <= MAX_KEPT / row_size;
 }
 
 bool have_same_slots(const std::vector<CParamProperties>& some,
@@ -48,10 +48,13 @@ bool check_loose_rows(RowTable& table, const SeriesState& state,
   }
   const std::int64_t last = get_row_id(state.series_id, MAX_TIMESTAMP);
   std::int64_t before = get_row_id(state.series_id, state.unchecked_until);
-  row->bind(1, before + 1);
-  Statement::Step step = row->step();
-  for (; step == Statement::Step::ROW && row->read_id(0) <= last; step = row->step()) {
-    const std::int64_t id = row->read_id(0);
+  Statement::Step step = Statement::Step::DONE;
+  if (before < last) {
+    row->bind(1, before + 1);
+    step = row->step();
+  }
+  for (; step == Statement::Step::ROW && row->read_whole(0) <= last; step = row->step()) {
+    const std::int64_t id = row->read_whole(0);
     double valid_ratio = 0;
     std::span<const unsigned char> samples;
     if (id <= before || !read_row(*row, id, true, valid_ratio, samples)) {

@@ -29,7 +29,7 @@ void bind(Statement& statement, std::int64_t series_id, CTimeRange range) {
 /// Reads the row at which `statement` stands. Returns false where it is damaged.
 bool read_row(const Statement& statement, std::int64_t unchecked_until, std::int64_t& time,
               double& valid_ratio, std::vector<double>& slots) {
-  const std::int64_t id = statement.read_id(0);
+  const std::int64_t id = statement.read_whole(0);
   time = id & MAX_TIMESTAMP;
   std::span<const unsigned char> samples;
   if (!statement.read(1, valid_ratio) || !statement.read(2, samples)) return false;
@@ -85,7 +85,8 @@ bool LooseRows::insert(std::int64_t series_id, std::int64_t time, double valid_r
   insert_.bind(2, valid_ratio);
   insert_.bind(3, samples_.data(), samples_.size());
   insert_.bind(4, std::int64_t{get_row_checksum(id, valid_ratio, samples_)});
-  return insert_.run() || fail(insert_, error);
+  if (insert_.run()) return true;
+  return fail(insert_, error);
 }
 
 bool LooseRows::find(std::int64_t series_id, CTimeRange range, Order order, std::int64_t& time,
@@ -93,17 +94,19 @@ bool LooseRows::find(std::int64_t series_id, CTimeRange range, Order order, std:
   const RunningStatement row(order == Order::OLDEST_FIRST ? &find_first_ : &find_last_);
   bind(*row, series_id, range);
   const Statement::Step step = row->step();
-  time = step == Statement::Step::ROW ? row->read_id(0) & MAX_TIMESTAMP : NO_ROW;
-  return step != Statement::Step::ERROR || fail(*row, error);
+  if (step == Statement::Step::ERROR) return fail(*row, error);
+  time = step == Statement::Step::ROW ? row->read_whole(0) & MAX_TIMESTAMP : NO_ROW;
+  return true;
 }
 
 bool LooseRows::find_next(std::int64_t& id, bool& is_there, std::string& error) {
   const RunningStatement row(&find_next_);
   row->bind(1, id);
   const Statement::Step step = row->step();
+  if (step == Statement::Step::ERROR) return fail(*row, error);
   is_there = step == Statement::Step::ROW;
-  if (is_there) id = row->read_id(0);
-  return step != Statement::Step::ERROR || fail(*row, error);
+  if (is_there) id = row->read_whole(0);
+  return true;
 }
 
 bool LooseRows::count(std::int64_t series_id, CTimeRange range, std::size_t limit, Count& count,
@@ -111,13 +114,9 @@ bool LooseRows::count(std::int64_t series_id, CTimeRange range, std::size_t limi
   const RunningStatement row(&count_);
   bind(*row, series_id, range);
   row->bind(3, static_cast<std::int64_t>(limit));
-  std::int64_t rows = 0;
-  std::int64_t bytes = 0;
-  if (row->step() != Statement::Step::ROW || !row->read(0, rows) || !row->read(1, bytes)) {
-    return fail(*row, error);
-  }
-  count.rows = static_cast<std::size_t>(rows);
-  count.slots = static_cast<std::size_t>(bytes) / sizeof(double);
+  if (row->step() != Statement::Step::ROW) return fail(*row, error);
+  count.rows = static_cast<std::size_t>(row->read_whole(0));
+  count.slots = static_cast<std::size_t>(row->read_whole(1)) / sizeof(double);
   return true;
 }
 

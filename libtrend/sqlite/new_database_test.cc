@@ -2,9 +2,14 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <chrono>
+#include <csignal>
+#include <filesystem>
 #include <string>
+#include <thread>
 
 #include "libtrend/sqlite/connection.h"
 #include "libtrend/sqlite/file_header.h"
@@ -111,6 +116,65 @@ TEST_F(NewDatabase, SaysWhyItCannotBeCreated) {
   EXPECT_FALSE(create_database(folder_.file(std::string(252, 'x')), 0, WAL, error_));
   EXPECT_EQ(error_, "File name too long");
   EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
+  // SQLite has a longest path.
+  std::string deep = folder_.path().string();
+  for (int i = 0; i < 4; ++i) deep += '/' + std::string(200, 'x');
+  std::filesystem::create_directories(deep);
+  EXPECT_FALSE(create_database(deep + "/trend.db", 0, WAL, error_));
+  EXPECT_EQ(error_, "its path can't be resolved");
+  EXPECT_TRUE(std::filesystem::is_empty(deep));
+}
+
+TEST_F(NewDatabase, IsNotLeftInHalf) {
+  rlimit before = {};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto old_action = signal(SIGXFSZ, SIG_IGN);
+  rlimit small = before;
+  small.rlim_cur = 1000;
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  EXPECT_FALSE(create_database(path_, 0, WAL, error_));
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  signal(SIGXFSZ, old_action);
+  EXPECT_EQ(error_, "File too large");
+  EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
+}
+
+TEST_F(NewDatabase, IsNotMadeBesideAThousandThatWereNotCompleted) {
+  for (int i = 0; i < 1000; ++i) write_file(path_ + "-new" + std::to_string(i), "");
+  EXPECT_FALSE(create_database(path_, 0, WAL, error_));
+  EXPECT_EQ(error_, "File exists");
+  EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
+TEST_F(NewDatabase, IsEmptyBesideTheJournalOfAnother) {
+  for (const char* suffix : {"-wal", "-journal"}) {
+    write_file(path_ + suffix, "left over");
+    ASSERT_TRUE(create_database(path_, 0, WAL, error_)) << error_;
+    EXPECT_EQ(read_file(path_), "");
+    std::filesystem::remove(path_ + suffix);
+    std::filesystem::remove(path_);
+  }
+}
+
+TEST_F(NewDatabase, KeepsAJournalModeThatCannotBeChanged) {
+  EXPECT_FALSE(set_journal(connect_to(":memory:").get(), WAL, 1, error_));
+  EXPECT_EQ(error_, "can't set its journal mode");
+}
+
+TEST_F(NewDatabase, WaitsForReadersBeforeItLeavesWalMode) {
+  ASSERT_TRUE(create_database(path_, 0, WAL, error_)) << error_;
+  Database reader = connect_to(path_);
+  ask(reader, "BEGIN; SELECT count(*) FROM device");
+  const Database db = connect_to(path_);
+  EXPECT_FALSE(set_journal(db.get(), TRADITIONAL, 0, error_));
+  EXPECT_EQ(error_, "database is locked");
+  std::thread later([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    reader.reset();
+  });
+  EXPECT_TRUE(set_journal(db.get(), TRADITIONAL, 40, error_)) << error_;
+  later.join();
+  EXPECT_EQ(ask(db, "PRAGMA journal_mode"), "delete");
 }
 
 TEST_F(NewDatabase, CanBeMadeFromAnEmptyFile) {

@@ -53,9 +53,9 @@ bool lock(sqlite3* db, std::string& error) {
 
 /// Lets SQLite read a file that is shorter than it should be, or whose list of tables is damaged.
 /// SQLite ties that to the permission to change that list, which means nothing to a reader.
-bool tolerate_damage(sqlite3* db) {
-  return sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr) == SQLITE_OK &&
-         sqlite3_db_config(db, SQLITE_DBCONFIG_WRITABLE_SCHEMA, 1, nullptr) == SQLITE_OK;
+void tolerate_damage(sqlite3* db) {
+  sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr);
+  sqlite3_db_config(db, SQLITE_DBCONFIG_WRITABLE_SCHEMA, 1, nullptr);
 }
 
 /// Returns whether a connection can be used with `options`. If not, the reason is in `error`.
@@ -64,10 +64,9 @@ bool is_good(sqlite3* db, const OpenOptions& options, bool may_be_damaged, std::
     error = "it is not a complete trend database";
     return false;
   }
-  if (configure(db, options, error) && (!may_be_damaged || tolerate_damage(db)) &&
-      verify(db, error) && (!options.exclusive || lock(db, error))) {
-    return true;
-  }
+  const bool is_configured = configure(db, options, error);
+  if (may_be_damaged) tolerate_damage(db);
+  if (is_configured && verify(db, error) && (!options.exclusive || lock(db, error))) return true;
   if (const char* refusal = reader_vfs_refusal(db)) error = refusal;
   return false;
 }

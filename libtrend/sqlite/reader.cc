@@ -31,7 +31,7 @@ std::unique_ptr<SqliteReader> SqliteReader::open(const std::string& path,
                                                  const OpenOptions& options, Mode mode,
                                                  std::string& error) {
   std::unique_ptr<SqliteReader> reader(new SqliteReader(path, options, mode));
-  if (reader->connect() || (reader->is_outdated() && reader->connect())) return reader;
+  if (reader->connect()) return reader;
   error = reader->error();
   return nullptr;
 }
@@ -127,11 +127,12 @@ bool SqliteReader::start_query() {
   return !blocks_ || blocks_->start_query(has_changed);
 }
 
-/// Reads the one number that `statement` yields. Returns false on failure.
+/// Reads the number that `statement`, a pragma, yields. Returns false on failure.
 bool SqliteReader::read_number(Statement& statement, std::int64_t& number) {
   const RunningStatement row(&statement);
-  return (row->step() == Statement::Step::ROW && row->read(0, number)) ||
-         fail_with_database_error();
+  if (row->step() != Statement::Step::ROW) return fail_with_database_error();
+  number = row->read_whole(0);
+  return true;
 }
 
 /// Runs `query` in a transaction, so that a row recorded meanwhile is in all of the result or in

@@ -214,9 +214,4 @@ const char* reader_vfs_refusal(sqlite3* db) {
              : "its write-ahead log can't be opened";
 }
 
-bool lacks_index(sqlite3* db) {
-  const ReaderFile* reader = find_reader_file(db);
-  return reader != nullptr && reader->refusal == Refusal::INDEX;
-}
-
 }  // namespace toolkit::trend

@@ -30,8 +30,4 @@ namespace toolkit::trend {
 /// Returns why this VFS refused to open or create a file for SQLite, as a text; null if it did not.
 [[nodiscard]] const char* reader_vfs_refusal(sqlite3* db);
 
-/// Returns whether the reason is that there is no `-shm` yet. A writer that is starting creates it
-/// soon.
-[[nodiscard]] bool lacks_index(sqlite3* db);
-
 }  // namespace toolkit::trend

@@ -127,7 +127,7 @@ bool RowCursor::step() {
     return false;
   }
   if (step == Statement::Step::DONE) return is_at_end();
-  const std::int64_t id = rows_->read_id(0);
+  const std::int64_t id = rows_->read_whole(0);
   // No row has such an id, but a page full of zeros looks like it.
   if ((id & MAX_TIMESTAMP) == 0) return fail_as_damaged();
   // SQLite is asked for one bound alone, as it would look at the other at every row too.
@@ -145,7 +145,7 @@ bool RowCursor::find(Statement& statement, std::int64_t earliest, std::int64_t l
   statement.bind(2, base_ + latest);
   const RunningStatement running(&statement);
   const Statement::Step step = statement.step();
-  timestamp = step == Statement::Step::ROW ? statement.read_id(0) - base_ : NO_ROW;
+  timestamp = step == Statement::Step::ROW ? statement.read_whole(0) - base_ : NO_ROW;
   if (step == Statement::Step::ERROR) error_ = statement.error();
   return step != Statement::Step::ERROR;
 }
@@ -157,7 +157,8 @@ bool RowCursor::is_at_end() {
   std::int64_t left = NO_ROW;
   Statement& farthest = ascending_ ? table_.last_row() : table_.first_row();
   if (!find(farthest, earliest_, latest_, left)) return false;
-  return left == NO_ROW || fail_as_damaged();
+  if (left == NO_ROW) return true;
+  return fail_as_damaged();
 }
 
 bool RowCursor::fail_as_damaged() {

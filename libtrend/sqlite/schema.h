@@ -35,6 +35,7 @@ inline std::int64_t get_row_id(std::int64_t series_id, std::int64_t timestamp) {
 
 /// The id of a segment is the number of its block, shifted by this many bits, plus its place.
 inline constexpr int SEGMENT_BITS = 16;
+inline constexpr std::int64_t MAX_BLOCK_NUMBER = (std::int64_t{1} << (63 - SEGMENT_BITS)) - 1;
 
 /// The catalogue, which both versions have.
 inline constexpr const char* CREATE_CATALOGUE = R"(

@@ -64,7 +64,7 @@ class LooseWalk {
 
 bool find_changes(LooseRows& loose, BlockChain& chain, const SeriesState& state,
                   std::uint64_t since, CSeriesChanges& changes, std::string& error) {
-  changes.number = static_cast<std::uint64_t>(std::max<std::int64_t>(state.changes, 0));
+  changes.number = static_cast<std::uint64_t>(state.changes);
   if (since != 0 && changes.number == since) return true;
   Ranges ranges(changes.ranges);
   LooseWalk walk(loose, state.series_id, error);
@@ -73,8 +73,7 @@ bool find_changes(LooseRows& loose, BlockChain& chain, const SeriesState& state,
   while (is_found) {
     const BlockHead& head = chain.head();
     if (!walk.add_until(head.first_time - 1, ranges)) return false;
-    const bool is_changed =
-        since == 0 || head.change < 0 || static_cast<std::uint64_t>(head.change) > since;
+    const bool is_changed = since == 0 || static_cast<std::uint64_t>(head.change) > since;
     if (is_changed) ranges.add({head.first_time, head.last_time});
     if (!is_changed) ranges.close();
     if (!walk.add_until(head.last_time, ranges)) return false;

@@ -75,16 +75,10 @@ bool SeriesCounter::count_unchecked_rows(const SeriesState& state, CSeriesSummar
     error = row->error();
     return false;
   }
-  std::int64_t rows = 0;
-  std::int64_t bytes = 0;
-  if (!row->read(0, rows) || !row->read(3, bytes)) {
-    error = "the table of rows is damaged";
-    return false;
-  }
-  include({.rows = static_cast<std::uint64_t>(rows),
-           .first_time = row->read_id(1) & MAX_TIMESTAMP,
-           .last_time = row->read_id(2) & MAX_TIMESTAMP,
-           .bytes = static_cast<std::uint64_t>(bytes)},
+  include({.rows = static_cast<std::uint64_t>(row->read_whole(0)),
+           .first_time = row->read_whole(1) & MAX_TIMESTAMP,
+           .last_time = row->read_whole(2) & MAX_TIMESTAMP,
+           .bytes = static_cast<std::uint64_t>(row->read_whole(3))},
           summary);
   return true;
 }

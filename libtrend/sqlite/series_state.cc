@@ -1,6 +1,7 @@
 #include "libtrend/sqlite/series_state.h"
 
 #include <bit>
+#include <limits>
 #include <vector>
 
 #include "libtrend/query/bytes.h"
@@ -46,15 +47,15 @@ bool add_rows(sqlite3* db, char table, const char* sql, int columns, std::uint32
   return step == Statement::Step::DONE;
 }
 
-/// Whether a series can have such a state.
+/// Whether a series can have such a state. A series has at most one row at each time.
 bool is_possible(const SeriesState& state) {
-  if (state.loose_rows < 0 || state.sealed_rows < 0 || state.changes < 0 ||
-      state.unchecked_until < 0 || state.unchecked_until > MAX_TIMESTAMP) {
-    return false;
+  for (const std::int64_t number : {state.loose_rows, state.unchecked_until, state.first_block,
+                                    state.last_block, state.blocks, state.sealed_rows}) {
+    if (number < 0 || number > MAX_TIMESTAMP) return false;
   }
+  if (state.changes < 0 || state.changes == std::numeric_limits<std::int64_t>::max()) return false;
   if (state.blocks == 0) return state.first_block == 0 && state.last_block == 0;
-  return state.blocks > 0 && state.first_block > 0 && state.first_block <= state.last_block &&
-         state.last_block <= MAX_TIMESTAMP;
+  return state.first_block > 0 && state.first_block <= state.last_block;
 }
 
 }  // namespace
@@ -86,12 +87,13 @@ SeriesStates::Result SeriesStates::get(std::int64_t series_id, SeriesState& stat
   row->bind(1, series_id);
   const Statement::Step step = row->step();
   if (step == Statement::Step::DONE) return Result::MISSING;
+  state.series_id = series_id;
   std::int64_t checksum = 0;
-  const bool is_read = step == Statement::Step::ROW && row->read(0, state.series_id) &&
-                       row->read(1, state.loose_rows) && row->read(2, state.unchecked_until) &&
-                       row->read(3, state.first_block) && row->read(4, state.last_block) &&
-                       row->read(5, state.blocks) && row->read(6, state.sealed_rows) &&
-                       row->read(7, state.changes) && row->read(8, checksum);
+  const bool is_read = step == Statement::Step::ROW && row->read(1, state.loose_rows) &&
+                       row->read(2, state.unchecked_until) && row->read(3, state.first_block) &&
+                       row->read(4, state.last_block) && row->read(5, state.blocks) &&
+                       row->read(6, state.sealed_rows) && row->read(7, state.changes) &&
+                       row->read(8, checksum);
   if (is_read && checksum == std::int64_t{get_checksum(state)} && is_possible(state)) {
     return Result::FOUND;
   }

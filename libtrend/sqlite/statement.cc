@@ -51,7 +51,7 @@ bool Statement::run() {
 
 std::string Statement::error() const { return sqlite3_errmsg(sqlite3_db_handle(statement_.get())); }
 
-std::int64_t Statement::read_id(int index) const {
+std::int64_t Statement::read_whole(int index) const {
   return sqlite3_column_int64(statement_.get(), index);
 }
 

@@ -42,9 +42,9 @@ class Statement {
   /// Returns why the last failed call failed.
   [[nodiscard]] std::string error() const;
 
-  /// Reads column `index`, counted from 0, of the current row. It must be a rowid, which is always
-  /// an integer.
-  [[nodiscard]] std::int64_t read_id(int index) const;
+  /// Reads column `index`, counted from 0, of the current row. It must be a whole number in any
+  /// file: a rowid, a count, a length, or the result of a pragma.
+  [[nodiscard]] std::int64_t read_whole(int index) const;
   /// Returns whether column `index` of the current row is NULL.
   [[nodiscard]] bool is_null(int index) const;
   /// Reads column `index` of the current row into `value`. Returns false if it has another type,

@@ -46,7 +46,7 @@ TEST_F(StatementTest, ReadsBackWhatItBinds) {
   ASSERT_TRUE(statement.read(0, whole) && statement.read(1, real) && statement.read(2, read_text) &&
               statement.read(3, blob));
   EXPECT_EQ(whole, std::numeric_limits<std::int64_t>::min());
-  EXPECT_EQ(statement.read_id(0), whole);
+  EXPECT_EQ(statement.read_whole(0), whole);
   EXPECT_EQ(real, 0.1);
   EXPECT_EQ(read_text, text);
   EXPECT_EQ(std::vector<unsigned char>(blob.begin(), blob.end()), bytes);
@@ -83,7 +83,7 @@ TEST_F(StatementTest, KeepsItsParametersWhenReset) {
   for (int round = 0; round < 2; ++round) {
     const RunningStatement running(&statement);
     ASSERT_EQ(statement.step(), Statement::Step::ROW);
-    EXPECT_EQ(statement.read_id(0), 7);
+    EXPECT_EQ(statement.read_whole(0), 7);
   }
 }
 

@@ -45,8 +45,8 @@ void StoredSeries::touch() {
 
 bool StoredSeries::load() {
   const SeriesStates::Result result = tables_.states.get(id(), state_, tables_.error);
-  return result == SeriesStates::Result::FOUND ||
-         (result == SeriesStates::Result::MISSING && fail(NO_SERIES));
+  if (result == SeriesStates::Result::MISSING) return fail(NO_SERIES);
+  return result == SeriesStates::Result::FOUND;
 }
 
 bool StoredSeries::store() {
@@ -58,8 +58,8 @@ bool StoredSeries::store() {
 
 bool StoredSeries::find_block(std::int64_t last_time, BlockHead& head) {
   const BlockTable::Result result = tables_.blocks.find(id(), last_time, head, tables_.error);
-  return result == BlockTable::Result::FOUND ||
-         (result == BlockTable::Result::MISSING && fail(BLOCK_MISSING));
+  if (result == BlockTable::Result::MISSING) return fail(BLOCK_MISSING);
+  return result == BlockTable::Result::FOUND;
 }
 
 bool StoredSeries::find_ends(CTimeRange& times) {
@@ -257,8 +257,9 @@ bool StoredSeries::link(std::int64_t old_end, std::int64_t new_end) {
   BlockHead next;
   const BlockTable::Result result =
       tables_.blocks.find_from(id(), old_end + 1, next, tables_.error);
-  if (result != BlockTable::Result::FOUND || next.previous != old_end) {
-    return result == BlockTable::Result::FAILED ? false : fail(BLOCK_MISSING);
+  if (result == BlockTable::Result::FAILED) return false;
+  if (result == BlockTable::Result::MISSING || next.previous != old_end) {
+    return fail(BLOCK_MISSING);
   }
   if (new_end == 0) state_.first_block = next.last_time;
   return set_previous(next, new_end);

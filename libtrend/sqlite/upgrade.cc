@@ -25,7 +25,7 @@ bool read_series_ids(sqlite3* db, std::vector<std::int64_t>& ids) {
   Statement row(db, "SELECT id FROM series");
   if (!row) return false;
   Statement::Step step = row.step();
-  for (; step == Statement::Step::ROW; step = row.step()) ids.push_back(row.read_id(0));
+  for (; step == Statement::Step::ROW; step = row.step()) ids.push_back(row.read_whole(0));
   return step == Statement::Step::DONE;
 }
 

@@ -58,6 +58,12 @@ bool SqliteWriter::fail(const std::string& reason) {
 
 bool SqliteWriter::fail_with_database_error() { return fail(sqlite3_errmsg(db_.get())); }
 
+/// Returns the result of a call of `series_`. Where it is false, takes the reason over.
+bool SqliteWriter::pass_on(bool is_done) {
+  if (!is_done) error_ = series_.error();
+  return is_done;
+}
+
 /// Prepares the statements for the catalogue, which shows that its tables are there.
 bool SqliteWriter::prepare() {
   const std::pair<Statement*, const char*> texts[] = {
@@ -95,13 +101,12 @@ bool SqliteWriter::begin() {
   std::int64_t data_version = 0;
   {
     const RunningStatement row(&get_data_version_);
-    if (row->step() != Statement::Step::ROW || !row->read(0, data_version)) {
-      return fail_with_database_error();
-    }
+    if (row->step() != Statement::Step::ROW) return fail_with_database_error();
+    data_version = row->read_whole(0);
   }
   if (data_version != data_version_ && !adopt_changes()) return false;
   data_version_ = data_version;
-  return series_.begin() || fail(series_.error());
+  return pass_on(series_.begin());
 }
 
 /// Looks at the database, which may have changed: another program may even have turned it into one
@@ -113,7 +118,8 @@ bool SqliteWriter::adopt_changes() {
   if (!read_number(db_.get(), "PRAGMA user_version", version)) return fail_with_database_error();
   if (version == ROWS_ONLY_VERSION && !upgrade(db_.get(), error_)) return false;
   if (!has_tables_) has_tables_ = series_.prepare(db_.get());
-  return has_tables_ || fail_with_database_error();
+  if (!has_tables_) return fail_with_database_error();
+  return true;
 }
 
 /// Runs a statement that adds a row to a table of the catalogue, unless it is there. Returns false
@@ -157,7 +163,7 @@ SqliteWriter::Outcome SqliteWriter::look_for_last_change() {
 }
 
 bool SqliteWriter::commit() {
-  if (!series_.finish()) return fail(series_.error());
+  if (!pass_on(series_.finish())) return false;
   if (commit_.run()) return true;
   const int code = sqlite3_extended_errcode(db_.get());
   const std::string reason = sqlite3_errmsg(db_.get());
@@ -189,9 +195,9 @@ bool SqliteWriter::add_device(CDeviceProperties& device) {
 
   const RunningStatement row(&get_device_);
   row->bind(1, device.path);
-  return (row->step() == Statement::Step::ROW && row->read(0, device.aux_1) &&
-          row->read(1, device.aux_text)) ||
-         fail_with_database_error();
+  if (row->step() != Statement::Step::ROW) return fail_with_database_error();
+  if (row->read(0, device.aux_1) && row->read(1, device.aux_text)) return true;
+  return fail("the catalogue is damaged");
 }
 
 /// Sets `used` to the number of the device's parameters, and to the slot after all of theirs.
@@ -206,7 +212,8 @@ bool SqliteWriter::find_used(std::int64_t device_id, Used& used) {
     used.slots = std::max(used.slots, get_slot(param, STATISTICS.size()));
     ++used.params;
   }
-  return step == Statement::Step::DONE || fail_with_database_error();
+  if (step == Statement::Step::ERROR) return fail_with_database_error();
+  return true;
 }
 
 bool SqliteWriter::add_param(const CDeviceProperties& device, CParamProperties& param) {
@@ -216,8 +223,11 @@ bool SqliteWriter::add_param(const CDeviceProperties& device, CParamProperties& 
     row->bind(1, device.aux_1);
     row->bind(2, param.path);
     const Statement::Step step = row->step();
-    if (step == Statement::Step::ROW) return read_slots(*row, param) || fail(beyond);
-    if (step != Statement::Step::DONE) return fail_with_database_error();
+    if (step == Statement::Step::ERROR) return fail_with_database_error();
+    if (step == Statement::Step::ROW) {
+      if (read_slots(*row, param)) return true;
+      return fail(beyond);
+    }
   }
   auto [entry, is_first] = used_.try_emplace(device.aux_1);
   Used& used = entry->second;
@@ -236,7 +246,8 @@ bool SqliteWriter::add_param(const CDeviceProperties& device, CParamProperties& 
   add_param_.bind(3, std::int64_t{get_statistics(param)});
   add_param_.bind(4, std::int64_t{param.aux_1});
   bool is_new = false;
-  return insert(add_param_, is_new) || fail_with_database_error();
+  if (insert(add_param_, is_new)) return true;
+  return fail_with_database_error();
 }
 
 bool SqliteWriter::add_series(const CDeviceProperties& device, std::uint32_t minutes,
@@ -250,15 +261,13 @@ bool SqliteWriter::add_series(const CDeviceProperties& device, std::uint32_t min
   row->bind(1, device.aux_1);
   row->bind(2, std::int64_t{minutes});
   series.minutes = minutes;
-  std::int64_t count = 0;
-  if (row->step() != Statement::Step::ROW || !row->read(0, series.id) || !row->read(1, count)) {
-    return fail_with_database_error();
-  }
-  if (count > static_cast<std::int64_t>(MAX_DEVICE_SERIES)) {
+  if (row->step() != Statement::Step::ROW) return fail_with_database_error();
+  if (!row->read(0, series.id)) return fail("the catalogue is damaged");
+  if (row->read_whole(1) > static_cast<std::int64_t>(MAX_DEVICE_SERIES)) {
     return fail("a device has at most " + std::to_string(MAX_DEVICE_SERIES) + " intervals");
   }
   if (!is_series_id(series.id)) return fail("the database has no room for another series");
-  return !is_new || series_.create(series.id) || fail(series_.error());
+  return !is_new || pass_on(series_.create(series.id));
 }
 
 bool SqliteWriter::append(const CSeries& series, std::int64_t timestamp, double valid_ratio,
@@ -267,7 +276,7 @@ bool SqliteWriter::append(const CSeries& series, std::int64_t timestamp, double 
     return fail("a row has more than the " + std::to_string(MAX_DEVICE_SLOTS) +
                 " slots that a device can have");
   }
-  return series_.append(series.id, timestamp, valid_ratio, slots) || fail(series_.error());
+  return pass_on(series_.append(series.id, timestamp, valid_ratio, slots));
 }
 
 bool SqliteWriter::get_copied(const std::string& source, const CSeries& series,
@@ -287,11 +296,11 @@ bool SqliteWriter::set_copied(const std::string& source, const CSeries& series,
 }
 
 bool SqliteWriter::purge(const CSeries& series, std::int64_t before) {
-  return series_.purge(series.id, before) || fail(series_.error());
+  return pass_on(series_.purge(series.id, before));
 }
 
 bool SqliteWriter::remove_row(const CSeries& series, std::int64_t timestamp) {
-  return series_.remove_row(series.id, timestamp) || fail(series_.error());
+  return pass_on(series_.remove_row(series.id, timestamp));
 }
 
 /// Runs `sql`, which removes rows of the catalogue that belong to `id`.
@@ -306,7 +315,7 @@ bool SqliteWriter::remove_from_catalogue(const char* sql, std::int64_t id) {
 }
 
 bool SqliteWriter::remove_series(const CSeries& series) {
-  if (!series_.remove(series.id)) return fail(series_.error());
+  if (!pass_on(series_.remove(series.id))) return false;
   // Another series may get its id.
   if (!remove_copied(db_.get(), series.id, error_)) return false;
   return remove_from_catalogue("DELETE FROM series WHERE id = ?1", series.id);
@@ -319,7 +328,8 @@ bool SqliteWriter::remove_device(const CDeviceProperties& device) {
     if (!row) return fail_with_database_error();
     row.bind(1, device.aux_1);
     Statement::Step step = row.step();
-    for (; step == Statement::Step::ROW; step = row.step()) all.push_back({.id = row.read_id(0)});
+    for (; step == Statement::Step::ROW; step = row.step())
+      all.push_back({.id = row.read_whole(0)});
     if (step == Statement::Step::ERROR) return fail_with_database_error();
   }
   for (const CSeries& series : all) {
@@ -330,7 +340,8 @@ bool SqliteWriter::remove_device(const CDeviceProperties& device) {
       !remove_from_catalogue("DELETE FROM device WHERE id = ?1", device.aux_1)) {
     return false;
   }
-  return sqlite3_changes(db_.get()) > 0 || fail("the database has no such device");
+  if (sqlite3_changes(db_.get()) > 0) return true;
+  return fail("the database has no such device");
 }
 
 }  // namespace toolkit::trend

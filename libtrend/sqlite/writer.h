@@ -60,6 +60,7 @@ class SqliteWriter : public LogWriter {
   bool find_used(std::int64_t device_id, Used& used);
   bool fail(const std::string& reason);
   bool fail_with_database_error();
+  bool pass_on(bool is_done);
 
   Database db_;
   SeriesWriters series_;

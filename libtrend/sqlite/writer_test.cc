@@ -339,6 +339,44 @@ TEST_F(Writer, RefusesMoreSlotsThanADeviceCanHave) {
   EXPECT_EQ(recorder_.error(), "a row has more than the 65535 slots that a device can have");
 }
 
+TEST_F(Writer, KeepsRowsOfDifferentWidths) {
+  open_new();
+  const std::vector<double> wide(MAX_DEVICE_SLOTS, 1.5);
+  ASSERT_EQ(recorder_.begin(), 0);
+  for (std::int64_t minute = 1; minute <= 300; ++minute) ASSERT_EQ(append(minute), 0);
+  ASSERT_EQ(recorder_.append(series_[0], 60 * 301, 1, wide), 0);
+  ASSERT_EQ(recorder_.commit(), 0);
+  EXPECT_EQ(minutes(), range(1, 301));
+}
+
+TEST_F(Writer, LeavesWideRowsOutOfABlockOfNarrowOnes) {
+  open_new();
+  ASSERT_EQ(recorder_.begin(), 0);
+  for (std::int64_t i = 1; i <= ENOUGH_ROWS; ++i) ASSERT_EQ(append(2 * i), 0);
+  ASSERT_EQ(recorder_.commit(), 0);
+  ASSERT_EQ(stored().blocks, 1);
+  ASSERT_EQ(recorder_.begin(), 0);
+  const std::vector<double> wide(MAX_DEVICE_SLOTS, 1.5);
+  ASSERT_EQ(recorder_.append(series_[0], 60 * 3, 1, wide), 0);
+  for (std::int64_t i = 2; i <= ROWS / 4; ++i) ASSERT_EQ(append(2 * i + 1), 0);
+  ASSERT_EQ(recorder_.commit(), 0);
+  EXPECT_EQ(stored().blocks, 1);
+  EXPECT_EQ(stored().sealed_rows, ROWS);
+}
+
+TEST_F(Writer, RecordsMoreThanItKeepsInMemory) {
+  constexpr unsigned SERIES = 34;
+  open_new(SERIES);
+  const std::vector<double> wide(MAX_DEVICE_SLOTS, 1.5);
+  ASSERT_EQ(recorder_.begin(), 0);
+  for (const CSeries& series : series_) ASSERT_EQ(recorder_.append(series, 60, 1, wide), 0);
+  ASSERT_EQ(recorder_.commit(), 0);
+  const RecordedDatabase database = stored();
+  for (const CSeries& series : series_) {
+    EXPECT_EQ(database.series.at(series.id).at(60).values, wide);
+  }
+}
+
 TEST_F(Writer, RefusesAParameterBeyondTheSlotsOfADevice) {
   open_new();
   const auto add = [&](const std::string& path) {

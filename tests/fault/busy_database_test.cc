@@ -11,6 +11,7 @@
 #include "tests/support/database_file.h"
 #include "tests/support/fault_vfs.h"
 #include "tests/support/process.h"
+#include "tests/support/statement_faults.h"
 
 using namespace toolkit::trend;
 
@@ -123,11 +124,13 @@ TEST_F(BusyDatabase, CanBeReadAfterAChangeOfTheJournalMode) {
 }
 
 TEST_F(BusyDatabase, CanBeReadBesideAPersistentJournal) {
-  write_file(db_ + "-journal", std::string(512, '\0'));
-  ASSERT_EQ(open(), 0) << log_.error();
-  EXPECT_EQ(read_value(), 1);
-  EXPECT_EQ(list_folder(folder_.path()),
-            (std::vector<std::string>{"trend.db", "trend.db-journal"}));
+  for (const unsigned size : {0U, 512U}) {
+    write_file(db_ + "-journal", std::string(size, '\0'));
+    ASSERT_EQ(open(), 0) << log_.error();
+    EXPECT_EQ(read_value(), 1);
+    EXPECT_EQ(list_folder(folder_.path()),
+              (std::vector<std::string>{"trend.db", "trend.db-journal"}));
+  }
 }
 
 TEST_F(BusyDatabase, CannotBeReadWhileItIsLocked) {
@@ -145,6 +148,7 @@ int main(int argc, char** argv) {
   // The faults come from the layer, so the disk need not be slow.
   if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 0);
   install_fault_vfs();
+  install_statement_faults();
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }

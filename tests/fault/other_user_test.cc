@@ -109,6 +109,21 @@ TEST_F(OtherUser, DoesNotStopTheOwnerFromWriting) {
   EXPECT_EQ(list_folder(shared_), std::vector<std::string>{"trend.db"});
 }
 
+TEST_F(OtherUser, CannotRecordIntoAFileOfAnother) {
+  ASSERT_EQ(CRecorder().open(db_), 0);
+  const ActingAs acting(OTHER);
+  CRecorder recorder;
+  EXPECT_NE(recorder.open(db_), 0);
+  EXPECT_EQ(recorder.error(), "it is not writable");
+}
+
+TEST_F(OtherUser, MakesADatabaseInAFolderThatItCannotRead) {
+  fs::permissions(shared_, fs::perms(0733));
+  const ActingAs acting(OTHER);
+  CRecorder recorder;
+  EXPECT_EQ(recorder.open(db_), 0) << recorder.error();
+}
+
 TEST_F(OtherUser, LeavesNoFileInItsOwnFolder) {
   load_as(OWNER, 1);
   ASSERT_EQ(chown(shared_.c_str(), OTHER, OTHER), 0);

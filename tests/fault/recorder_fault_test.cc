@@ -265,20 +265,77 @@ TEST(FailedSync, LeavesACommitInDoubtAndTheRecorderInUse) {
 }
 
 TEST(FailedUnlock, DoesNotMakeACommitFail) {
+  // What is recorded: nothing, a device, that a copy was made, a row.
+  for (const char* what : {"nothing", "device", "copy", "row"}) {
+    SCOPED_TRACE(what);
+    const TemporaryFolder folder;
+    const std::string db = folder.file("trend.db");
+    CRecorder recorder;
+    ASSERT_EQ(recorder.open(db), 0);
+    start_row(recorder, 60);
+    ASSERT_EQ(recorder.commit(), 0);
+    recorder.close();
+    run_sql(db, "PRAGMA journal_mode = delete");
+    ASSERT_EQ(recorder.open(db), 0);
+    CDeviceProperties device{.path = "/other"};
+    const CSeries series{.id = 1, .minutes = 1};
+    const std::string change = what;
+    ASSERT_EQ(recorder.begin(), 0);
+    if (change == "device") ASSERT_EQ(recorder.add_device(device), 0);
+    if (change == "copy") ASSERT_EQ(recorder.set_copied("source", series, 7), 0);
+    if (change == "row") ASSERT_EQ(recorder.append(series, 120, 1, {}), 0);
+    {
+      const FaultInForce fault({.call = Call::UNLOCK, .code = SQLITE_IOERR_UNLOCK});
+      EXPECT_EQ(recorder.commit(), 0) << recorder.error();
+      EXPECT_TRUE(fault.has_happened());
+    }
+    start_row(recorder, 180);
+    EXPECT_EQ(recorder.commit(), 0) << recorder.error();
+  }
+}
+
+TEST(FailedAllocation, MakesAQueryOfAnotherEncodingFail) {
   const TemporaryFolder folder;
   const std::string db = folder.file("trend.db");
-  ASSERT_EQ(CRecorder().open(db), 0);
-  run_sql(db, "PRAGMA journal_mode = delete");
-  CRecorder recorder;
-  ASSERT_EQ(recorder.open(db), 0);
-  start_row(recorder, 60);
-  {
-    const FaultInForce fault({.call = Call::UNLOCK, .code = SQLITE_IOERR_UNLOCK});
-    EXPECT_EQ(recorder.commit(), 0) << recorder.error();
-    EXPECT_TRUE(fault.has_happened());
+  run_sql(db, std::string("PRAGMA encoding = 'UTF-16';") + LOOSE_SCHEMA + IDENTITY + CATALOGUE);
+  bool has_happened = true;
+  for (int number = 1; has_happened; ++number) {
+    CLog log;
+    ASSERT_EQ(log.open(db, {}), 0) << log.error();
+    std::vector<CDeviceProperties> devices;
+    const FaultInForce fault({.call = Call::ALLOCATE, .number = number, .code = SQLITE_NOMEM});
+    const bool is_answered = log.get_devices(devices) == 0;
+    has_happened = fault.has_happened();
+    ASSERT_TRUE(is_answered ? devices.size() == 1 && devices[0].path == "/plant" : has_happened);
   }
-  start_row(recorder, 120);
-  EXPECT_EQ(recorder.commit(), 0) << recorder.error();
+}
+
+TEST_P(RecorderFault, InABackupIsToldAsItIs) {
+  const TemporaryFolder folder;
+  const std::string db = folder.file("trend.db");
+  const std::string copy = folder.file("copy.db");
+  ASSERT_EQ(load(db, {1000}), "");
+  // A backup needs memory very often.
+  const int distance = GetParam().call == Call::ALLOCATE ? 7 * ALLOCATION_STEP : 1;
+  bool has_happened = true;
+  for (int number = 1; has_happened; number += distance) {
+    SCOPED_TRACE(number);
+    CLog log;
+    bool is_made = false;
+    {
+      const FaultInForce fault(
+          {.call = GetParam().call, .number = number, .code = GetParam().code});
+      is_made = log.open(db, {.busy_timeout = 0}) == 0 && log.backup(copy) == 0;
+      has_happened = fault.has_happened();
+    }
+    ASSERT_EQ(is_made, log.error().empty());
+    ASSERT_EQ(std::filesystem::exists(copy), is_made);
+    if (is_made) ASSERT_EQ(read_times(copy), times_from(1000));
+    for (const std::string& file : list_folder(folder.path())) {
+      ASSERT_TRUE(file == "trend.db" || file == "copy.db") << file;
+      if (file == "copy.db") std::filesystem::remove(copy);
+    }
+  }
 }
 
 TEST(DeathOfAWriter, LeavesAnEmptyFileToTheNextOne) {

@@ -19,6 +19,10 @@ std::string print(const CParamProperties& param) {
          std::to_string(param.aux_1) + '\n';
 }
 
+std::string print(const CTimeRange& range) {
+  return std::to_string(range.first) + '-' + std::to_string(range.last) + ' ';
+}
+
 std::string print(const CPeriodProperties& period) { return std::to_string(period.interval) + ' '; }
 
 std::string print(const CSeriesSummary& series) {
@@ -76,12 +80,19 @@ Answers Questions::ask(const std::string& path) const {
   keep(log.get_devices(devices), devices, "devices", answers);
   std::vector<CPeriodProperties> periods;
   keep(log.get_periods(periods), periods, "intervals", answers);
+  std::string uuid;
+  if (log.get_uuid(uuid) == 0) answers["uuid"] = uuid;
   for (const CDeviceParams& device : devices_) {
     const std::string& name = device.device.path;
     std::vector<CParamProperties> params;
     keep(log.get_params(device.device, params), params, name + ":params", answers);
     std::vector<CSeriesSummary> series;
     keep(log.get_series(device.device, series), series, name + ":series", answers);
+    for (const CPeriodProperties& period : periods_) {
+      CSeriesChanges changes;
+      keep(log.get_changes(device.device, period.interval, 1, changes), changes.ranges,
+           name + ":changes-" + std::to_string(period.interval), answers);
+    }
     for (const RowQuestion& question : ROW_QUESTIONS) {
       CDeviceData data;
       if (log.get_trend_data(data, device, periods_, question.range, question.count,
