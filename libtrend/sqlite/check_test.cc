@@ -416,7 +416,7 @@ TEST_F(Checking, KnowsTheLastRowOfTheLastSeries) {
   EXPECT_THAT(damage, IsEmpty());
   // A new row lets the recorder look at all others.
   CRecorder recorder;
-  CDeviceProperties place{.path = "d"};
+  CDeviceProperties place{.path = "d", .aux_text = ""};
   CSeries series;
   ASSERT_EQ(recorder.open(path_), 0);
   ASSERT_EQ(recorder.begin(), 0);

@@ -70,7 +70,9 @@ class MadeUp {
                                recording.record(recorder) && recorder.commit() == 0;
       EXPECT_EQ(is_recorded, recorder.error().empty());
       recorder.close();
-      if (!is_recorded) EXPECT_EQ(questions_.ask(other), answers);
+      if (!is_recorded) {
+        EXPECT_EQ(questions_.ask(other), answers);
+      }
     }
     next_ %= RECORDINGS.size();
   }

@@ -277,13 +277,19 @@ TEST(FailedUnlock, DoesNotMakeACommitFail) {
     recorder.close();
     run_sql(db, "PRAGMA journal_mode = delete");
     ASSERT_EQ(recorder.open(db), 0);
-    CDeviceProperties device{.path = "/other"};
+    CDeviceProperties device{.path = "/other", .aux_text = ""};
     const CSeries series{.id = 1, .minutes = 1};
     const std::string change = what;
     ASSERT_EQ(recorder.begin(), 0);
-    if (change == "device") ASSERT_EQ(recorder.add_device(device), 0);
-    if (change == "copy") ASSERT_EQ(recorder.set_copied("source", series, 7), 0);
-    if (change == "row") ASSERT_EQ(recorder.append(series, 120, 1, {}), 0);
+    if (change == "device") {
+      ASSERT_EQ(recorder.add_device(device), 0);
+    }
+    if (change == "copy") {
+      ASSERT_EQ(recorder.set_copied("source", series, 7), 0);
+    }
+    if (change == "row") {
+      ASSERT_EQ(recorder.append(series, 120, 1, {}), 0);
+    }
     {
       const FaultInForce fault({.call = Call::UNLOCK, .code = SQLITE_IOERR_UNLOCK});
       EXPECT_EQ(recorder.commit(), 0) << recorder.error();
@@ -330,7 +336,9 @@ TEST_P(RecorderFault, InABackupIsToldAsItIs) {
     }
     ASSERT_EQ(is_made, log.error().empty());
     ASSERT_EQ(std::filesystem::exists(copy), is_made);
-    if (is_made) ASSERT_EQ(read_times(copy), times_from(1000));
+    if (is_made) {
+      ASSERT_EQ(read_times(copy), times_from(1000));
+    }
     for (const std::string& file : list_folder(folder.path())) {
       ASSERT_TRUE(file == "trend.db" || file == "copy.db") << file;
       if (file == "copy.db") std::filesystem::remove(copy);

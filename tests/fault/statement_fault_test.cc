@@ -276,8 +276,8 @@ TEST(StatementFaultsInANewDatabase, LeaveNoneOrAWholeOne) {
 
 INSTANTIATE_TEST_SUITE_P(In, StatementFaults,
                          testing::Values(make_sample_of_version_1, make_sample),
-                         [](const auto& info) {
-                           return info.param == make_sample_of_version_1 ? "Version1" : "Version2";
+                         [](const auto& state) {
+                           return state.param == make_sample_of_version_1 ? "Version1" : "Version2";
                          });
 
 }  // namespace

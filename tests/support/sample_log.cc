@@ -9,7 +9,8 @@ namespace {
 std::vector<StoredRow> make_rows(std::int64_t first, std::int64_t last) {
   std::vector<StoredRow> rows;
   for (std::int64_t i = first; i <= last; ++i) {
-    rows.push_back({get_sample_time(i), 1, {i * 1.0, i / 3.0, i / 10.0}});
+    const auto value = static_cast<double>(i);
+    rows.push_back({get_sample_time(i), 1, {value, value / 3, value / 10}});
   }
   return rows;
 }
@@ -48,7 +49,7 @@ void make_sample(const std::string& path) {
 namespace {
 
 bool add_rows(CRecorder& recorder) {
-  CDeviceProperties old{.path = "a"};
+  CDeviceProperties old{.path = "a", .aux_text = ""};
   CDeviceProperties device{.path = "new", .aux_text = "pump house"};
   CParamProperties speed{.path = "speed", .has_max = true};
   CParamProperties flow{.path = "flow", .has_max = true};
@@ -75,7 +76,7 @@ bool add_rows(CRecorder& recorder) {
 }
 
 bool purge(CRecorder& recorder) {
-  CDeviceProperties device{.path = "a"};
+  CDeviceProperties device{.path = "a", .aux_text = ""};
   CSeries fine;
   CSeries coarse;
   return recorder.add_device(device) == 0 && recorder.add_series(device, 5, fine) == 0 &&
@@ -85,7 +86,7 @@ bool purge(CRecorder& recorder) {
 }
 
 bool remove_rows(CRecorder& recorder) {
-  CDeviceProperties device{.path = "a"};
+  CDeviceProperties device{.path = "a", .aux_text = ""};
   CSeries fine;
   if (recorder.add_device(device) != 0 || recorder.add_series(device, 5, fine) != 0 ||
       recorder.append(fine, get_sample_time(30), 1, {}) != 0) {
@@ -98,8 +99,8 @@ bool remove_rows(CRecorder& recorder) {
 }
 
 bool remove_device(CRecorder& recorder) {
-  CDeviceProperties first{.path = "a"};
-  CDeviceProperties second{.path = "b"};
+  CDeviceProperties first{.path = "a", .aux_text = ""};
+  CDeviceProperties second{.path = "b", .aux_text = ""};
   CSeries series;
   return recorder.add_device(first) == 0 && recorder.add_series(first, 5, series) == 0 &&
          recorder.set_copied("source", series, 3) == 0 && recorder.remove_series(series) == 0 &&
@@ -108,7 +109,7 @@ bool remove_device(CRecorder& recorder) {
 
 /// Adds so many rows that blocks are made of them at once.
 bool load_rows(CRecorder& recorder) {
-  CDeviceProperties device{.path = "a"};
+  CDeviceProperties device{.path = "a", .aux_text = ""};
   CSeries series;
   if (recorder.add_device(device) != 0 || recorder.add_series(device, 5, series) != 0) return false;
   for (std::int64_t row = 30; row < 630; ++row) {
@@ -118,7 +119,7 @@ bool load_rows(CRecorder& recorder) {
 }
 
 bool note_copy(CRecorder& recorder) {
-  CDeviceProperties device{.path = "a"};
+  CDeviceProperties device{.path = "a", .aux_text = ""};
   CSeries series;
   std::uint64_t change = 0;
   return recorder.add_device(device) == 0 && recorder.add_series(device, 5, series) == 0 &&
