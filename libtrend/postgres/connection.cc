@@ -40,6 +40,12 @@ bool is_good(const Result& result) {
   return status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK;
 }
 
+/// Whether a statement has failed without an answer of the server, which has a code.
+bool is_failure_of_libpq(const Result& result) {
+  return PQresultStatus(result.get()) == PGRES_FATAL_ERROR &&
+         PQresultErrorField(result.get(), PG_DIAG_SQLSTATE) == nullptr;
+}
+
 /// A time limit in milliseconds, as libpq and the server take it. 0 would be no limit.
 std::string get_milliseconds(unsigned seconds) {
   constexpr std::uint64_t LONGEST = std::numeric_limits<std::int32_t>::max();
@@ -208,18 +214,22 @@ std::vector<Result> Connection::finish_pipeline() {
     Result result(PQgetResult(connection));
     if (PQresultStatus(result.get()) == PGRES_PIPELINE_SYNC) {
       --pipelines_;
-    } else if (result.get() != nullptr) {
+      continue;
+    }
+    if (result.get() != nullptr) {
       last = std::move(result);
+      if (!is_failure_of_libpq(last)) continue;
     } else if (last.get() != nullptr && PQstatus(connection) == CONNECTION_OK) {
       results.push_back(std::exchange(last, Result()));
-    } else {
-      // Where sending has failed, libpq returns no more results, but the status stays as it was.
-      is_lost_ = true;
-      // What came before must not pass for the whole.
-      results.clear();
-      results.push_back(is_good(last) ? Result() : std::exchange(last, Result()));
-      pipelines_ = 0;
+      continue;
     }
+    // Where sending has failed, libpq returns no more results, but the status stays as it was.
+    // Where memory was lacking, the end of the pipeline may never come.
+    is_lost_ = true;
+    // What came before must not pass for the whole.
+    results.clear();
+    results.push_back(is_good(last) ? Result() : std::exchange(last, Result()));
+    pipelines_ = 0;
   }
   PQexitPipelineMode(connection);
   statements_ = 0;
@@ -301,7 +311,7 @@ bool Connection::commit(bool& is_in_doubt) {
     error_ = "the server has undone the transaction";
     return false;
   }
-  is_in_doubt = PQstatus(connection_.get()) != CONNECTION_OK;
+  is_in_doubt = PQstatus(connection_.get()) != CONNECTION_OK || is_failure_of_libpq(result);
   if (is_in_doubt) return fail();
   error_ = get_message(result.get());
   return false;
