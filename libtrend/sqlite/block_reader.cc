@@ -112,7 +112,8 @@ bool BlockReader::get_changes(const CSeries& series, std::uint64_t since, CSerie
     error_ = sqlite3_errmsg(db_);
     return false;
   }
-  return find_changes(loose, known->chain, known->state, since, changes, error_);
+  return find_changes(loose, known->loose.times, known->chain, known->state, since, changes,
+                      error_);
 }
 
 }  // namespace toolkit::trend

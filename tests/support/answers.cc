@@ -89,9 +89,12 @@ Answers Questions::ask(const std::string& path) const {
     std::vector<CSeriesSummary> series;
     keep(log.get_series(device.device, series), series, name + ":series", answers);
     for (const CPeriodProperties& period : periods_) {
-      CSeriesChanges changes;
-      keep(log.get_changes(device.device, period.interval, 1, changes), changes.ranges,
-           name + ":changes-" + std::to_string(period.interval), answers);
+      for (const unsigned since : {0U, 1U}) {
+        CSeriesChanges changes;
+        keep(log.get_changes(device.device, period.interval, since, changes), changes.ranges,
+             name + ":changes-" + std::to_string(period.interval) + '-' + std::to_string(since),
+             answers);
+      }
     }
     for (const RowQuestion& question : ROW_QUESTIONS) {
       CDeviceData data;
