@@ -1,6 +1,7 @@
 // Reading an archive while each message, statement and value is spoiled in turn.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <optional>
 
 #include "libtrend/log.h"
@@ -48,9 +49,8 @@ std::string describe(const std::vector<CTimeRange>& ranges) {
   return text;
 }
 
-/// Asks for all that is in an archive, in all ways.
-std::vector<std::string> ask(CLog& log, const CDeviceParams& selection) {
-  Answers answers(log);
+/// Asks for all that the catalogue of an archive has.
+void ask_for_catalogue(CLog& log, const CDeviceParams& selection, Answers& answers) {
   std::vector<CDeviceProperties> devices;
   int status = log.get_devices(devices);
   std::string text;
@@ -91,28 +91,35 @@ std::vector<std::string> ask(CLog& log, const CDeviceParams& selection) {
     status = log.get_changes(selection.device, 1, since, changes);
     answers.add(status, std::to_string(changes.number) + ": " + describe(changes.ranges));
   }
+}
 
+/// Asks for all rows, in all ways.
+void ask_for_rows(CLog& log, const CDeviceParams& selection, Answers& answers) {
   for (const bool ascending : {false, true}) {
     for (const unsigned offset : {0U, 9U}) {
       CDeviceData data;
-      status = log.get_trend_data(data, selection, {{.interval = 1}, {.interval = 5}}, {-1, -1}, 0,
-                                  offset, ascending, true);
+      const int status = log.get_trend_data(data, selection, {{.interval = 1}, {.interval = 5}},
+                                            {-1, -1}, 0, offset, ascending, true);
       answers.add(status, print_rows(data));
     }
     CDeviceData part;
-    status =
+    const int status =
         log.get_trend_data(part, selection, {{.interval = 1}}, {120, 900}, 4, 3, ascending, true);
     answers.add(status, print_rows(part));
   }
 
   std::vector<CDamage> damage;
-  status = log.check(damage);
+  const int status = log.check(damage);
   if (status == 0 && !damage.empty()) {
     answers.add("", damage.front().text);
   } else {
     answers.add(status, "");
   }
-  return answers.texts();
+}
+
+void ask_for_all(CLog& log, const CDeviceParams& selection, Answers& answers) {
+  ask_for_catalogue(log, selection, answers);
+  ask_for_rows(log, selection, answers);
 }
 
 class EveryReaderFault : public testing::Test {
@@ -146,8 +153,15 @@ class EveryReaderFault : public testing::Test {
     }
   }
 
+  using Questions = std::function<void(CLog&, const CDeviceParams&, Answers&)>;
+
   /// Each call must answer as it does without a fault, or fail.
-  void expect_right_or_failed(Fault fault, int step) {
+  void expect_right_or_failed(Fault fault, int step, const Questions& questions) {
+    const auto ask = [&](CLog& log, const CDeviceParams& selection) {
+      Answers answers(log);
+      questions(log, selection, answers);
+      return answers.texts();
+    };
     CLog log;
     ASSERT_EQ(log.open(url_, {}), 0) << log.error();
     CDeviceParams selection{.device = device_, .params = {}};
@@ -181,27 +195,32 @@ class EveryReaderFault : public testing::Test {
 
 TEST_F(EveryReaderFault, ALostRequestOfAReaderIsNoticed) {
   make_archive(2, 12);
-  expect_right_or_failed(Fault::LOSE_REQUEST, 19);
+  expect_right_or_failed(Fault::LOSE_REQUEST, 19, ask_for_all);
 }
 
 TEST_F(EveryReaderFault, ALostReplyToAReaderIsNoticed) {
   make_archive(2, 12);
-  expect_right_or_failed(Fault::LOSE_REPLY, 29);
+  expect_right_or_failed(Fault::LOSE_REPLY, 29, ask_for_all);
 }
 
 TEST_F(EveryReaderFault, ALostServerIsNoticedByAReader) {
   make_archive(2, 12);
-  expect_right_or_failed(Fault::LOSE_SERVER, 37);
+  expect_right_or_failed(Fault::LOSE_SERVER, 37, ask_for_all);
 }
 
 TEST_F(EveryReaderFault, ARefusedQueryFails) {
   make_archive(2, 12);
-  expect_right_or_failed(Fault::REFUSE, 1);
+  expect_right_or_failed(Fault::REFUSE, 1, ask_for_all);
 }
 
-TEST_F(EveryReaderFault, AMissingValueIsNotTakenForAnother) {
+TEST_F(EveryReaderFault, AMissingValueOfARowIsNotTakenForAnother) {
   make_archive(2, 12);
-  expect_right_or_failed(Fault::NO_VALUE, 11);
+  expect_right_or_failed(Fault::NO_VALUE, 11, ask_for_rows);
+}
+
+TEST_F(EveryReaderFault, AMissingValueOfTheCatalogueIsNotTakenForAnother) {
+  make_archive(2, 12);
+  expect_right_or_failed(Fault::NO_VALUE, 1, ask_for_catalogue);
 }
 
 }  // namespace
