@@ -124,16 +124,17 @@ void ask_for_all(CLog& log, const CDeviceParams& selection, Answers& answers) {
 
 class EveryReaderFault : public testing::Test {
  protected:
-  /// Makes an archive with one device, which has so many parameters that its rows come in several
-  /// portions, and a few rows.
-  void make_archive(std::uint32_t params, int rows) {
+  /// Makes an archive with one device and a few rows, which two transactions record.
+  void SetUp() override {
+    constexpr int PARAMS = 2;
+    constexpr int ROWS = 12;
     url_ = server().make_archive();
     CRecorder recorder;
     device_ = {.path = "site", .aux_text = "of tests"};
     ASSERT_EQ(recorder.open(url_), 0) << recorder.error();
     ASSERT_EQ(recorder.begin(), 0);
     ASSERT_EQ(recorder.add_device(device_), 0);
-    for (std::uint32_t i = 0; i < params; ++i) {
+    for (int i = 0; i < PARAMS; ++i) {
       CParamProperties param{.path = "p" + std::to_string(i)};
       set_statistics(param, ALL_STATISTICS);
       ASSERT_EQ(recorder.add_param(device_, param), 0);
@@ -144,7 +145,7 @@ class EveryReaderFault : public testing::Test {
     }
     for (int change = 0; change < 2; ++change) {
       ASSERT_TRUE(change == 0 || recorder.begin() == 0) << recorder.error();
-      for (int row = change; row < rows; row += 2) {
+      for (int row = change; row < ROWS; row += 2) {
         const std::vector<double> slots = {1.0 * row, 2.0 * row, 3, 4, 5, -1.0 * row};
         ASSERT_EQ(recorder.append(series_[0], 60 * (row + 1), 1, slots), 0);
         ASSERT_TRUE(row % 5 != 4 || recorder.append(series_[1], 60 * (row - 2), 0.5, slots) == 0);
@@ -194,32 +195,26 @@ class EveryReaderFault : public testing::Test {
 };
 
 TEST_F(EveryReaderFault, ALostRequestOfAReaderIsNoticed) {
-  make_archive(2, 12);
   expect_right_or_failed(Fault::LOSE_REQUEST, 19, ask_for_all);
 }
 
 TEST_F(EveryReaderFault, ALostReplyToAReaderIsNoticed) {
-  make_archive(2, 12);
   expect_right_or_failed(Fault::LOSE_REPLY, 29, ask_for_all);
 }
 
 TEST_F(EveryReaderFault, ALostServerIsNoticedByAReader) {
-  make_archive(2, 12);
   expect_right_or_failed(Fault::LOSE_SERVER, 37, ask_for_all);
 }
 
 TEST_F(EveryReaderFault, ARefusedQueryFails) {
-  make_archive(2, 12);
   expect_right_or_failed(Fault::REFUSE, 1, ask_for_all);
 }
 
 TEST_F(EveryReaderFault, AMissingValueOfARowIsNotTakenForAnother) {
-  make_archive(2, 12);
   expect_right_or_failed(Fault::NO_VALUE, 11, ask_for_rows);
 }
 
 TEST_F(EveryReaderFault, AMissingValueOfTheCatalogueIsNotTakenForAnother) {
-  make_archive(2, 12);
   expect_right_or_failed(Fault::NO_VALUE, 1, ask_for_catalogue);
 }
 
