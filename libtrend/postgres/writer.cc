@@ -330,7 +330,8 @@ bool ArchiveWriter::remove_device(const CDeviceProperties& device) {
   if (!fetch("SELECT id FROM series WHERE device_id = $1", parameters, result)) return false;
   for (std::size_t row = 0; row < result.rows(); ++row) {
     CSeries series;
-    if (!result.read(row, 0, series.id) || !remove_series(series)) return false;
+    if (!result.read(row, 0, series.id)) return fail(DAMAGED_CATALOGUE);
+    if (!remove_series(series)) return false;
   }
   params_.erase(device.aux_1);
   if (!run("DELETE FROM parameter WHERE device_id = $1", parameters) ||
