@@ -18,9 +18,9 @@ constexpr std::int64_t MAX_BYTES = std::numeric_limits<std::uint32_t>::max();
 /// Whether a block can have such a head.
 bool is_possible(const BlockHead& head) {
   return head.number >= 0 && head.number <= MAX_BLOCK_NUMBER && head.rows >= 1 &&
-         head.previous >= 0 && head.previous < head.first_time &&
-         head.first_time <= head.last_time && head.bytes >= 0 && head.bytes <= MAX_BYTES &&
-         head.segment_size >= 1 && head.segment_size <= MAX_BYTES;
+         head.rows <= static_cast<std::int64_t>(MAX_BLOCK_ROWS) && head.previous >= 0 &&
+         head.previous < head.first_time && head.first_time <= head.last_time && head.bytes >= 0 &&
+         head.bytes <= MAX_BYTES && head.segment_size >= 1 && head.segment_size <= MAX_BYTES;
 }
 
 std::int64_t get_segment_id(const BlockHead& head, std::int64_t place) {
