@@ -106,7 +106,8 @@ bool RowCursor::decode(CSnapshot& row) {
   if (is_borrower_) {
     if (!borrow()) return false;
     rows_->bind(1, id);
-    if (rows_->step() != Statement::Step::ROW || rows_->read_whole(0) != id) return fail_as_damaged();
+    if (rows_->step() != Statement::Step::ROW || rows_->read_whole(0) != id)
+      return fail_as_damaged();
   }
   std::span<const unsigned char> bytes;
   const bool is_read = read_row(*rows_, id, false, row.valid_ratio, bytes) &&
