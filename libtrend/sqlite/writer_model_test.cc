@@ -285,9 +285,9 @@ TEST(RecordingAtRandom, StoresWhatTheModelHasInSingleRows) {
   RecordingAtRandom recording(1);
   recording.start();
   recording.run(3);
-  recording.run_single_rows(1300);
+  recording.run_single_rows(random_rounds(1300, 600));
   recording.run(10);
-  recording.run_single_rows(700);
+  recording.run_single_rows(random_rounds(700, 300));
 }
 
 }  // namespace
