@@ -99,7 +99,7 @@ class RecorderFault : public testing::TestWithParam<Kind> {
 
   /// How far one fault is from the next. Calls for memory are very many.
   static int step() {
-    if (GetParam().call == Call::ALLOCATE) return ALLOCATION_STEP;
+    if (GetParam().call == Call::ALLOCATE && !is_long_run()) return ALLOCATION_STEP;
     return 1;
   }
 
