@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -48,6 +49,11 @@ bool AsideFile::move_to(const std::string& path) {
   }
   // Not every file system supports RENAME_NOREPLACE.
   return errno != EEXIST && link(name_.c_str(), path.c_str()) == 0;
+}
+
+bool fail_with_system_error(std::string& error) {
+  error = std::strerror(errno);
+  return false;
 }
 
 bool sync_folder(const std::string& path) {

@@ -33,6 +33,9 @@ class AsideFile {
   int file_ = -1;
 };
 
+/// Sets `error` to the reason in `errno`, and returns false.
+bool fail_with_system_error(std::string& error);
+
 /// Syncs the folder of `path`, so that the names in it are on the disk. Returns false on failure,
 /// with the reason in `errno`.
 [[nodiscard]] bool sync_folder(const std::string& path);

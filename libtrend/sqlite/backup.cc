@@ -23,8 +23,6 @@ bool fail(const std::string& reason, std::string& error) {
   return false;
 }
 
-bool fail_with_system_error(std::string& error) { return fail(std::strerror(errno), error); }
-
 constexpr const char* STOPPED = "it was stopped";
 
 /// Ends a copy. SQLite returns the reason of a failure once more, so that is not needed here.

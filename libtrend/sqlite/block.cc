@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
 
 #include "libtrend/query/bytes.h"
 #include "libtrend/query/engine.h"
@@ -122,7 +121,7 @@ bool decode_block_column(const BlockHead& head, std::size_t slot,
                          std::span<const unsigned char> bytes, std::span<double> values) {
   if (bytes.empty()) {
     // Nothing was stored for a column without values.
-    std::fill(values.begin(), values.end(), std::numeric_limits<double>::quiet_NaN());
+    std::fill(values.begin(), values.end(), MISSING_VALUE);
     return true;
   }
   if (bytes.size() < CHECKSUM_SIZE) return false;

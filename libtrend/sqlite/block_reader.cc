@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/loose_rows.h"
 #include "libtrend/sqlite/mixed_cursor.h"
 #include "libtrend/sqlite/series_changes.h"
@@ -50,7 +51,7 @@ bool BlockReader::check_catalogue() {
       get_catalogue_checksum(db_, catalogue) && expected == std::int64_t{catalogue}) {
     return true;
   }
-  error_ = "the catalogue is damaged";
+  error_ = CATALOGUE_DAMAGED;
   return false;
 }
 
@@ -69,7 +70,7 @@ BlockReader::Series* BlockReader::find_series(std::int64_t id,
     case SeriesStates::Result::FOUND:
       break;
     case SeriesStates::Result::MISSING:
-      error_ = "the state of a series is missing";
+      error_ = STATE_MISSING;
       return nullptr;
     case SeriesStates::Result::FAILED:
       return nullptr;

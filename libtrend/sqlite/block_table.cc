@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <limits>
 
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/schema.h"
 
 namespace toolkit::trend {
 
 namespace {
-
-constexpr const char* HEAD_DAMAGED = "the head of a block is damaged";
-constexpr const char* COLUMNS_DAMAGED = "the columns of a block are damaged";
 
 /// A block has at most 65,535 columns, each of at most 65,535 bytes.
 constexpr std::int64_t MAX_BYTES = std::numeric_limits<std::uint32_t>::max();

@@ -1,14 +1,14 @@
 #include "libtrend/sqlite/block_values.h"
 
 #include <algorithm>
-#include <limits>
 #include <span>
+
+#include "libtrend/sqlite/column.h"
+#include "libtrend/sqlite/damage_text.h"
 
 namespace toolkit::trend {
 
 namespace {
-
-constexpr const char* DAMAGED = "the columns of a block are damaged";
 
 /// So many columns are decoded before their values go to the rows: those of one row then fill a
 /// line of the processor's cache.
@@ -55,7 +55,7 @@ void BlockValues::read_one_by_one(BlockTable& table, const BlockHead& head,
   for (std::size_t i = first; i < end; ++i) {
     if (read_run(table, head, layout, i, i + 1, ignored)) continue;
     for (std::size_t row = 0; row < layout.times.size(); ++row) {
-      values_[row * slots_.size() + i] = std::numeric_limits<double>::quiet_NaN();
+      values_[row * slots_.size() + i] = MISSING_VALUE;
     }
     lose(i);
   }
@@ -75,14 +75,14 @@ bool BlockValues::read_run(BlockTable& table, const BlockHead& head, const Block
     for (std::size_t column = 0; column < columns; ++column) {
       const std::span<double> values = std::span(tile_).subspan(column * rows, rows);
       if (!is_there) {
-        std::fill(values.begin(), values.end(), std::numeric_limits<double>::quiet_NaN());
+        std::fill(values.begin(), values.end(), MISSING_VALUE);
         continue;
       }
       const auto slot = static_cast<std::size_t>(slots_[i + column]);
       const auto encoded = std::span<const unsigned char>(bytes_).subspan(
           layout.offsets[slot] - start, layout.offsets[slot + 1] - layout.offsets[slot]);
       if (!decode_block_column(head, slot, encoded, values)) {
-        error = DAMAGED;
+        error = COLUMNS_DAMAGED;
         return false;
       }
     }

@@ -11,6 +11,7 @@
 #include "libtrend/sqlite/check_rules.h"
 #include "libtrend/sqlite/connection.h"
 #include "libtrend/sqlite/damage_list.h"
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/damaged_reader.h"
 #include "libtrend/sqlite/remains.h"
 #include "libtrend/sqlite/schema.h"
@@ -41,7 +42,7 @@ class DatabaseCheck {
     check_rules(db_, found_);
     check_catalogue(db_, version_, found_, series_);
     if (has_blocks_) check_database_row();
-    if (!finder_) note("a table is missing");
+    if (!finder_) note(TABLE_MISSING);
     if (!finder_ || !check_series()) return !is_stopped_;
     check_owners(has_blocks_ ? "loose" : "snapshot", "rows of no series");
     if (has_blocks_) {
@@ -96,7 +97,7 @@ class DatabaseCheck {
 };
 
 void DatabaseCheck::check_database_row() {
-  std::string reason = "a table is missing";
+  std::string reason = TABLE_MISSING;
   BlockReader reader(db_, reason);
   if (!reader || !reader.start_query(true)) note(reason);
   std::int64_t number = 0;

@@ -12,7 +12,7 @@ constexpr std::uint32_t POLYNOMIAL = 0x82F63B78;  // bits reversed
 constexpr std::size_t WORD = 8;
 
 /// What a byte does to the checksum when `i` more bytes follow it.
-constexpr auto TABLES = [] {
+constexpr auto CRC_TABLES = [] {
   std::array<std::array<std::uint32_t, 256>, WORD> tables{};
   for (std::uint32_t byte = 0; byte < 256; ++byte) {
     std::uint32_t crc = byte;
@@ -39,11 +39,12 @@ std::uint32_t update_by_tables(std::uint32_t crc, const unsigned char* bytes, st
   for (; size >= WORD; size -= WORD, bytes += WORD) {
     const std::uint32_t low = crc ^ load_little_endian(bytes);
     const std::uint32_t high = load_little_endian(bytes + 4);
-    crc = TABLES[7][low & 0xFF] ^ TABLES[6][low >> 8 & 0xFF] ^ TABLES[5][low >> 16 & 0xFF] ^
-          TABLES[4][low >> 24] ^ TABLES[3][high & 0xFF] ^ TABLES[2][high >> 8 & 0xFF] ^
-          TABLES[1][high >> 16 & 0xFF] ^ TABLES[0][high >> 24];
+    crc = CRC_TABLES[7][low & 0xFF] ^ CRC_TABLES[6][low >> 8 & 0xFF] ^
+          CRC_TABLES[5][low >> 16 & 0xFF] ^ CRC_TABLES[4][low >> 24] ^ CRC_TABLES[3][high & 0xFF] ^
+          CRC_TABLES[2][high >> 8 & 0xFF] ^ CRC_TABLES[1][high >> 16 & 0xFF] ^
+          CRC_TABLES[0][high >> 24];
   }
-  for (; size > 0; --size, ++bytes) crc = crc >> 8 ^ TABLES[0][(crc ^ *bytes) & 0xFF];
+  for (; size > 0; --size, ++bytes) crc = crc >> 8 ^ CRC_TABLES[0][(crc ^ *bytes) & 0xFF];
   return crc;
 }
 

@@ -12,8 +12,6 @@ namespace toolkit::trend {
 
 namespace {
 
-constexpr double MISSING_VALUE = std::numeric_limits<double>::quiet_NaN();
-
 /// How a column is encoded: its first byte.
 enum Kind : unsigned char {
   MISSING = 0,    ///< every value is missing

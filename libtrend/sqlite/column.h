@@ -3,10 +3,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <span>
 #include <vector>
 
 namespace toolkit::trend {
+
+/// Stands for a value that is missing.
+inline constexpr double MISSING_VALUE = std::numeric_limits<double>::quiet_NaN();
 
 /// Appends the shortest encoding of `values` to `bytes`. It gives back every value bit for bit,
 /// but for NaNs: all of them are one and the same missing value.

@@ -103,7 +103,10 @@ bool configure(sqlite3* db, const OpenOptions& options, std::string& error) {
   }
   if (options.heap_limit != 0) sqlite3_soft_heap_limit64(options.heap_limit);
   if (options.exclusive) settings += "PRAGMA locking_mode = EXCLUSIVE;";
-  if (execute(db, settings)) return true;
+  return execute(db, settings) || fail_with_database_error(db, error);
+}
+
+bool fail_with_database_error(sqlite3* db, std::string& error) {
   error = sqlite3_errmsg(db);
   return false;
 }
@@ -129,8 +132,7 @@ bool verify(sqlite3* db, std::string& error) {
   std::int64_t version = 0;
   if (!read_number(db, "PRAGMA application_id", application) ||
       !read_number(db, "PRAGMA user_version", version)) {
-    error = sqlite3_errmsg(db);
-    return false;
+    return fail_with_database_error(db, error);
   }
   if (application != APPLICATION_ID) {
     error = "it is not a trend database";

@@ -28,6 +28,9 @@ using Database = std::unique_ptr<sqlite3, DatabaseDeleter>;
 /// Returns false on failure, with the reason in `error`.
 [[nodiscard]] bool configure(sqlite3* db, const OpenOptions& options, std::string& error);
 
+/// Sets `error` to SQLite's message about the last call that failed, and returns false.
+bool fail_with_database_error(sqlite3* db, std::string& error);
+
 /// Runs SQL statements and ignores their results. Returns false on failure.
 [[nodiscard]] bool execute(sqlite3* db, const std::string& sql);
 

@@ -23,11 +23,6 @@ CREATE TABLE IF NOT EXISTS copied (
 ) STRICT, WITHOUT ROWID;
 )";
 
-bool fail(sqlite3* db, std::string& error) {
-  error = sqlite3_errmsg(db);
-  return false;
-}
-
 std::int64_t get_checksum(const CopiedRow& row) {
   std::vector<unsigned char> bytes;
   append(static_cast<std::uint32_t>(row.source.size()), bytes);
@@ -40,7 +35,7 @@ std::int64_t get_checksum(const CopiedRow& row) {
 bool find_table(sqlite3* db, bool& is_there, std::string& error) {
   std::int64_t tables = 0;
   const char* sql = "SELECT count(*) FROM sqlite_schema WHERE type = 'table' AND name = 'copied'";
-  if (!read_number(db, sql, tables)) return fail(db, error);
+  if (!read_number(db, sql, tables)) return fail_with_database_error(db, error);
   is_there = tables > 0;
   return true;
 }
@@ -53,11 +48,11 @@ bool read_copied(sqlite3* db, CopiedRow& row, std::string& error) {
   if (!find_table(db, is_there, error)) return false;
   if (!is_there) return true;
   Statement found(db, "SELECT change, checksum FROM copied WHERE source = ?1 AND series_id = ?2");
-  if (!found) return fail(db, error);
+  if (!found) return fail_with_database_error(db, error);
   found.bind(1, row.source);
   found.bind(2, row.series_id);
   const Statement::Step step = found.step();
-  if (step == Statement::Step::ERROR) return fail(db, error);
+  if (step == Statement::Step::ERROR) return fail_with_database_error(db, error);
   std::int64_t checksum = 0;
   // Without a number that can be trusted, everything is compared once more, which is not wrong.
   const bool is_read = step == Statement::Step::ROW && found.read(0, row.change) &&
@@ -67,15 +62,15 @@ bool read_copied(sqlite3* db, CopiedRow& row, std::string& error) {
 }
 
 bool write_copied(sqlite3* db, const CopiedRow& row, std::string& error) {
-  if (!execute(db, CREATE_TABLE)) return fail(db, error);
+  if (!execute(db, CREATE_TABLE)) return fail_with_database_error(db, error);
   Statement write(db, "INSERT OR REPLACE INTO copied VALUES (?1, ?2, ?3, ?4)");
-  if (!write) return fail(db, error);
+  if (!write) return fail_with_database_error(db, error);
   write.bind(1, row.source);
   write.bind(2, row.series_id);
   write.bind(3, row.change);
   write.bind(4, get_checksum(row));
   if (write.run()) return true;
-  return fail(db, error);
+  return fail_with_database_error(db, error);
 }
 
 bool remove_copied(sqlite3* db, std::int64_t series_id, std::string& error) {
@@ -83,10 +78,10 @@ bool remove_copied(sqlite3* db, std::int64_t series_id, std::string& error) {
   if (!find_table(db, is_there, error)) return false;
   if (!is_there) return true;
   Statement remove(db, "DELETE FROM copied WHERE series_id = ?1");
-  if (!remove) return fail(db, error);
+  if (!remove) return fail_with_database_error(db, error);
   remove.bind(1, series_id);
   if (remove.run()) return true;
-  return fail(db, error);
+  return fail_with_database_error(db, error);
 }
 
 }  // namespace toolkit::trend

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "libtrend/sqlite/block_reader.h"
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/mixed_cursor.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/statistics.h"
@@ -47,7 +48,7 @@ void DamagedReader::start_query(bool has_changed) {
   if (!has_changed) return;
   series_.clear();
   if (version_ == ROWS_ONLY_VERSION) return;
-  std::string reason = "a table is missing";
+  std::string reason = TABLE_MISSING;
   BlockReader strict(db_, reason);
   if (strict && strict.start_query(true)) return;
   damage_.insert({.device = "", .param = "", .text = reason});

@@ -14,10 +14,8 @@ namespace toolkit::trend {
 namespace {
 
 /// Takes the lock of a connection in exclusive locking mode. The connection keeps the lock.
-bool lock(sqlite3* db, std::string& error) {
-  if (execute(db, "BEGIN EXCLUSIVE; COMMIT")) return true;
-  error = sqlite3_errmsg(db);
-  return false;
+bool lock_to_write(sqlite3* db, std::string& error) {
+  return execute(db, "BEGIN EXCLUSIVE; COMMIT") || fail_with_database_error(db, error);
 }
 
 /// Opens the file `name` for writing. Fails if only reading is possible, which SQLite would accept.
@@ -82,7 +80,7 @@ Database open_database(const std::string& path, const OpenOptions& options, std:
   Database db = open(path, options, false, error);
   if (!db || options.read_only) return db;
   if (!set_journal(db.get(), options.traditional_journal, options.busy_timeout, error) ||
-      (options.exclusive && !lock(db.get(), error))) {
+      (options.exclusive && !lock_to_write(db.get(), error))) {
     return nullptr;
   }
   return db;

@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include "libtrend/sqlite/connection.h"
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/sqlite/series_state.h"
 #include "libtrend/sqlite/statement.h"
@@ -11,11 +13,6 @@ namespace toolkit::trend {
 namespace {
 
 constexpr std::int64_t FIRST_BLOCK = 1;
-
-bool fail_with_database_error(sqlite3* db, std::string& error) {
-  error = sqlite3_errmsg(db);
-  return false;
-}
 
 /// Returns a random id in the form of a UUID of version 4.
 std::string make_uuid() {
@@ -50,7 +47,7 @@ bool write(sqlite3* db, const std::string& uuid, std::int64_t next_block, std::i
 bool DatabaseRow::create(sqlite3* db, std::string& error) {
   std::uint32_t catalogue = 0;
   if (!get_catalogue_checksum(db, catalogue)) {
-    error = "the catalogue is damaged";
+    error = CATALOGUE_DAMAGED;
     return false;
   }
   return write(db, make_uuid(), FIRST_BLOCK, catalogue, error);
@@ -77,7 +74,7 @@ bool DatabaseRow::load(sqlite3* db, std::string& error) {
     return true;
   }
   catalogue_ = -1;
-  error = "the catalogue is damaged";
+  error = CATALOGUE_DAMAGED;
   return false;
 }
 
@@ -90,7 +87,7 @@ bool DatabaseRow::store(sqlite3* db, std::string& error) {
   if (!is_changed_ && !has_new_catalogue_) return true;
   std::uint32_t catalogue = static_cast<std::uint32_t>(catalogue_);
   if (has_new_catalogue_ && !get_catalogue_checksum(db, catalogue)) {
-    error = "the catalogue is damaged";
+    error = CATALOGUE_DAMAGED;
     return false;
   }
   catalogue_ = catalogue;

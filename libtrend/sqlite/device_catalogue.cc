@@ -4,6 +4,7 @@
 #include <limits>
 #include <utility>
 
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/statistics.h"
 
@@ -62,7 +63,7 @@ bool DeviceCatalogue::for_rows_of(Table& table, std::int64_t device_id, const Ta
       return take_row(row);
     };
     if (!for_each_row(table.by_id, take, lose)) return false;
-    if (!is_there && !lose("the catalogue is damaged")) return false;
+    if (!is_there && !lose(CATALOGUE_DAMAGED)) return false;
   }
   return true;
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "libtrend/query/engine.h"
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/statement.h"
 
 namespace toolkit::trend {
@@ -22,7 +23,7 @@ bool for_each_row(Statement& statement, const TakeRow& take_row, const LoseCatal
   const RunningStatement running(&statement);
   Statement::Step step = statement.step();
   for (; step == Statement::Step::ROW; step = statement.step()) {
-    if (!take_row(statement) && !lose("the catalogue is damaged")) return false;
+    if (!take_row(statement) && !lose(CATALOGUE_DAMAGED)) return false;
   }
   return step == Statement::Step::DONE || lose(statement.error());
 }

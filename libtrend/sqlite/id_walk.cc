@@ -6,7 +6,7 @@ namespace toolkit::trend {
 
 namespace {
 
-constexpr const char* DAMAGED = "a table is damaged";
+constexpr const char* TABLE_DAMAGED = "a table is damaged";
 
 }  // namespace
 
@@ -58,7 +58,7 @@ bool IdWalk::walk(std::int64_t& first, std::int64_t last, const See& see, std::s
   } else {
     // A damaged page may look like the end. Seen from the other side, rows are then left.
     std::int64_t left = 0;
-    if (look(last_, first, last, left) != Statement::Step::DONE) reason = DAMAGED;
+    if (look(last_, first, last, left) != Statement::Step::DONE) reason = TABLE_DAMAGED;
   }
   return true;
 }

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <span>
 
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/samples.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/statistics.h"
@@ -11,8 +12,6 @@
 namespace toolkit::trend {
 
 namespace {
-
-constexpr const char* DAMAGED = "the table of rows is damaged";
 
 /// The samples of a series' rows are kept if they take at most so many bytes.
 constexpr std::size_t MAX_KEPT = 65536;
@@ -43,7 +42,7 @@ bool check_loose_rows(RowTable& table, const SeriesState& state,
   std::vector<CSample> unpacked;
   const BorrowedStatement row = table.borrow_walk(true);
   if (!row) {
-    error = DAMAGED;
+    error = ROWS_DAMAGED;
     return false;
   }
   const std::int64_t last = get_row_id(state.series_id, MAX_TIMESTAMP);
@@ -58,7 +57,7 @@ bool check_loose_rows(RowTable& table, const SeriesState& state,
     double valid_ratio = 0;
     std::span<const unsigned char> samples;
     if (id <= before || !read_row(*row, id, true, valid_ratio, samples)) {
-      error = DAMAGED;
+      error = ROWS_DAMAGED;
       return false;
     }
     rows.times.push_back(id & MAX_TIMESTAMP);
@@ -74,7 +73,7 @@ bool check_loose_rows(RowTable& table, const SeriesState& state,
     return false;
   }
   if (static_cast<std::int64_t>(rows.times.size()) == state.loose_rows) return true;
-  error = DAMAGED;
+  error = ROWS_DAMAGED;
   return false;
 }
 
@@ -128,7 +127,7 @@ bool LooseCursor::decode(CSnapshot& row) {
       unpack_samples(samples, params_, row.samples)) {
     return true;
   }
-  error_ = step == Statement::Step::ERROR ? row_.error() : DAMAGED;
+  error_ = step == Statement::Step::ERROR ? row_.error() : ROWS_DAMAGED;
   return false;
 }
 

@@ -7,14 +7,13 @@
 
 #include "libtrend/query/bytes.h"
 #include "libtrend/sqlite/block.h"
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/sqlite/series_state.h"
 
 namespace toolkit::trend {
 
 namespace {
-
-constexpr const char* DAMAGED = "the table of rows is damaged";
 
 bool fail(const Statement& statement, std::string& error) {
   error = statement.error();
@@ -132,7 +131,7 @@ bool LooseRows::read(std::int64_t series_id, CTimeRange range, Order order,
     std::int64_t time = 0;
     double valid_ratio = 0;
     if (!read_row(*row, unchecked_until, time, valid_ratio, slots)) {
-      error = DAMAGED;
+      error = ROWS_DAMAGED;
       return false;
     }
     if (!take(time, valid_ratio, slots)) return true;

@@ -18,16 +18,6 @@ namespace toolkit::trend {
 
 namespace {
 
-bool fail_with_database_error(sqlite3* db, std::string& error) {
-  error = sqlite3_errmsg(db);
-  return false;
-}
-
-bool fail_with_system_error(std::string& error) {
-  error = std::strerror(errno);
-  return false;
-}
-
 struct SqliteFreer {
   void operator()(void* memory) const { sqlite3_free(memory); }
 };

@@ -41,14 +41,13 @@ bool is_unsound(sqlite3* db) {
 }
 
 /// Takes the lock of a connection in exclusive locking mode. The connection keeps the lock.
-bool lock(sqlite3* db, std::string& error) {
+bool lock_to_read(sqlite3* db, std::string& error) {
   if (FileHeader::read(db).asks_for_write_ahead_log()) {
     error = "a reader can't lock a database in WAL mode exclusively";
     return false;
   }
-  if (execute(db, "BEGIN; SELECT 1 FROM sqlite_schema; COMMIT")) return true;
-  error = sqlite3_errmsg(db);
-  return false;
+  return execute(db, "BEGIN; SELECT 1 FROM sqlite_schema; COMMIT") ||
+         fail_with_database_error(db, error);
 }
 
 /// Lets SQLite read a file that is shorter than it should be, or whose list of tables is damaged.
@@ -66,7 +65,8 @@ bool is_good(sqlite3* db, const OpenOptions& options, bool may_be_damaged, std::
   }
   const bool is_configured = configure(db, options, error);
   if (may_be_damaged) tolerate_damage(db);
-  if (is_configured && verify(db, error) && (!options.exclusive || lock(db, error))) return true;
+  if (is_configured && verify(db, error) && (!options.exclusive || lock_to_read(db, error)))
+    return true;
   if (const char* refusal = reader_vfs_refusal(db)) error = refusal;
   return false;
 }

@@ -51,7 +51,7 @@ ReaderFile* reader_file(sqlite3_file* file) {
 /// Returns whether `journal` may hold pages that SQLite has to restore. If SQLite keeps a journal
 /// file to use it again, it sets the first byte to zero.
 bool may_be_hot(const char* journal) {
-  const int file = open(journal, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  const int file = ::open(journal, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (file < 0) return errno != ENOENT;
   char first = 0;
   const ssize_t size = read(file, &first, 1);

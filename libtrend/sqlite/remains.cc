@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <span>
 
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/row_cursor.h"
 #include "libtrend/sqlite/schema.h"
 
@@ -11,7 +12,6 @@ namespace toolkit::trend {
 namespace {
 
 constexpr CTimeRange ALL = {1, MAX_TIMESTAMP};
-constexpr const char* BLOCK_MISSING = "a block is missing";
 
 /// The parts of a series' time where rows may be lost: between rows that can be read, if there is a
 /// sign of damage between them.
@@ -92,7 +92,7 @@ std::optional<Remains> RemainsFinder::find(const CSeries& series, const Lose& lo
 }
 
 void RemainsFinder::find_state(Search& search) {
-  std::string reason = "the state of a series is missing";
+  std::string reason = STATE_MISSING;
   search.has_state =
       states_.get(search.series.id, search.state, reason) == SeriesStates::Result::FOUND;
   if (!search.has_state) search.lose(ALL, reason);
@@ -167,7 +167,7 @@ bool RemainsFinder::find_blocks(Search& search) {
     std::string reason = BLOCK_MISSING;
     const BlockTable::Result result =
         blocks_.find(search.series.id, id & MAX_TIMESTAMP, head, reason);
-    if (result == BlockTable::Result::FOUND) reason = "the head of a block is damaged";
+    if (result == BlockTable::Result::FOUND) reason = HEAD_DAMAGED;
     const bool is_readable = result == BlockTable::Result::FOUND && decode_layout(head, layout);
     const bool fits =
         is_readable && head.first_time >= gaps.next() &&

@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
+
+#include "libtrend/sqlite/column.h"
 
 namespace toolkit::trend {
 
 namespace {
-
-constexpr double MISSING_VALUE = std::numeric_limits<double>::quiet_NaN();
 
 /// The most bytes of values for which an empty buffer keeps memory.
 constexpr std::size_t KEPT_BYTES = 16384;

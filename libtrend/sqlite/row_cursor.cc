@@ -5,6 +5,7 @@
 #include <span>
 #include <utility>
 
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/samples.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/sqlite/series_state.h"
@@ -163,7 +164,7 @@ bool RowCursor::is_at_end() {
 }
 
 bool RowCursor::fail_as_damaged() {
-  error_ = "the table of rows is damaged";
+  error_ = ROWS_DAMAGED;
   return false;
 }
 

@@ -3,14 +3,13 @@
 #include <algorithm>
 
 #include "libtrend/sqlite/block_table.h"
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/loose_cursor.h"
 #include "libtrend/sqlite/schema.h"
 
 namespace toolkit::trend {
 
 namespace {
-
-constexpr const char* BLOCK_MISSING = "a block is missing";
 
 /// Adds what was counted to `summary`.
 void include(const CSeriesSummary& counted, CSeriesSummary& summary) {
@@ -56,7 +55,7 @@ bool SeriesCounter::count(const CSeries& series, CSeriesSummary& summary, std::s
       return count_unchecked_rows(state, summary, error) &&
              count_loose_rows(state, summary, error) && count_blocks(state, summary, error);
     case SeriesStates::Result::MISSING:
-      error = "the state of a series is missing";
+      error = STATE_MISSING;
       return false;
     case SeriesStates::Result::FAILED:
       return false;

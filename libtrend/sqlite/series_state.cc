@@ -12,7 +12,7 @@ namespace toolkit::trend {
 
 namespace {
 
-constexpr const char* DAMAGED = "the state of a series is damaged";
+constexpr const char* STATE_DAMAGED = "the state of a series is damaged";
 
 void append_number(std::int64_t number, std::vector<unsigned char>& bytes) {
   append(static_cast<std::uint64_t>(number), bytes);
@@ -97,7 +97,7 @@ SeriesStates::Result SeriesStates::get(std::int64_t series_id, SeriesState& stat
   if (is_read && checksum == std::int64_t{get_checksum(state)} && is_possible(state)) {
     return Result::FOUND;
   }
-  error = step == Statement::Step::ROW ? DAMAGED : row->error();
+  error = step == Statement::Step::ROW ? STATE_DAMAGED : row->error();
   return Result::FAILED;
 }
 

@@ -7,14 +7,12 @@
 
 #include "libtrend/query/engine.h"
 #include "libtrend/sqlite/connection.h"
+#include "libtrend/sqlite/damage_text.h"
 
 namespace toolkit::trend {
 
 namespace {
 
-constexpr const char* HEAD_DAMAGED = "the head of a block is damaged";
-constexpr const char* BLOCK_DAMAGED = "the columns of a block are damaged";
-constexpr const char* BLOCK_MISSING = "a block is missing";
 constexpr const char* NO_SERIES = "the database has no such series";
 
 }  // namespace
@@ -174,7 +172,7 @@ bool StoredSeries::read_block(const BlockHead& head, RowBuffer& rows) {
   for (std::size_t slot = 0; slot < slots; ++slot) {
     const auto encoded = std::span<const unsigned char>(bytes).subspan(
         layout.offsets[slot], layout.offsets[slot + 1] - layout.offsets[slot]);
-    if (!decode_block_column(head, slot, encoded, column)) return fail(BLOCK_DAMAGED);
+    if (!decode_block_column(head, slot, encoded, column)) return fail(COLUMNS_DAMAGED);
     for (std::size_t row = 0; row < column.size(); ++row) values[row * slots + slot] = column[row];
   }
   for (std::size_t row = 0; row < layout.times.size(); ++row) {

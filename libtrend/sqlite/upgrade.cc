@@ -6,6 +6,7 @@
 
 #include "libtrend/sqlite/block.h"
 #include "libtrend/sqlite/connection.h"
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/database_row.h"
 #include "libtrend/sqlite/loose_rows.h"
 #include "libtrend/sqlite/schema.h"
@@ -15,11 +16,6 @@
 namespace toolkit::trend {
 
 namespace {
-
-bool fail_with_database_error(sqlite3* db, std::string& error) {
-  error = sqlite3_errmsg(db);
-  return false;
-}
 
 bool read_series_ids(sqlite3* db, std::vector<std::int64_t>& ids) {
   Statement row(db, "SELECT id FROM series");
@@ -39,7 +35,7 @@ bool create_states(sqlite3* db, std::string& error) {
     SeriesState state;
     state.series_id = id;
     if (!is_series_id(id)) {
-      error = "the catalogue is damaged";
+      error = CATALOGUE_DAMAGED;
       return false;
     }
     if (!loose.find(id, {1, MAX_TIMESTAMP}, LooseRows::Order::NEWEST_FIRST, state.unchecked_until,

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "libtrend/sqlite/connection.h"
+#include "libtrend/sqlite/damage_text.h"
 #include "libtrend/sqlite/schema.h"
 #include "libtrend/sqlite/upgrade.h"
 #include "libtrend/statistics.h"
@@ -197,7 +198,7 @@ bool SqliteWriter::add_device(CDeviceProperties& device) {
   row->bind(1, device.path);
   if (row->step() != Statement::Step::ROW) return fail_with_database_error();
   if (row->read(0, device.aux_1) && row->read(1, device.aux_text)) return true;
-  return fail("the catalogue is damaged");
+  return fail(CATALOGUE_DAMAGED);
 }
 
 /// Sets `used` to the number of the device's parameters, and to the slot after all of theirs.
@@ -208,7 +209,7 @@ bool SqliteWriter::find_used(std::int64_t device_id, Used& used) {
   Statement::Step step = row->step();
   for (; step == Statement::Step::ROW; step = row->step()) {
     CParamProperties param;
-    if (!read_slots(*row, param)) return fail("the catalogue is damaged");
+    if (!read_slots(*row, param)) return fail(CATALOGUE_DAMAGED);
     used.slots = std::max(used.slots, get_slot(param, STATISTICS.size()));
     ++used.params;
   }
@@ -262,7 +263,7 @@ bool SqliteWriter::add_series(const CDeviceProperties& device, std::uint32_t min
   row->bind(2, std::int64_t{minutes});
   series.minutes = minutes;
   if (row->step() != Statement::Step::ROW) return fail_with_database_error();
-  if (!row->read(0, series.id)) return fail("the catalogue is damaged");
+  if (!row->read(0, series.id)) return fail(CATALOGUE_DAMAGED);
   if (row->read_whole(1) > static_cast<std::int64_t>(MAX_DEVICE_SERIES)) {
     return fail("a device has at most " + std::to_string(MAX_DEVICE_SERIES) + " intervals");
   }
