@@ -6,8 +6,7 @@ function(trendcsv_public_library name file)
   cmake_parse_arguments(PARSE_ARGV 2 library "" "" "PUBLIC_HEADERS;LIBRARIES")
   set(objects trendcsv_${name}_objects)
   add_library(${objects} OBJECT)
-  # Its files may use the same names in namespaces without a name.
-  set_target_properties(${objects} PROPERTIES UNITY_BUILD OFF
+  set_target_properties(${objects} PROPERTIES
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
   target_include_directories(${objects} PRIVATE ${PROJECT_SOURCE_DIR} ${TRENDCSV_GENERATED_HEADERS})
   target_link_libraries(${objects} PRIVATE trendcsv_flags ${library_LIBRARIES})
