@@ -15,9 +15,14 @@ const std::string GOOD = "Date,Time,a:.ValueIntMin,a:Value\n2023-05-01,01:00,1,2
 
 struct BadInput {
   const char* name;
-  std::string csv;
-  std::string message;  ///< after the name of the input
+  std::string start;
+  std::string message;     ///< after the name of the input
+  std::size_t digits = 0;  ///< so many follow; written out, each test would make all of them
+
+  [[nodiscard]] std::string csv() const { return start + std::string(digits, '1'); }
 };
+
+constexpr std::size_t LONGEST_LINE = std::size_t{16} << 20;
 
 void PrintTo(const BadInput& input, std::ostream* out) { *out << input.name; }
 
@@ -39,10 +44,9 @@ const BadInput BAD_INPUTS[] = {
      ":3: more than 65539 fields, but the header has 4"},
     {"FarTooManyColumns", "Date,Time" + std::string(70'000, ',') + "\n",
      ":1: the header has more than 65539 fields"},
-    {"ALineThatIsTooLong", row("2023-05-01,02:00,1," + std::string(std::size_t{16} << 20, '1')),
-     ":3: the line is longer than 16777216 bytes"},
-    {"AHeaderThatIsTooLong", std::string((std::size_t{16} << 20) + 1, 'x'),
-     ":1: the line is longer than 16777216 bytes"},
+    {"ALineThatIsTooLong", GOOD + "2023-05-01,02:00,1,",
+     ":3: the line is longer than 16777216 bytes", LONGEST_LINE},
+    {"AHeaderThatIsTooLong", "", ":1: the line is longer than 16777216 bytes", LONGEST_LINE + 1},
     {"AnEmptyRow", row(""), ":3: 1 fields, but the header has 4"},
     {"AHalfTime", row("2023-05-01,02,1,2"),
      ":3: '2023-05-01 02' does not match the format '%F %R'"},
@@ -115,7 +119,7 @@ TEST_P(TrendloadRefusal, LeavesTheDatabaseUnchanged) {
   const std::string rows = dump();
   ASSERT_NE(rows, "");
   const std::string file = folder_.file("bad.csv");
-  write_file(file, GetParam().csv);
+  write_file(file, GetParam().csv());
   const ProcessResult result = run_tool("trendload", options(file));
   EXPECT_EQ(result.exit_status, 1);
   EXPECT_EQ(result.out, "");
@@ -128,10 +132,10 @@ TEST_P(TrendloadRefusal, LeavesTheDatabaseUnchanged) {
 TEST_P(TrendloadRefusal, LeavesNoRowsInANewDatabase) {
   // A parameter that does not exist yet has no missing statistic.
   if (std::string(GetParam().name) == "AMissingStatistic") {
-    EXPECT_EQ(run_tool("trendload", options(), GetParam().csv).exit_status, 0);
+    EXPECT_EQ(run_tool("trendload", options(), GetParam().csv()).exit_status, 0);
     return;
   }
-  const ProcessResult result = run_tool("trendload", options(), GetParam().csv);
+  const ProcessResult result = run_tool("trendload", options(), GetParam().csv());
   EXPECT_EQ(result.exit_status, 1);
   EXPECT_EQ(result.err, "trendload: -" + GetParam().message + "\n");
   expect_no_rows();
@@ -140,7 +144,7 @@ TEST_P(TrendloadRefusal, LeavesNoRowsInANewDatabase) {
 TEST_P(TrendloadRefusal, LeavesNoRowsInAnEmptyFile) {
   if (std::string(GetParam().name) == "AMissingStatistic") return;
   write_file(db_, "");
-  EXPECT_EQ(run_tool("trendload", options("-"), GetParam().csv).exit_status, 1);
+  EXPECT_EQ(run_tool("trendload", options("-"), GetParam().csv()).exit_status, 1);
   expect_no_rows();
 }
 
