@@ -9,6 +9,7 @@
 #include <limits>
 #include <random>
 
+#include "tests/support/process.h"
 #include "text/number.h"
 
 namespace {
@@ -123,9 +124,9 @@ TEST(ReadValue, ReadsTheExtremesBack) {
   }
 }
 
-TEST(ReadValue, ReadsBackAMillionNumbersAsPrinted) {
+TEST(ReadValue, ReadsBackNumbersOfAnySizeAsPrinted) {
   std::mt19937_64 random(20231105);
-  for (int i = 0; i < 250'000; ++i) {
+  for (int i = 0; i < random_rounds(250'000); ++i) {
     const double share = static_cast<double>(random() % (1 << 30)) / (1 << 30);
     const double power = std::pow(10, static_cast<int>(random() % 18));
     double values[] = {

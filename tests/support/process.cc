@@ -127,7 +127,7 @@ int random_rounds(int count, int fewest) {
   return std::max(is_emulated() ? count / 8 : IS_SANITIZED ? count / 2 : count, fewest);
 }
 
-std::size_t damage_step() { return is_long_run() ? 1 : is_emulated() ? 32 : IS_SANITIZED ? 16 : 7; }
+std::size_t damage_step() { return is_long_run() ? 1 : is_emulated() ? 64 : IS_SANITIZED ? 16 : 7; }
 
 bool is_long_run() { return std::getenv("TRENDCSV_LONG_TESTS") != nullptr; }
 

@@ -38,7 +38,7 @@ class LongCopy : public TrendtoolCopy {
     for (const char* device : {"a", "b", "c", "d", "e"}) {
       append_rows(from_, device, 1, make_rows(60, 60, 8000));
     }
-    append_rows(from_, "f", 1, make_rows(60, 60, 120'000));
+    append_rows(from_, "f", 1, make_rows(60, 60, is_emulated() ? 40'000 : 120'000));
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(copy().exit_status, 0);
     const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - start;
