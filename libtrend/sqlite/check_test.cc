@@ -15,6 +15,7 @@
 #include "libtrend/statistics.h"
 #include "tests/support/database_file.h"
 #include "tests/support/process.h"
+#include "tests/support/small_databases.h"
 #include "tests/support/stored_log.h"
 
 namespace toolkit::trend {
@@ -25,37 +26,6 @@ using testing::Field;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-std::vector<StoredRow> make_rows(int first, int last) {
-  std::vector<StoredRow> rows;
-  for (int i = first; i <= last; ++i) {
-    const double value = i % 7 == 3 ? std::nan("") : i / 3.0;
-    rows.push_back({300 * i, i % 5 == 0 ? 0.5 : 1, {i * 1.0, value, i / 10.0}});
-  }
-  return rows;
-}
-
-std::vector<CParamProperties> make_params() {
-  std::vector<CParamProperties> params = {{.path = "a"}, {.path = "b", .aux_1 = 2}};
-  set_statistics(params[0], 3);
-  set_statistics(params[1], 4);
-  return params;
-}
-
-/// Two series of a device. The fine one has blocks, loose rows between and after them and, as after
-/// an upgrade, before them without checksums.
-StoredDevice make_device(std::int64_t unchecked_until) {
-  StoredSeries fine{
-      .minutes = 5, .blocks = {}, .loose = make_rows(1, 3), .unchecked_until = unchecked_until};
-  for (const int block : {4, 12, 20, 28}) fine.blocks.push_back(make_rows(block, block + 7));
-  const StoredRow late = fine.blocks[1][4];
-  fine.blocks[1].erase(fine.blocks[1].begin() + 4);
-  fine.loose.push_back(late);
-  for (const StoredRow& row : make_rows(36, 43)) fine.loose.push_back(row);
-  StoredSeries coarse{.minutes = 60, .blocks = {}, .loose = {}};
-  coarse.blocks.push_back({{3600, 1, {1, 2, 3}}, {7200, 1, {4, 5, 6}}, {72000, 1, {7, 8, 9}}});
-  return {"d", make_params(), {fine, coarse}};
-}
-
 /// The rows of one series by time.
 using Rows = std::map<std::int64_t, CSnapshot>;
 
@@ -65,7 +35,7 @@ constexpr std::int64_t MAX_TIME = std::int64_t{1} << 40;
 
 /// Reads the rows of a series in one direction. Returns false where that fails.
 bool read_rows(CLog& log, std::uint32_t minutes, bool ascending, Rows& rows) {
-  const CDeviceParams device{{.path = "d", .aux_text = "", .aux_1 = 1}, make_params()};
+  const CDeviceParams device{{.path = "d", .aux_text = "", .aux_1 = 1}, make_stored_params()};
   CDeviceData data;
   if (log.get_trend_data(data, device, {{.interval = minutes}}, {-1, -1}, 0, 0, ascending, true) !=
       0) {
@@ -99,7 +69,8 @@ bool is_readable(const std::string& path) {
 class Checking : public testing::Test {
  protected:
   void write(std::int64_t unchecked_until = 0) {
-    write_blocks(path_, {make_device(unchecked_until)}, {.page_size = 512, .segment_size = 60});
+    write_blocks(path_, {make_stored_device(unchecked_until)},
+                 {.page_size = 512, .segment_size = 60});
   }
 
   /// Checks the database. Returns the damage, also where the file can't be opened at all.
@@ -161,7 +132,7 @@ class Checking : public testing::Test {
           const double value = found->second.samples[i].*statistic.member;
           const double expected = row.samples[i].*statistic.member;
           const bool is_same = std::isnan(expected) ? std::isnan(value) : value == expected;
-          EXPECT_TRUE(is_same || is_named(damage, minutes, time, make_params()[i].path))
+          EXPECT_TRUE(is_same || is_named(damage, minutes, time, make_stored_params()[i].path))
               << what << ", row " << time << " parameter " << i;
         }
       }
@@ -229,7 +200,7 @@ TEST_F(Checking, FindsNothingInADatabaseThatIsWhole) {
   write(900);
   EXPECT_THAT(check(), IsEmpty());
   std::filesystem::remove(path_);
-  write_rows_only(path_, {make_device(0)});
+  write_rows_only(path_, {make_stored_device()});
   EXPECT_THAT(check(), IsEmpty());
 }
 
@@ -244,7 +215,7 @@ TEST_F(Checking, FindsWhatAQueryRefusesInAnUpgradedDatabase) {
 }
 
 TEST_F(Checking, FindsWhatAQueryRefusesInAnOldDatabase) {
-  write_rows_only(path_, {make_device(0)});
+  write_rows_only(path_, {make_stored_device()});
   run_sql(path_, "PRAGMA journal_mode = delete; PRAGMA page_size = 512; VACUUM");
   damage_each_byte(MAX_TIME);
 }
@@ -319,7 +290,7 @@ TEST_F(Checking, NamesWhatCanBeWrongInAnOldDatabase) {
       {"UPDATE parameter SET first_slot = 0", "its slots are also those of another parameter"},
       {"DELETE FROM device", "row 1 of parameter belongs to no device"}};
   for (const auto& [sql, text] : cases) {
-    write_rows_only(path_, {make_device(0)});
+    write_rows_only(path_, {make_stored_device()});
     run_sql(path_, sql);
     EXPECT_THAT(check(), Contains(Field(&CDamage::text, HasSubstr(text)))) << sql;
     std::filesystem::remove(path_);
@@ -368,11 +339,11 @@ TEST_F(Checking, EndsWhereItIsStopped) {
   for (const bool has_blocks : {false, true}) {
     StoredSeries series{.minutes = 5, .blocks = {}, .loose = {}};
     for (int first = 1; first < 5000; first += 512) {
-      const std::vector<StoredRow> rows = make_rows(first, first + 511);
+      const std::vector<StoredRow> rows = make_stored_rows(first, first + 511);
       if (has_blocks) series.blocks.push_back(rows);
       if (!has_blocks) series.loose.insert(series.loose.end(), rows.begin(), rows.end());
     }
-    const StoredDevice device{"d", make_params(), {series}};
+    const StoredDevice device{"d", make_stored_params(), {series}};
     for (const auto& write : {+[](const std::string&path, const StoredDevice&content) {
                                 write_blocks(path, {content});
                               },
@@ -396,7 +367,7 @@ TEST_F(Checking, EndsWhereItIsStopped) {
 
 TEST_F(Checking, KnowsTheLastRowOfTheLastSeries) {
   const StoredDevice device{
-      "d", make_params(), {{.minutes = 5, .blocks = {}, .loose = make_rows(1, 2)}}};
+      "d", make_stored_params(), {{.minutes = 5, .blocks = {}, .loose = make_stored_rows(1, 2)}}};
   write_rows_only(path_, {device});
   const std::string last = std::to_string(std::int64_t{(1 << 23) - 1} << 40 | (MAX_TIME - 1));
   run_sql(path_,
@@ -447,9 +418,9 @@ TEST_F(Checking, ReadsOnWhereAParameterIsDamaged) {
 }
 
 TEST_F(Checking, ReadsWhatIsLeftOfAFileThatWasCutOff) {
-  StoredDevice device = make_device(0);
+  StoredDevice device = make_stored_device();
   for (int row = 44; row < 30000; row += 100) {
-    device.series[0].blocks.push_back(make_rows(row, row + 99));
+    device.series[0].blocks.push_back(make_stored_rows(row, row + 99));
   }
   device.series[0].loose.clear();
   write_blocks(path_, {device});
@@ -473,8 +444,8 @@ TEST_F(Checking, ReadsWhatIsLeftOfAFileThatWasCutOff) {
 
 TEST_F(Checking, FindsDamageInALargeTable) {
   // Rows of version 1 on many pages, one of which is lost.
-  StoredSeries series{.minutes = 5, .blocks = {}, .loose = make_rows(1, 3000)};
-  write_rows_only(path_, {{"d", make_params(), {series}}});
+  StoredSeries series{.minutes = 5, .blocks = {}, .loose = make_stored_rows(1, 3000)};
+  write_rows_only(path_, {{"d", make_stored_params(), {series}}});
   run_sql(path_, "PRAGMA journal_mode = delete; PRAGMA page_size = 512; VACUUM");
   std::fstream target(path_, std::ios::binary | std::ios::in | std::ios::out);
   target.seekp(512 * 100);

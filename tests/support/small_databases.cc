@@ -8,7 +8,6 @@
 #include "libtrend/recorder.h"
 #include "libtrend/statistics.h"
 #include "tests/support/database_file.h"
-#include "tests/support/stored_log.h"
 #include "tests/support/version_1.h"
 
 using namespace toolkit::trend;
@@ -49,35 +48,8 @@ void make_sealed(const std::string& path) {
   demand(record_rows(path, "/two", 5, 630, 4));
 }
 
-std::vector<StoredRow> make_rows(int first, int last) {
-  std::vector<StoredRow> rows;
-  for (int i = first; i <= last; ++i) {
-    const double value = i % 7 == 3 ? std::nan("") : i / 3.0;
-    rows.push_back({300 * i, i % 5 == 0 ? 0.5 : 1, {i * 1.0, value, i / 10.0}});
-  }
-  return rows;
-}
-
-/// Two series of a device, with many small blocks, and with loose rows before, in and after them.
-StoredDevice make_device() {
-  StoredDevice device{"d", {{.path = "a"}, {.path = "b"}}, {}};
-  set_statistics(device.params[0], 3);
-  set_statistics(device.params[1], 4);
-  device.params[1].aux_1 = 2;
-  StoredSeries fine{.minutes = 5, .blocks = {}, .loose = make_rows(1, 2)};
-  for (const int block : {3, 11, 19, 27}) fine.blocks.push_back(make_rows(block, block + 7));
-  const StoredRow late = fine.blocks[1][4];
-  fine.blocks[1].erase(fine.blocks[1].begin() + 4);
-  fine.loose.push_back(late);
-  for (const StoredRow& row : make_rows(35, 42)) fine.loose.push_back(row);
-  StoredSeries coarse{.minutes = 60, .blocks = {}, .loose = {}};
-  coarse.blocks.push_back({{3600, 1, {1, 2, 3}}, {7200, 1, {4, 5, 6}}, {72000, 1, {7, 8, 9}}});
-  device.series = {fine, coarse};
-  return device;
-}
-
 void make_blocks(const std::string& path) {
-  write_blocks(path, {make_device()}, {.page_size = 512, .segment_size = 60});
+  write_blocks(path, {make_stored_device()}, {.page_size = 512, .segment_size = 60});
 }
 
 void make_purged(const std::string& path) {
@@ -114,6 +86,37 @@ void make_upgraded(const std::string& path) {
 }
 
 }  // namespace
+
+std::vector<StoredRow> make_stored_rows(int first, int last) {
+  std::vector<StoredRow> rows;
+  for (int i = first; i <= last; ++i) {
+    const double value = i % 7 == 3 ? std::nan("") : i / 3.0;
+    rows.push_back({300 * i, i % 5 == 0 ? 0.5 : 1, {i * 1.0, value, i / 10.0}});
+  }
+  return rows;
+}
+
+std::vector<CParamProperties> make_stored_params() {
+  std::vector<CParamProperties> params = {{.path = "a"}, {.path = "b", .aux_1 = 2}};
+  set_statistics(params[0], 3);
+  set_statistics(params[1], 4);
+  return params;
+}
+
+StoredDevice make_stored_device(std::int64_t unchecked_until) {
+  StoredSeries fine{.minutes = 5,
+                    .blocks = {},
+                    .loose = make_stored_rows(1, 3),
+                    .unchecked_until = unchecked_until};
+  for (const int block : {4, 12, 20, 28}) fine.blocks.push_back(make_stored_rows(block, block + 7));
+  const StoredRow late = fine.blocks[1][4];
+  fine.blocks[1].erase(fine.blocks[1].begin() + 4);
+  fine.loose.push_back(late);
+  for (const StoredRow& row : make_stored_rows(36, 43)) fine.loose.push_back(row);
+  StoredSeries coarse{.minutes = 60, .blocks = {}, .loose = {}};
+  coarse.blocks.push_back({{3600, 1, {1, 2, 3}}, {7200, 1, {4, 5, 6}}, {72000, 1, {7, 8, 9}}});
+  return {"d", make_stored_params(), {fine, coarse}};
+}
 
 const std::vector<SmallDatabase>& small_databases() {
   static const std::vector<SmallDatabase> ALL = {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/stored_log.h"
+
 /// A state of a database, and what makes a database in this state at a path where there is none.
 /// Those that the recorder made have the devices "/one" and "/two" with a few series each.
 struct SmallDatabase {
@@ -30,3 +32,14 @@ inline void PrintTo(const SmallDatabase& database, std::ostream* out) { *out << 
 [[nodiscard]] std::string record_rows(const std::string& path, const std::string& device,
                                       std::uint32_t minutes, std::int64_t first, int rows,
                                       std::int64_t purged = 0);
+
+/// Returns the device "d" with two series. That of 5 minutes has blocks of 8 rows; and loose rows
+/// before, in and after them, without checksums up to the time `unchecked_until`. That of 60
+/// minutes has one block.
+[[nodiscard]] StoredDevice make_stored_device(std::int64_t unchecked_until = 0);
+
+/// Returns the two parameters of that device, which have three slots.
+[[nodiscard]] std::vector<toolkit::trend::CParamProperties> make_stored_params();
+
+/// Returns rows of the series of 5 minutes, from the row `first` to the row `last`, counted from 1.
+[[nodiscard]] std::vector<StoredRow> make_stored_rows(int first, int last);
