@@ -119,6 +119,8 @@ TEST(ImpossibleHeads, AreNoticed) {
       {"negative bytes", [](BlockHead& head) { head.bytes = -1; }},
       {"more bytes", [](BlockHead& head) { ++head.bytes; }},
       {"no segment size", [](BlockHead& head) { head.segment_size = 0; }},
+      {"a segment size too large",
+       [](BlockHead& head) { head.segment_size = std::int64_t{1} << 32; }},
       {"another segment size", [](BlockHead& head) { head.segment_size = 1; }},
       {"no rows", [](BlockHead& head) { head.rows = 0; }},
       {"another number of rows", [](BlockHead& head) { ++head.rows; }},

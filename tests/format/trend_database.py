@@ -292,6 +292,7 @@ class Reader:
             crc32c(i64(*block[:9]) + block.content) == block.checksum, "a block's head is damaged"
         )
         expect(1 <= block.rows <= 512, "a block has a wrong number of rows")
+        expect(1 <= block.segment_size < 2**32, "a block has a wrong segment size")
         expect(block.number < self.next_block, "a block has a number that is still free")
         content = Bytes(block.content)
         times = decode_times(content.take(*content.numbers("H")), block)

@@ -153,6 +153,7 @@ bool is_readers_rule(const std::string& broken) {
                                 "a state has wrong ends",
                                 "the chain of blocks is broken",
                                 "blocks overlap",
+                                "a block has a wrong segment size",
                                 "a block has a change of the future",
                                 "the content of a head is damaged",
                                 "a segment has a wrong length"};

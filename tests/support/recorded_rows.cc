@@ -183,6 +183,8 @@ void read_blocks(const Database& db, const SeriesState& state, std::int64_t next
                 head.change = row.number(7);
                 head.content = row.bytes(8);
                 expect(row.number(9) == get_checksum(head), "a head has a wrong checksum");
+                expect(head.segment_size >= 1 && head.segment_size < std::int64_t{1} << 32,
+                       "a block has a wrong segment size");
                 expect(head.previous == previous, "the chain of blocks is broken");
                 expect(head.first_time > previous, "blocks overlap");
                 expect(head.number < next_block, "a block has a number of the future");

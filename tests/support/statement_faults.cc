@@ -2,17 +2,25 @@
 
 #include <sqlite3.h>
 
+#include <set>
+#include <string>
+
 namespace {
 
 StatementFault in_force;
 bool is_in_force = false;
 int moments = 0;
+std::set<std::string> seen;  ///< moments, where those that look the same count once
 
-/// Counts a moment. Returns whether it must fail.
-bool must_fail(Moment moment) {
+/// Counts a moment, which looks like others with the same `text`; like none if that is empty.
+/// Returns whether it must fail.
+bool must_fail(Moment moment, const std::string& text) {
   if (!is_in_force || moment != in_force.moment) return false;
+  const bool has_failed = moments >= in_force.number;
+  if (in_force.once && !text.empty() && !seen.insert(text).second)
+    return has_failed && in_force.lasts;
   ++moments;
-  return moments == in_force.number || (moments > in_force.number && in_force.lasts);
+  return moments == in_force.number || (has_failed && in_force.lasts);
 }
 
 /// SQLite asks for permission when it prepares a statement, also for each column that is read. That
@@ -20,11 +28,14 @@ bool must_fail(Moment moment) {
 int authorize(void* /*context*/, int action, const char* /*first*/, const char* /*second*/,
               const char* /*database*/, const char* /*trigger*/) {
   const bool is_column = action == SQLITE_READ || action == SQLITE_FUNCTION;
-  return !is_column && must_fail(Moment::PREPARE) ? SQLITE_DENY : SQLITE_OK;
+  return !is_column && must_fail(Moment::PREPARE, "") ? SQLITE_DENY : SQLITE_OK;
 }
 
-int watch(unsigned /*event*/, void* db, void* /*statement*/, void* /*detail*/) {
-  if (must_fail(Moment::RUN)) sqlite3_interrupt(static_cast<sqlite3*>(db));
+int watch(unsigned event, void* db, void* statement, void* /*detail*/) {
+  const char* sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
+  const std::string text =
+      (event == SQLITE_TRACE_ROW ? "a row of " : "start of ") + std::string(sql ? sql : "");
+  if (must_fail(Moment::RUN, text)) sqlite3_interrupt(static_cast<sqlite3*>(db));
   return 0;
 }
 
@@ -42,6 +53,7 @@ void install_statement_faults() {
 StatementFaultInForce::StatementFaultInForce(const StatementFault& fault) {
   in_force = fault;
   moments = 0;
+  seen.clear();
   is_in_force = true;
 }
 

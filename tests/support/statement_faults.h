@@ -9,6 +9,7 @@ struct StatementFault {
   Moment moment = Moment::PREPARE;
   int number = 1;      ///< of the moment of this kind, counted from 1
   bool lasts = false;  ///< whether all later moments of this kind fail, too
+  bool once = false;   ///< whether a statement's start counts only once, and so do its rows
 };
 
 /// Watches every connection that is opened from now on. To be called once, and after
