@@ -113,8 +113,8 @@ bool Connection::ensure() {
 /// without the values of the parameters the planner would rather sort. Those of writers name series
 /// by parameters, and only their values tell which partition, and so which server, is asked.
 bool Connection::set_up() {
-  std::string sql = "SET client_encoding = 'UTF8'; SET search_path = ";
-  sql.append(address_.schema).append(", pg_temp; SET lock_timeout = ");
+  std::string sql = "SET client_encoding = 'UTF8'; SET search_path = \"";
+  sql.append(address_.schema).append("\", pg_temp; SET lock_timeout = ");
   sql.append(get_milliseconds(timeout_));
   sql.append("; SET jit = off; SET plan_cache_mode = ");
   sql.append(use_ == Use::READ ? "force_generic_plan" : "force_custom_plan");

@@ -28,6 +28,14 @@ TEST_F(ArchiveReading, StartsWithARefusalOfABadAddress) {
   }
 }
 
+TEST_F(ArchiveReading, TakesASchemaThatIsAWordOfSql) {
+  const std::string url = server().url("order");
+  std::string error;
+  ASSERT_EQ(create_archive(url, {}, error), 0) << error;
+  EXPECT_EQ(log_.open(url, {}), 0) << log_.error();
+  EXPECT_EQ(recorder_.open(url), 0) << recorder_.error();
+}
+
 TEST_F(ArchiveReading, NeedsTheRowAboutTheArchive) {
   change("DELETE FROM archive");
   std::string uuid;

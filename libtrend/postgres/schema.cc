@@ -258,10 +258,9 @@ bool create_schema(const std::string& url, const ArchiveOptions& options, std::s
   Connection connection(address, Connection::Use::WRITE, CONNECT_TIMEOUT);
   const std::string retention =
       options.retention_months == 0 ? "NULL" : std::to_string(options.retention_months);
-  std::string sql = "BEGIN; CREATE SCHEMA ";
-  sql.append(address.schema).append(";\n");
-  sql.append("COMMENT ON SCHEMA ").append(address.schema);
-  sql.append(" IS 'An archive of trend data, see docs/archive.md of trendcsv';\n");
+  std::string sql = "BEGIN; CREATE SCHEMA \"";
+  sql.append(address.schema).append("\";\nCOMMENT ON SCHEMA \"").append(address.schema);
+  sql.append("\" IS 'An archive of trend data, see docs/archive.md of trendcsv';\n");
   sql.append(CATALOGUE)
       .append(get_snapshot_sql(options.partitions))
       .append(get_views_sql())
