@@ -185,12 +185,12 @@ void Connection::send(const Prepared& statement, const Sent& sent) {
   const int* formats = sent.formats.data();
   PGconn* connection = connection_.get();
   PQenterPipelineMode(connection);  // if that fails, so does the sending
-  const int is_sent = statement.name == nullptr
-                          ? PQsendQueryParams(connection, statement.sql, sent.count(), nullptr,
-                                              values, lengths, formats, BINARY)
-                          : PQsendQueryPrepared(connection, statement.name, sent.count(), values,
-                                                lengths, formats, BINARY);
-  is_lost_ |= is_sent != 1;
+  const int status = statement.name == nullptr
+                         ? PQsendQueryParams(connection, statement.sql, sent.count(), nullptr,
+                                             values, lengths, formats, BINARY)
+                         : PQsendQueryPrepared(connection, statement.name, sent.count(), values,
+                                               lengths, formats, BINARY);
+  is_lost_ |= status != 1;
 }
 
 /// Ends a pipeline. If one of its statements fails, the rest of them are left out.
