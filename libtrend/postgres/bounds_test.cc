@@ -1,68 +1,18 @@
 // How much an archive may hold, whoever has made it.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
-#include "libtrend/log.h"
 #include "libtrend/query/engine.h"
-#include "libtrend/recorder.h"
-#include "tests/support/archive_server.h"
+#include "tests/support/small_archive.h"
 
 namespace toolkit::trend {
 namespace {
 
 constexpr const char* NOT_VALID = "the catalogue of the archive has an entry that is not valid";
 
-ArchiveServer& server() {
-  static ArchiveServer one;
-  return one;
-}
-
-/// An archive in which the device "/plant" has the parameter "a" and the interval of one minute.
-class ArchiveBounds : public testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(recorder_.open(url_), 0) << recorder_.error();
-    ASSERT_EQ(recorder_.begin(), 0);
-    ASSERT_EQ(recorder_.add_device(device_), 0);
-    ASSERT_EQ(recorder_.add_param(device_, param_), 0);
-    ASSERT_EQ(recorder_.add_series(device_, 1, series_), 0);
-    ASSERT_EQ(recorder_.commit(), 0);
-    ASSERT_EQ(log_.open(url_, {}), 0) << log_.error();
-  }
-
-  /// Runs SQL in the schema of the archive.
-  void change(const std::string& sql) const {
-    server().sql("SET search_path = " + url_.substr(url_.rfind('=') + 1) + "; " + sql);
-  }
-
-  [[nodiscard]] std::string params_error() {
-    std::vector<CParamProperties> params;
-    return log_.get_params(device_, params) == 0 ? "" : log_.error();
-  }
-
-  /// Queries all rows of the parameter. Returns why that fails. A handle that was open before
-  /// would not see what `change` has done: it keeps rows while the count of changes stays.
-  [[nodiscard]] std::string rows_error(CDeviceData& data) {
-    EXPECT_EQ(log_.open(url_, {}), 0) << log_.error();
-    const int status = log_.get_trend_data(data, {device_, {param_}}, {{.interval = 1}}, {-1, -1},
-                                           0, 0, true, true);
-    return status == 0 ? "" : log_.error();
-  }
-  [[nodiscard]] std::string rows_error() {
-    CDeviceData data;
-    return rows_error(data);
-  }
-
-  std::string url_ = server().make_archive();
-  CRecorder recorder_;
-  CLog log_;
-  CDeviceProperties device_{.path = "/plant", .aux_text = ""};
-  CParamProperties param_{.path = "a", .has_actual = true};
-  CSeries series_;
-};
+using ArchiveBounds = SmallArchive;
 
 TEST_F(ArchiveBounds, OfTheSlotsOfADevice) {
   change("UPDATE parameter SET first_slot = 65534");

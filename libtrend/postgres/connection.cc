@@ -4,11 +4,12 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
+#include <cstddef>
+#include <cstdint>
 #include <limits>
-#include <new>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace toolkit::trend {
 
@@ -24,14 +25,10 @@ std::string join_lines(std::string_view text) {
   return line;
 }
 
-/// What the server says about a statement that failed.
-std::string get_message(const PGresult* result) {
-  const char* message = PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
-  if (message == nullptr) return join_lines(PQresultErrorMessage(result));
-  std::string text = join_lines(message);
-  const char* detail = PQresultErrorField(result, PG_DIAG_MESSAGE_DETAIL);
-  if (detail != nullptr) text.append(": ").append(join_lines(detail));
-  return text;
+/// A part of what the server says about a statement that failed; empty where it does not say it.
+std::string_view get_field(const Result& result, int field) {
+  const char* text = PQresultErrorField(result.get(), field);
+  return text == nullptr ? "" : text;
 }
 
 /// Whether a statement has succeeded.
@@ -40,10 +37,11 @@ bool is_good(const Result& result) {
   return status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK;
 }
 
-/// Whether a statement has failed without an answer of the server, which has a code.
+/// Whether a statement has failed without an answer of the server, which has a code. No result at
+/// all is such a failure, too.
 bool is_failure_of_libpq(const Result& result) {
   return PQresultStatus(result.get()) == PGRES_FATAL_ERROR &&
-         PQresultErrorField(result.get(), PG_DIAG_SQLSTATE) == nullptr;
+         get_field(result, PG_DIAG_SQLSTATE).empty();
 }
 
 /// A time limit in milliseconds, as libpq and the server take it. 0 would be no limit.
@@ -72,11 +70,7 @@ struct Connection::Sent {
 void Connection::Finish::operator()(pg_conn* connection) const { PQfinish(connection); }
 
 Connection::~Connection() {
-  try {
-    if (is_ahead_) finish_pipeline();
-  } catch (const std::bad_alloc&) {
-    // Without memory it ends at once.
-  }
+  if (is_ahead_) finish_pipeline();
 }
 
 bool Connection::fail() {
@@ -104,7 +98,6 @@ bool Connection::ensure() {
       timeout.c_str(), lost.c_str(), "10", "10", "libtrend", address_.url.c_str(), nullptr};
   names_.clear();
   first_ = nullptr;
-  statements_ = 0;
   pipelines_ = 0;
   is_ahead_ = false;
   ahead_ = Result();
@@ -120,8 +113,8 @@ bool Connection::ensure() {
 /// without the values of the parameters the planner would rather sort. Those of writers name series
 /// by parameters, and only their values tell which partition, and so which server, is asked.
 bool Connection::set_up() {
-  std::string sql = "SET client_encoding = 'UTF8'; SET search_path = ";
-  sql.append(address_.schema).append(", pg_temp; SET lock_timeout = ");
+  std::string sql = "SET client_encoding = 'UTF8'; SET search_path = \"";
+  sql.append(address_.schema).append("\", pg_temp; SET lock_timeout = ");
   sql.append(get_milliseconds(timeout_));
   sql.append("; SET jit = off; SET plan_cache_mode = ");
   sql.append(use_ == Use::READ ? "force_generic_plan" : "force_custom_plan");
@@ -132,17 +125,15 @@ bool Connection::set_up() {
   return run(sql);
 }
 
-bool Connection::take(Result result) {
+/// Returns whether a statement has succeeded. Takes over why not: what the server says about it, or
+/// else libpq.
+bool Connection::take(const Result& result) {
   if (is_good(result)) return true;
-  if (result.get() == nullptr) return fail();
-  if (PQstatus(connection_.get()) == CONNECTION_OK) {
-    error_ = get_message(result.get());
-    return false;
-  }
-  // What the server said before it went away is in one of two places.
-  const std::string last = join_lines(PQresultErrorMessage(result.get()));
-  fail();
-  if (error_.find(last) == std::string::npos) error_ = last;
+  const std::string_view message = get_field(result, PG_DIAG_MESSAGE_PRIMARY);
+  if (message.empty()) return fail();
+  error_ = join_lines(message);
+  const std::string_view detail = get_field(result, PG_DIAG_MESSAGE_DETAIL);
+  if (!detail.empty()) error_.append(": ").append(join_lines(detail));
   return false;
 }
 
@@ -156,15 +147,17 @@ void Connection::end_transaction() {
     first_ = nullptr;
     return;
   }
-  if (send({.sql = "ROLLBACK"}, Sent(Parameters()))) end_pipeline();
+  send({.sql = "ROLLBACK"}, Sent(Parameters()));
+  end_pipeline();
 }
 
-/// Makes room for two more prepared statements. Returns false on failure.
-bool Connection::limit_prepared() {
+/// Makes room for two more prepared statements. If that fails, so does the next statement: the
+/// connection is lost, or the transaction has failed before.
+void Connection::limit_prepared() {
   constexpr std::size_t MAX_PREPARED = 64;
-  if (names_.size() + 2 <= MAX_PREPARED) return true;
+  if (names_.size() + 2 <= MAX_PREPARED) return;
   names_.clear();
-  return run("DEALLOCATE ALL");
+  static_cast<void>(run("DEALLOCATE ALL"));
 }
 
 /// Prepares `sql` when it is run for the second time. Sets `statement.name` to null before that.
@@ -186,73 +179,67 @@ bool Connection::prepare(const std::string& sql, Prepared& statement) {
 }
 
 /// Sends a statement as the next one of a pipeline.
-bool Connection::send(const Prepared& statement, const Sent& sent) {
+void Connection::send(const Prepared& statement, const Sent& sent) {
   const char* const* values = sent.values.data();
   const int* lengths = sent.lengths.data();
   const int* formats = sent.formats.data();
   PGconn* connection = connection_.get();
-  if (PQenterPipelineMode(connection) != 1) return false;
-  ++statements_;
-  return (statement.name == nullptr ? PQsendQueryParams(connection, statement.sql, sent.count(),
-                                                        nullptr, values, lengths, formats, BINARY)
-                                    : PQsendQueryPrepared(connection, statement.name, sent.count(),
-                                                          values, lengths, formats, BINARY)) == 1;
+  PQenterPipelineMode(connection);  // if that fails, so does the sending
+  const int status = statement.name == nullptr
+                         ? PQsendQueryParams(connection, statement.sql, sent.count(), nullptr,
+                                             values, lengths, formats, BINARY)
+                         : PQsendQueryPrepared(connection, statement.name, sent.count(), values,
+                                               lengths, formats, BINARY);
+  is_lost_ |= status != 1;
 }
 
 /// Ends a pipeline. If one of its statements fails, the rest of them are left out.
 void Connection::end_pipeline() {
-  if (PQpipelineSync(connection_.get()) == 1) ++pipelines_;
+  is_lost_ |= PQpipelineSync(connection_.get()) != 1;
+  ++pipelines_;
 }
 
-/// Reads the results of all pipelines that were sent, and returns them, one of each statement. If
-/// the connection is lost on the way, there is one result, which is empty or says why.
-std::vector<Result> Connection::finish_pipeline() {
-  PGconn* connection = connection_.get();
-  std::vector<Result> results;
+/// Reads the results of all pipelines that were sent. Returns the result of the last statement that
+/// was not left out; none, or why, if the connection is lost. Where the first statement is that of
+/// `send_ahead`, its result becomes `ahead_`. Needs no memory of its own, as a destructor uses it.
+Result Connection::finish_pipeline() {
+  Result answer;
   Result last;
-  while (pipelines_ > 0) {
-    Result result(PQgetResult(connection));
+  while (pipelines_ > 0 && !is_lost_) {
+    Result result(PQgetResult(connection_.get()));
     if (PQresultStatus(result.get()) == PGRES_PIPELINE_SYNC) {
       --pipelines_;
       continue;
     }
-    if (result.get() != nullptr) {
-      last = std::move(result);
-      if (!is_failure_of_libpq(last)) continue;
-    } else if (last.get() != nullptr && PQstatus(connection) == CONNECTION_OK) {
-      results.push_back(std::exchange(last, Result()));
-      continue;
-    }
+    const bool is_end = result.get() == nullptr;  // of the results of one statement
+    if (!is_end) last = std::move(result);
     // Where sending has failed, libpq returns no more results, but the status stays as it was.
     // Where memory was lacking, the end of the pipeline may never come.
-    is_lost_ = true;
+    is_lost_ = is_failure_of_libpq(last);
     // What came before must not pass for the whole.
-    results.clear();
-    results.push_back(is_good(last) ? Result() : std::exchange(last, Result()));
-    pipelines_ = 0;
+    if (is_lost_) answer = Result();
+    if (!is_end && !is_lost_) continue;
+    Result one = std::exchange(last, Result());
+    if (is_ahead_) {
+      ahead_ = std::move(one);
+      is_ahead_ = false;
+    } else if (PQresultStatus(one.get()) != PGRES_PIPELINE_ABORTED) {
+      answer = std::move(one);
+    }
   }
-  PQexitPipelineMode(connection);
-  statements_ = 0;
-  if (is_ahead_) ahead_ = results.empty() ? Result() : std::move(results.front());
+  PQexitPipelineMode(connection_.get());
+  pipelines_ = 0;
   is_ahead_ = false;
-  return results;
-}
-
-/// Runs two statements at once and returns the result of the second, or of the first if that fails.
-Result Connection::run_both(const Prepared& first, const Prepared& second, const Sent& sent) {
-  const std::size_t place = statements_;
-  if (send(first, Sent(Parameters())) && send(second, sent)) end_pipeline();
-  std::vector<Result> results = finish_pipeline();
-  if (results.size() == place + 2)
-    return std::move(results[is_good(results[place]) ? place + 1 : place]);
-  return results.empty() ? Result() : std::move(results.front());
+  return answer;
 }
 
 void Connection::send_ahead(const std::string& sql, const Parameters& parameters) {
   finish_pipeline();
   ahead_ = Result();
   Prepared statement;
-  if (!limit_prepared() || !prepare(sql, statement) || !send(statement, Sent(parameters))) return;
+  limit_prepared();
+  if (!prepare(sql, statement)) return;
+  send(statement, Sent(parameters));
   end_pipeline();
   is_ahead_ = true;
 }
@@ -264,7 +251,7 @@ void Connection::take_in() {
 bool Connection::take_ahead(Result& result) {
   if (is_ahead_) finish_pipeline();
   result = std::exchange(ahead_, Result());
-  return result.get() == nullptr || is_good(result) || take(std::move(result));
+  return result.get() == nullptr || take(result);
 }
 
 bool Connection::run(const std::string& sql, const Parameters& parameters, Result& result) {
@@ -277,11 +264,14 @@ bool Connection::run(const std::string& sql, const Parameters& parameters, Resul
   }
   Prepared first;
   Prepared second;
-  if (!limit_prepared() || (first_sql != nullptr && !prepare(first_sql, first)) ||
-      !prepare(sql, second))
-    return false;
+  limit_prepared();
+  if ((first_sql != nullptr && !prepare(first_sql, first)) || !prepare(sql, second)) return false;
   if (first_sql != nullptr) {
-    result = run_both(first, second, sent);
+    send(first, Sent(Parameters()));
+    send(second, sent);
+    end_pipeline();
+    result = finish_pipeline();
+    if (!is_good(ahead_)) ahead_ = Result();  // it has failed in the transaction before this one
   } else if (second.name == nullptr) {
     result =
         Result(PQexecParams(connection_.get(), second.sql, sent.count(), nullptr,
@@ -290,58 +280,42 @@ bool Connection::run(const std::string& sql, const Parameters& parameters, Resul
     result = Result(PQexecPrepared(connection_.get(), second.name, sent.count(), sent.values.data(),
                                    sent.lengths.data(), sent.formats.data(), BINARY));
   }
-  return is_good(result) || take(std::move(result));
-}
-
-bool Connection::run(const std::string& sql, const Parameters& parameters, std::int64_t& changed) {
-  Result result;
-  if (!run(sql, parameters, result)) return false;
-  changed = 0;
-  const std::string_view text = PQcmdTuples(result.get());
-  std::from_chars(text.data(), text.data() + text.size(), changed);
-  return true;
+  return take(result);
 }
 
 bool Connection::commit(bool& is_in_doubt) {
   const Result result(PQexec(connection_.get(), "COMMIT"));
   is_in_doubt = false;
-  if (PQresultStatus(result.get()) == PGRES_COMMAND_OK) {
+  if (take(result)) {
     // After an error, the server takes COMMIT for ROLLBACK.
     if (std::string_view(PQcmdStatus(result.get())) == "COMMIT") return true;
     error_ = "the server has undone the transaction";
     return false;
   }
-  is_in_doubt = PQstatus(connection_.get()) != CONNECTION_OK || is_failure_of_libpq(result);
-  if (is_in_doubt) return fail();
-  error_ = get_message(result.get());
+  // Only an error of the statement itself says for sure that nothing was recorded.
+  is_in_doubt = get_field(result, PG_DIAG_SEVERITY_NONLOCALIZED) != "ERROR";
   return false;
 }
 
 bool Connection::copy_in(const std::string& sql, std::span<const unsigned char> data) {
   constexpr std::size_t PORTION = std::size_t{1} << 16;
-  Result start(PQexec(connection_.get(), sql.c_str()));
+  const Result start(PQexec(connection_.get(), sql.c_str()));
   if (PQresultStatus(start.get()) != PGRES_COPY_IN) {
-    if (take(std::move(start))) error_ = "the server does not take rows";
+    if (take(start)) error_ = "the server does not take rows";
     return false;
   }
   bool is_sent = true;
-  while (is_sent && !data.empty()) {
+  while (!data.empty()) {
     const std::span<const unsigned char> portion = data.first(std::min(PORTION, data.size()));
-    is_sent = PQputCopyData(connection_.get(), reinterpret_cast<const char*>(portion.data()),
-                            static_cast<int>(portion.size())) == 1;
+    is_sent &= PQputCopyData(connection_.get(), reinterpret_cast<const char*>(portion.data()),
+                             static_cast<int>(portion.size())) == 1;
     data = data.subspan(portion.size());
   }
-  // Without an end, libpq would wait for data for ever.
-  const char* const reason = is_sent ? nullptr : "the rows could not be sent";
-  is_sent = PQputCopyEnd(connection_.get(), reason) == 1 && is_sent;
-  // The server may have refused the data before all was sent, so what it says comes first.
-  bool is_done = is_sent || fail();
-  for (;;) {
-    Result result(PQgetResult(connection_.get()));
-    if (result.get() == nullptr) return is_done;
-    if (PQresultStatus(result.get()) == PGRES_COPY_IN) return fail();
-    is_done = take(std::move(result)) && is_done;
-  }
+  // Without an end, libpq would wait for data for ever. With a reason, the server takes no rows.
+  // Only a lack of memory keeps libpq from sending: it notices a lost connection when it waits.
+  PQputCopyEnd(connection_.get(), is_sent ? nullptr : "the rows could not be sent");
+  // libpq drops what comes after the answer before it sends the next statement.
+  return take(Result(PQgetResult(connection_.get())));
 }
 
 }  // namespace toolkit::trend

@@ -1,13 +1,10 @@
 // A connection to a PostgreSQL server.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <map>
 #include <memory>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "libtrend/postgres/url.h"
 #include "libtrend/postgres/values.h"
@@ -39,9 +36,6 @@ class Connection {
   [[nodiscard]] bool run(const std::string& sql);
   /// Runs one statement.
   [[nodiscard]] bool run(const std::string& sql, const Parameters& parameters, Result& result);
-  /// The same; its rows are dropped. `changed` is set to how many rows it has changed.
-  [[nodiscard]] bool run(const std::string& sql, const Parameters& parameters,
-                         std::int64_t& changed);
   /// Runs `sql` just before the next statement that has its own `Parameters`, and sends both at
   /// once. If `sql` fails, so does that statement.
   void run_with_next(const char* sql) { first_ = sql; }
@@ -76,13 +70,12 @@ class Connection {
   };
 
   bool set_up();
-  bool limit_prepared();
+  void limit_prepared();
   bool prepare(const std::string& sql, Prepared& statement);
-  bool send(const Prepared& statement, const Sent& sent);
+  void send(const Prepared& statement, const Sent& sent);
   void end_pipeline();
-  std::vector<Result> finish_pipeline();
-  Result run_both(const Prepared& first, const Prepared& second, const Sent& sent);
-  bool take(Result result);
+  Result finish_pipeline();
+  bool take(const Result& result);
   bool fail();
 
   ArchiveAddress address_;
@@ -93,11 +86,10 @@ class Connection {
   std::map<std::string, std::string> names_;
   unsigned prepared_ = 0;        ///< how many there were
   const char* first_ = nullptr;  ///< what `run_with_next` was told
-  std::size_t statements_ = 0;   ///< how many were sent in pipelines and have no result yet
-  unsigned pipelines_ = 0;       ///< in how many
+  unsigned pipelines_ = 0;       ///< how many were sent and have not ended yet
   bool is_ahead_ = false;        ///< whether the first statement is that of `send_ahead`
   Result ahead_;                 ///< its rows, or its failure, once they have been read
-  bool is_lost_ = false;         ///< whether the connection was found lost by its results
+  bool is_lost_ = false;         ///< whether a pipeline has shown that the connection is lost
   std::string error_;
 };
 

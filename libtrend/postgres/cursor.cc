@@ -77,8 +77,7 @@ bool ArchiveCursor::fetch(std::uint64_t offset, std::uint64_t size) {
   portion_ = describe(size);
   if (earliest_ > latest_) return true;
   if (!connection_.run(portion_.sql, get_parameters(portion_, offset), portion_.rows)) {
-    error_ = connection_.error();
-    return false;
+    return fail(connection_.error());
   }
   if (wants_values_) portion_size_ = std::min(GROWTH * portion_size_, largest_size_);
   if (portion_.rows.rows() == 0) return true;
@@ -108,13 +107,13 @@ void ArchiveCursor::look_ahead() {
 
 /// Takes the time of the current row over, unless it is beyond the range.
 bool ArchiveCursor::take_row() {
-  if (!portion_.rows.read_time(row_, TIME, timestamp_)) return fail_as_damaged();
+  if (!portion_.rows.read_time(row_, TIME, timestamp_)) return fail(NOT_A_ROW);
   if (ascending_ ? timestamp_ > latest_ : timestamp_ < earliest_) {
     timestamp_ = NO_ROW;
     latest_ = earliest_ - 1;
     return true;
   }
-  if (ascending_ ? timestamp_ < earliest_ : timestamp_ > latest_) return fail_as_damaged();
+  if (ascending_ ? timestamp_ < earliest_ : timestamp_ > latest_) return fail(NOT_A_ROW);
   if (ascending_) {
     earliest_ = timestamp_ + 1;
   } else {
@@ -136,26 +135,24 @@ bool ArchiveCursor::is_last_portion() const {
          latest_ <= portion_.latest;
 }
 
-/// Goes to the first row of the range in the portion, if that row must be there. Sets `is_placed`
-/// to whether it is.
-bool ArchiveCursor::go_on_in_portion(bool& is_placed) {
+/// Goes to the first row of the range in the portion. Returns false unless that row is certainly
+/// there: after the last row of the portion, or where one can't be read, the server must be asked.
+bool ArchiveCursor::go_on_in_portion() {
   std::size_t first = 0;
   for (std::size_t end = portion_.rows.rows(); first < end;) {
     const std::size_t middle = first + (end - first) / 2;
     std::int64_t time = 0;
-    if (!portion_.rows.read_time(middle, TIME, time)) return fail_as_damaged();
+    if (!portion_.rows.read_time(middle, TIME, time)) return false;
     if (ascending_ ? time < earliest_ : time > latest_) {
       first = middle + 1;
     } else {
       end = middle;
     }
   }
-  if (first == portion_.rows.rows()) return true;
+  if (first == portion_.rows.rows()) return false;
   row_ = first;
-  is_placed = true;
-  if (!take_row()) return false;
-  if (timestamp_ != NO_ROW) look_ahead();
-  return true;
+  look_ahead();
+  return take_row();
 }
 
 /// Goes to the first row of the range in the portion at hand, or in the one that was sent ahead.
@@ -164,17 +161,15 @@ bool ArchiveCursor::go_on(bool& is_placed) {
   if (portion_.rows.rows() > 0 && is_usable(portion_)) {
     goes_on_ = true;
     portion_size_ = std::min(GROWTH * portion_.wanted, largest_size_);
-    if (!go_on_in_portion(is_placed)) return false;
+    is_placed = go_on_in_portion();
   }
   if (is_placed || ahead_ == nullptr || !is_usable(*ahead_)) return true;
   Portion next = std::exchange(*ahead_, Portion());
-  if (!connection_.take_ahead(next.rows)) {
-    error_ = connection_.error();
-    return false;
-  }
+  if (!connection_.take_ahead(next.rows)) return fail(connection_.error());
   if (next.rows.rows() == 0) return true;
   portion_ = std::move(next);
-  return go_on_in_portion(is_placed);
+  is_placed = go_on_in_portion();
+  return true;
 }
 
 /// Goes to the first row of the range.
@@ -213,7 +208,7 @@ bool ArchiveCursor::decode(CSnapshot& row) {
     wants_values_ = true;
     (ascending_ ? earliest_ : latest_) = timestamp_;
     if (!fetch(0, portion_size_)) return false;
-    if (timestamp_ == NO_ROW) return fail_as_damaged();
+    if (timestamp_ == NO_ROW) return fail(NOT_A_ROW);
   }
   // A call of the system for each row would cost more than the row.
   constexpr std::size_t ROWS_BETWEEN = 32;
@@ -221,7 +216,7 @@ bool ArchiveCursor::decode(CSnapshot& row) {
   row.timestamp = static_cast<std::time_t>(timestamp_);
   if (!portion_.rows.read(row_, VALID_RATIO, row.valid_ratio) ||
       !runs_.unpack(portion_.rows, row_, VALUES, row.samples)) {
-    return fail_as_damaged();
+    return fail(NOT_A_ROW);
   }
   return true;
 }
@@ -234,15 +229,15 @@ bool ArchiveCursor::find_before(std::int64_t time, std::int64_t& timestamp) {
   std::string sql = "SELECT time FROM snapshot WHERE series_id = ";
   sql.append(std::to_string(series_id_));
   sql.append(" AND time >= $1 AND time < $2 ORDER BY time DESC LIMIT 1");
-  if (!connection_.run(sql, parameters, result)) {
-    error_ = connection_.error();
-    return false;
-  }
-  return result.rows() == 0 || result.read_time(0, 0, timestamp) || fail_as_damaged();
+  if (!connection_.run(sql, parameters, result)) return fail(connection_.error());
+  if (result.rows() == 0 || result.read_time(0, 0, timestamp)) return true;
+  return fail(NOT_A_ROW);
 }
 
-bool ArchiveCursor::fail_as_damaged() {
-  error_ = NOT_A_ROW;
+/// Notes the reason. Later queries do not go on in what this one has read.
+bool ArchiveCursor::fail(const std::string& reason) {
+  error_ = reason;
+  portion_ = Portion();
   return false;
 }
 

@@ -52,14 +52,14 @@ class ArchiveCursor : public SeriesCursor {
   [[nodiscard]] bool is_usable(const Portion& portion) const;
   [[nodiscard]] bool is_last_portion() const;
   [[nodiscard]] bool go_on(bool& is_placed);
-  [[nodiscard]] bool go_on_in_portion(bool& is_placed);
+  [[nodiscard]] bool go_on_in_portion();
   [[nodiscard]] bool go_to_range();
   [[nodiscard]] bool take_row();
   [[nodiscard]] std::string get_sql(bool with_values) const;
   [[nodiscard]] std::uint64_t get_size() const {
     return wants_values_ ? portion_size_ : skip_size_;
   }
-  bool fail_as_damaged();
+  bool fail(const std::string& reason);
 
   Connection& connection_;
   std::int64_t series_id_;

@@ -33,7 +33,8 @@ bool ArchiveReader::fail(const std::string& reason) {
 }
 
 bool ArchiveReader::fetch(const std::string& sql, const Parameters& parameters, Result& result) {
-  return connection_.run(sql, parameters, result) || fail(connection_.error());
+  if (connection_.run(sql, parameters, result)) return true;
+  return fail(connection_.error());
 }
 
 bool ArchiveReader::begin() {
@@ -121,12 +122,13 @@ bool ArchiveReader::summarize(const CSeries& series, CSeriesSummary& summary) {
           Parameters().add(series.id), result)) {
     return false;
   }
-  if (result.rows() != 1 || !read_number(result, 0, 0, summary.rows))
-    return fail(DAMAGED_CATALOGUE);
+  if (!read_number(result, 0, 0, summary.rows)) return fail(DAMAGED_CATALOGUE);
   if (summary.rows == 0) return true;
-  return (result.read_time(0, 1, summary.first_time) && result.read_time(0, 2, summary.last_time) &&
-          read_number(result, 0, 3, summary.bytes)) ||
-         fail(NOT_A_ROW);
+  if (result.read_time(0, 1, summary.first_time) && result.read_time(0, 2, summary.last_time) &&
+      read_number(result, 0, 3, summary.bytes)) {
+    return true;
+  }
+  return fail(NOT_A_ROW);
 }
 
 std::unique_ptr<SeriesCursor> ArchiveReader::make_cursor(
@@ -146,8 +148,9 @@ std::unique_ptr<SeriesCursor> ArchiveReader::make_cursor(
 
 bool ArchiveReader::get_uuid(std::string& uuid) {
   Result result;
-  return fetch("SELECT uuid::text FROM archive", {}, result) &&
-         ((result.rows() == 1 && result.read(0, 0, uuid)) || fail(DAMAGED_CATALOGUE));
+  if (!fetch("SELECT uuid::text FROM archive", {}, result)) return false;
+  if (result.read(0, 0, uuid)) return true;
+  return fail(DAMAGED_CATALOGUE);
 }
 
 bool ArchiveReader::get_changes(const CSeries& series, std::uint64_t since,
@@ -157,9 +160,7 @@ bool ArchiveReader::get_changes(const CSeries& series, std::uint64_t since,
   if (!fetch("SELECT changes FROM series WHERE id = $1", Parameters().add(series.id), result)) {
     return false;
   }
-  if (result.rows() != 1 || !read_number(result, 0, 0, changes.number)) {
-    return fail("the archive has no such series");
-  }
+  if (!read_number(result, 0, 0, changes.number)) return fail(DAMAGED_CATALOGUE);
   if (since == 0) {
     changes.ranges.push_back({1, MAX_TIMESTAMP});
     return true;

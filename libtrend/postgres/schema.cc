@@ -239,14 +239,14 @@ bool expect_archive(Connection& connection, std::string& error) {
     return false;
   }
   bool is_there = false;
-  if (found.rows() != 1 || !found.read(0, 0, is_there) || !is_there) {
+  if (!found.read(0, 0, is_there) || !is_there) {
     error = "the server has no archive in the schema '" + schema + "'; trendtool init makes one";
     return false;
   }
   Result result;
   if (!connection.run("SELECT version FROM archive", {}, result)) return false;
   std::int64_t version = 0;
-  if (result.rows() == 1 && result.read(0, 0, version) && version == VERSION) return true;
+  if (result.read(0, 0, version) && version == VERSION) return true;
   error = "the archive has version " + std::to_string(version) + ", but version " +
           std::to_string(VERSION) + " is needed";
   return false;
@@ -258,10 +258,9 @@ bool create_schema(const std::string& url, const ArchiveOptions& options, std::s
   Connection connection(address, Connection::Use::WRITE, CONNECT_TIMEOUT);
   const std::string retention =
       options.retention_months == 0 ? "NULL" : std::to_string(options.retention_months);
-  std::string sql = "BEGIN; CREATE SCHEMA ";
-  sql.append(address.schema).append(";\n");
-  sql.append("COMMENT ON SCHEMA ").append(address.schema);
-  sql.append(" IS 'An archive of trend data, see docs/archive.md of trendcsv';\n");
+  std::string sql = "BEGIN; CREATE SCHEMA \"";
+  sql.append(address.schema).append("\";\nCOMMENT ON SCHEMA \"").append(address.schema);
+  sql.append("\" IS 'An archive of trend data, see docs/archive.md of trendcsv';\n");
   sql.append(CATALOGUE)
       .append(get_snapshot_sql(options.partitions))
       .append(get_views_sql())

@@ -7,7 +7,7 @@ namespace toolkit::trend {
 
 struct ArchiveAddress {
   std::string url;     ///< what libpq gets
-  std::string schema;  ///< whose tables are the archive; fit to be used in SQL as it is
+  std::string schema;  ///< whose tables are the archive; fit for SQL between double quotes
 };
 
 /// Takes the parameter `schema` out of the query of `url`; without it the schema is `trend`.

@@ -34,7 +34,7 @@ TEST(ArchiveUrl, NamesASchemaAmongOtherParameters) {
 }
 
 TEST(ArchiveUrl, RefusesNamesThatSqlWouldReadOtherwise) {
-  for (const std::string name : {"", "A", "7", "a b", "a;drop", "a%20", "\"a\"", "ä"}) {
+  for (const std::string name : {"", "A", "7", "a b", "a;drop", "a%20", "\"a\"", "ä", "{"}) {
     EXPECT_NE(error_of("postgresql:///t?schema=" + name).find("small letters"), std::string::npos);
   }
   EXPECT_NE(error_of("postgresql:///t?schema=" + std::string(64, 'a')), "");

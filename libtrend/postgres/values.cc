@@ -2,6 +2,8 @@
 
 #include <libpq-fe.h>
 
+#include <bit>
+
 #include "libtrend/postgres/wire.h"
 #include "libtrend/query/bytes.h"
 

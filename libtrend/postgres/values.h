@@ -1,7 +1,6 @@
 // Values that travel to and from a PostgreSQL server, in libpq's binary form.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -20,7 +19,6 @@ namespace toolkit::trend {
 class Parameters {
  public:
   Parameters& add(std::int64_t number);
-  Parameters& add(double number) { return add(std::bit_cast<std::int64_t>(number)); }
   Parameters& add(bool value);
   Parameters& add(std::string_view text);
   /// A time in seconds since 1970, for a timestamptz.
@@ -32,7 +30,8 @@ class Parameters {
   std::vector<std::string> values_;
 };
 
-/// The rows that a statement has returned. Columns and rows count from 0.
+/// The rows that a statement has returned. Columns and rows count from 0. A row that is not there
+/// reads as one of NULLs.
 class Result {
  public:
   Result() = default;

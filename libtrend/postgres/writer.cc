@@ -87,7 +87,8 @@ bool ArchiveWriter::fail(const std::string& reason) {
 }
 
 bool ArchiveWriter::fetch(const std::string& sql, const Parameters& parameters, Result& result) {
-  return connection_.run(sql, parameters, result) || fail(connection_.error());
+  if (connection_.run(sql, parameters, result)) return true;
+  return fail(connection_.error());
 }
 
 bool ArchiveWriter::run(const std::string& sql, const Parameters& parameters) {
@@ -99,7 +100,8 @@ bool ArchiveWriter::begin() {
   locked_.clear();
   params_.clear();
   rows_.clear();
-  return (connection_.ensure() && connection_.run("BEGIN")) || fail(connection_.error());
+  if (connection_.ensure() && connection_.run("BEGIN")) return true;
+  return fail(connection_.error());
 }
 
 void ArchiveWriter::rollback() { static_cast<void>(connection_.run("ROLLBACK")); }
@@ -136,18 +138,21 @@ bool ArchiveWriter::find_or_add(const char* find, const Parameters& key, const c
                                 const Parameters& values, Result& result) {
   if (!fetch(find, key, result)) return false;
   if (result.rows() > 0) return true;
-  return run(insert, values) && fetch(find, key, result) &&
-         (result.rows() > 0 || fail("an entry of the catalogue was removed meanwhile"));
+  if (!run(insert, values) || !fetch(find, key, result)) return false;
+  if (result.rows() > 0) return true;
+  return fail("an entry of the catalogue was removed meanwhile");
 }
 
 bool ArchiveWriter::add_device(CDeviceProperties& device) {
   Result result;
-  return find_or_add(
-             "SELECT id, description FROM device WHERE path = $1", Parameters().add(device.path),
-             "INSERT INTO device (path, description) VALUES ($1, $2) ON CONFLICT DO NOTHING",
-             Parameters().add(device.path).add(device.aux_text), result) &&
-         ((result.read(0, 0, device.aux_1) && result.read(0, 1, device.aux_text)) ||
-          fail(DAMAGED_CATALOGUE));
+  if (!find_or_add("SELECT id, description FROM device WHERE path = $1",
+                   Parameters().add(device.path),
+                   "INSERT INTO device (path, description) VALUES ($1, $2) ON CONFLICT DO NOTHING",
+                   Parameters().add(device.path).add(device.aux_text), result)) {
+    return false;
+  }
+  if (result.read(0, 0, device.aux_1) && result.read(0, 1, device.aux_text)) return true;
+  return fail(DAMAGED_CATALOGUE);
 }
 
 /// Reads the parameters of a device once for each transaction, and once more to lock the device, so
@@ -216,14 +221,16 @@ bool ArchiveWriter::add_series(const CDeviceProperties& device, std::uint32_t mi
   Result result;
   std::int64_t count = 0;
   series.minutes = minutes;
-  return find_or_add(
-             "SELECT id, (SELECT count(*) FROM series WHERE device_id = $1) FROM series "
-             "WHERE device_id = $1 AND minutes = $2",
-             key, "INSERT INTO series (device_id, minutes) VALUES ($1, $2) ON CONFLICT DO NOTHING",
-             key, result) &&
-         ((result.read(0, 0, series.id) && result.read(0, 1, count)) || fail(DAMAGED_CATALOGUE)) &&
-         (count <= static_cast<std::int64_t>(MAX_DEVICE_SERIES) ||
-          fail("a device has at most " + std::to_string(MAX_DEVICE_SERIES) + " intervals"));
+  if (!find_or_add("SELECT id, (SELECT count(*) FROM series WHERE device_id = $1) FROM series "
+                   "WHERE device_id = $1 AND minutes = $2",
+                   key,
+                   "INSERT INTO series (device_id, minutes) VALUES ($1, $2) ON CONFLICT DO NOTHING",
+                   key, result)) {
+    return false;
+  }
+  if (!result.read(0, 0, series.id) || !result.read(0, 1, count)) return fail(DAMAGED_CATALOGUE);
+  if (count <= static_cast<std::int64_t>(MAX_DEVICE_SERIES)) return true;
+  return fail("a device has at most " + std::to_string(MAX_DEVICE_SERIES) + " intervals");
 }
 
 /// Locks a series until the transaction ends, and looks which times it has. Returns null on
@@ -237,7 +244,7 @@ ArchiveWriter::Locked* ArchiveWriter::lock(std::int64_t series_id) {
              Parameters().add(series_id), result)) {
     return nullptr;
   }
-  if (result.rows() != 1 || !result.read(0, 0, series.change)) {
+  if (!result.read(0, 0, series.change)) {
     fail("the archive has no such series");
     return nullptr;
   }
@@ -247,9 +254,8 @@ ArchiveWriter::Locked* ArchiveWriter::lock(std::int64_t series_id) {
              Parameters().add(series_id), result)) {
     return nullptr;
   }
-  if (result.rows() == 1 && !result.is_null(0, 0) &&
-      (!result.read_time(0, 0, series.recorded.first) ||
-       !result.read_time(0, 1, series.recorded.last))) {
+  if (!result.is_null(0, 0) && (!result.read_time(0, 0, series.recorded.first) ||
+                                !result.read_time(0, 1, series.recorded.last))) {
     fail(NOT_A_ROW);
     return nullptr;
   }
@@ -265,8 +271,8 @@ bool ArchiveWriter::is_free(const Locked& series, std::int64_t series_id, std::i
                          Parameters().add(series_id).add_time(time), result)) {
     return false;
   }
-  return result.rows() == 0 ||
-         fail("the series has a row at the time " + std::to_string(time) + " already");
+  if (result.rows() == 0) return true;
+  return fail("the series has a row at the time " + std::to_string(time) + " already");
 }
 
 bool ArchiveWriter::append(const CSeries& series, std::int64_t timestamp, double valid_ratio,
@@ -291,7 +297,8 @@ bool ArchiveWriter::flush() {
   const bool is_sent = connection_.copy_in(
       "COPY snapshot (series_id, time, valid_ratio, samples) FROM STDIN BINARY", rows_);
   rows_.clear();
-  return is_sent || fail(connection_.error());
+  if (is_sent) return true;
+  return fail(connection_.error());
 }
 
 bool ArchiveWriter::purge(const CSeries& series, std::int64_t before) {
@@ -311,7 +318,8 @@ bool ArchiveWriter::remove_row(const CSeries& series, std::int64_t timestamp) {
              Parameters().add(series.id).add_time(timestamp), result)) {
     return false;
   }
-  return result.rows() == 1 || fail("the series has no row at that time");
+  if (result.rows() == 1) return true;
+  return fail("the series has no row at that time");
 }
 
 bool ArchiveWriter::remove_series(const CSeries& series) {
@@ -338,7 +346,8 @@ bool ArchiveWriter::remove_device(const CDeviceProperties& device) {
       !fetch("DELETE FROM device WHERE id = $1 RETURNING 1", parameters, result)) {
     return false;
   }
-  return result.rows() == 1 || fail("the archive has no such device");
+  if (result.rows() == 1) return true;
+  return fail("the archive has no such device");
 }
 
 bool ArchiveWriter::get_copied(const std::string& source, const CSeries& series,
@@ -350,7 +359,7 @@ bool ArchiveWriter::get_copied(const std::string& source, const CSeries& series,
     return false;
   }
   std::int64_t number = 0;
-  if (result.rows() == 1 && result.read(0, 0, number) && number > 0) {
+  if (result.read(0, 0, number) && number > 0) {
     change = static_cast<std::uint64_t>(number);
   }
   return true;

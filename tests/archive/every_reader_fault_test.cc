@@ -117,6 +117,20 @@ void ask_for_rows(CLog& log, const CDeviceParams& selection, Answers& answers) {
   }
 }
 
+/// Asks for a part of the rows and goes on after it, so that rows are sent ahead.
+void ask_for_portions(CLog& log, const CDeviceParams& selection, Answers& answers) {
+  for (const bool ascending : {false, true}) {
+    for (const std::pair<long, long>& range :
+         {std::pair<long, long>{240, 480},
+          ascending ? std::pair<long, long>{240, -1} : std::pair<long, long>{-1, 420}}) {
+      CDeviceData data;
+      const int status = log.get_trend_data(data, selection, {{.interval = 1}, {.interval = 5}},
+                                            range, 0, 0, ascending, true);
+      answers.add(status, print_rows(data));
+    }
+  }
+}
+
 void ask_for_all(CLog& log, const CDeviceParams& selection, Answers& answers) {
   ask_for_catalogue(log, selection, answers);
   ask_for_rows(log, selection, answers);
@@ -152,6 +166,14 @@ class EveryReaderFault : public testing::Test {
       }
       ASSERT_EQ(recorder.commit(), 0) << recorder.error();
     }
+  }
+
+  /// Adds parameters whose slots are so far apart that a portion has few rows.
+  void add_far_parameters() const {
+    server().sql("INSERT INTO " + url_.substr(url_.rfind('=') + 1) +
+                 ".parameter (device_id, path, first_slot, has_min, has_max, has_avg, has_actual, "
+                 "has_sum) SELECT 1, 'far' || i, 600 * i, true, "
+                 "false, false, false, false FROM generate_series(1, 33) AS i");
   }
 
   using Questions = std::function<void(CLog&, const CDeviceParams&, Answers&)>;
@@ -196,6 +218,13 @@ class EveryReaderFault : public testing::Test {
 
 TEST_F(EveryReaderFault, ALostRequestOfAReaderIsNoticed) {
   expect_right_or_failed(Fault::LOSE_REQUEST, 19, ask_for_all);
+}
+
+TEST_F(EveryReaderFault, AFaultBetweenPortionsIsNoticed) {
+  add_far_parameters();
+  expect_right_or_failed(Fault::REFUSE, 1, ask_for_portions);
+  expect_right_or_failed(Fault::LOSE_REPLY, 13, ask_for_portions);
+  expect_right_or_failed(Fault::NO_VALUE, 3, ask_for_portions);
 }
 
 TEST_F(EveryReaderFault, ALostReplyToAReaderIsNoticed) {

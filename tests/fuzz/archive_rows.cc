@@ -1,16 +1,15 @@
 // The values of a row of an archive, as the server sends them: against a simple reader of the same
 // bytes.
 #include <fuzzer/FuzzedDataProvider.h>
-#include <libpq-fe.h>
 
 #include <bit>
 #include <limits>
-#include <memory>
 #include <optional>
 
 #include "libtrend/postgres/slot_runs.h"
 #include "libtrend/statistics.h"
 #include "tests/fuzz/fuzz.h"
+#include "tests/support/made_result.h"
 
 using namespace toolkit::trend;
 
@@ -49,27 +48,6 @@ std::optional<std::vector<double>> read_array(const std::string& bytes, std::siz
     place += 8;
   }
   return values;
-}
-
-/// A row with these values in binary form.
-Result make_result(const std::vector<std::string>& columns) {
-  PGresult* result = PQmakeEmptyPGresult(nullptr, PGRES_TUPLES_OK);
-  std::vector<std::string> names(columns.size(), "column");
-  std::vector<PGresAttDesc> descriptions;
-  for (std::string& name : names) descriptions.push_back({name.data(), 0, 0, 1, 1022, -1, -1});
-  demand(PQsetResultAttrs(result, static_cast<int>(columns.size()), descriptions.data()) == 1,
-         "can't make a result");
-  for (std::size_t i = 0; i < columns.size(); ++i) {
-    std::string bytes = columns[i];
-    demand(PQsetvalue(result, 0, static_cast<int>(i), bytes.data(),
-                      static_cast<int>(bytes.size())) == 1,
-           "can't make a value");
-  }
-  return Result(result);
-}
-
-void append_number(std::uint64_t number, std::size_t size, std::string& bytes) {
-  while (size-- > 0) bytes += static_cast<char>(number >> 8 * size & 0xFF);
 }
 
 /// Makes an array as the server sends it, in which a few bytes may be changed.
