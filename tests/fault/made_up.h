@@ -2,17 +2,14 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "libtrend/log.h"
 #include "libtrend/recorder.h"
-#include "libtrend/sqlite/connection.h"
 #include "tests/support/answers.h"
 #include "tests/support/database_file.h"
 #include "tests/support/process.h"
@@ -72,18 +69,6 @@ class MadeUp {
       }
     }
     next_ %= RECORDINGS.size();
-  }
-
-  /// Expects a change of a copy through a connection to be noticed. `change` may find that there is
-  /// nothing to change, and returns false then.
-  void expect_notice_of(const std::function<bool(sqlite3* db)>& change) {
-    {
-      Database db;
-      std::string error;
-      ASSERT_TRUE(connect(copy(), SQLITE_OPEN_READWRITE, nullptr, db, error)) << error;
-      if (!change(db.get())) return;
-    }
-    expect_notice();
   }
 
  private:
