@@ -2,11 +2,16 @@
 
 #include <sqlite3.h>
 
+#include <utility>
+
 namespace {
 
 StatementFault in_force;
 bool is_in_force = false;
 int moments = 0;
+
+std::string hooked_sql;
+std::function<void()> hook;  ///< empty while it runs
 
 /// Counts a moment. Returns whether it must fail.
 bool must_fail(Moment moment) {
@@ -23,7 +28,16 @@ int authorize(void* /*context*/, int action, const char* /*first*/, const char* 
   return !is_column && must_fail(Moment::PREPARE) ? SQLITE_DENY : SQLITE_OK;
 }
 
-int watch(unsigned /*event*/, void* db, void* /*statement*/, void* /*detail*/) {
+/// Calls the hook if a statement that starts is the one that it waits for.
+void call_hook(const char* sql) {
+  if (!hook || sql != hooked_sql) return;
+  const std::function<void()> action = std::exchange(hook, nullptr);
+  action();
+  hook = action;
+}
+
+int watch(unsigned event, void* db, void* statement, void* /*detail*/) {
+  if (event == SQLITE_TRACE_STMT) call_hook(sqlite3_sql(static_cast<sqlite3_stmt*>(statement)));
   if (must_fail(Moment::RUN)) sqlite3_interrupt(static_cast<sqlite3*>(db));
   return 0;
 }
@@ -48,3 +62,10 @@ StatementFaultInForce::StatementFaultInForce(const StatementFault& fault) {
 StatementFaultInForce::~StatementFaultInForce() { is_in_force = false; }
 
 bool StatementFaultInForce::has_happened() const { return moments >= in_force.number; }
+
+StatementHook::StatementHook(std::string sql, std::function<void()> action) {
+  hooked_sql = std::move(sql);
+  hook = std::move(action);
+}
+
+StatementHook::~StatementHook() { hook = nullptr; }
