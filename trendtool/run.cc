@@ -22,12 +22,6 @@
 
 namespace {
 
-/// Writes `text` to standard output. Returns the exit status.
-int print(const std::string& text) {
-  OutputFile out;
-  return out.open("", "") && out.write(text) && out.finish() ? SUCCESS : fail(out.error());
-}
-
 /// Says what is wrong with the command line, and where to look. Returns the exit status.
 int refuse(const CLI::App& app, const CLI::ParseError& error) {
   const auto chosen = app.get_subcommands();
@@ -59,9 +53,9 @@ int run_subcommand(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
-    return print(app.help());
+    return print_result(app.help());
   } catch (const CLI::CallForVersion& version) {
-    return print(std::string(version.what()) + "\n");
+    return print_result(std::string(version.what()) + "\n");
   } catch (const CLI::ParseError& error) {
     return refuse(app, error);
   }

@@ -11,6 +11,7 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -211,6 +212,22 @@ int connect(int file, const struct sockaddr* address, socklen_t size) {
 int poll(struct pollfd* files, nfds_t count, int timeout) {
   REAL(poll);
   return pass("poll", -1, real, files, count, timeout);
+}
+int pipe2(int* ends, int flags) noexcept {
+  REAL(pipe2);
+  return pass("pipe", -1, real, ends, flags);
+}
+int close(int file) {
+  REAL(close);
+  return pass("close", -1, real, file);
+}
+pid_t waitpid(pid_t process, int* status, int options) {
+  REAL(waitpid);
+  return pass("wait", -1, real, process, status, options);
+}
+int fchmod(int file, mode_t mode) noexcept {
+  REAL(fchmod);
+  return pass("chmod", -1, real, file, mode);
 }
 int fsync(int file) {
   REAL(fsync);

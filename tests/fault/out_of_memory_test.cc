@@ -54,4 +54,13 @@ TEST(OutOfMemory, DoesNotAffectADumpThatEndsEarlier) {
   EXPECT_EQ(result.out, ROWS);
 }
 
+TEST(OutOfMemory, EndsTrendtoolUnderBothOfItsNames) {
+  const ProcessResult tool = run_tool("tests/out_of_memory_trendtool", {});
+  EXPECT_EQ(tool.exit_status, 1);
+  EXPECT_EQ(tool.err, "trendtool: out of memory\n");
+  const ProcessResult load = run_tool("tests/out_of_memory_trendtool", {"as trendload"});
+  EXPECT_EQ(load.exit_status, 1);
+  EXPECT_EQ(load.err, "trendload: out of memory\n");
+}
+
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <iterator>
@@ -72,20 +71,6 @@ std::string make_csv(int rows) {
     text += line;
   }
   return text;
-}
-
-/// Whether all that `part` has is in `whole`.
-bool is_part(const LogContent& part, const LogContent& whole) {
-  for (const auto& [path, device] : part.devices) {
-    if (!whole.devices.contains(path)) return false;
-    for (const auto& [minutes, series] : device.series) {
-      const auto& rows = whole.devices.at(path).series.at(minutes).rows;
-      if (!std::includes(rows.begin(), rows.end(), series.rows.begin(), series.rows.end())) {
-        return false;
-      }
-    }
-  }
-  return true;
 }
 
 class ProgramFault : public testing::Test {

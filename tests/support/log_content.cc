@@ -77,3 +77,16 @@ LogContent read_content(const std::string& path) {
   }
   return content;
 }
+
+bool is_part(const LogContent& part, const LogContent& whole) {
+  for (const auto& [path, device] : part.devices) {
+    if (!whole.devices.contains(path)) return false;
+    for (const auto& [minutes, series] : device.series) {
+      const auto& rows = whole.devices.at(path).series.at(minutes).rows;
+      if (!std::includes(rows.begin(), rows.end(), series.rows.begin(), series.rows.end())) {
+        return false;
+      }
+    }
+  }
+  return true;
+}

@@ -26,3 +26,6 @@ struct LogContent {
 
 /// Reads the database at `path`. Throws if that fails.
 [[nodiscard]] LogContent read_content(const std::string& path);
+
+/// Whether all that `part` has is in `whole`.
+[[nodiscard]] bool is_part(const LogContent& part, const LogContent& whole);

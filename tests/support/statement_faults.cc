@@ -4,6 +4,7 @@
 
 #include <set>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -11,6 +12,9 @@ StatementFault in_force;
 bool is_in_force = false;
 int moments = 0;
 std::set<std::string> seen;  ///< moments, where those that look the same count once
+
+std::string hooked_sql;
+std::function<void()> hook;  ///< empty while it runs
 
 /// Counts a moment, which looks like others with the same `text`; like none if that is empty.
 /// Returns whether it must fail.
@@ -31,11 +35,21 @@ int authorize(void* /*context*/, int action, const char* /*first*/, const char* 
   return !is_column && must_fail(Moment::PREPARE, "") ? SQLITE_DENY : SQLITE_OK;
 }
 
+/// Calls the hook if a statement that starts is the one that it waits for.
+void call_hook(const std::string& sql) {
+  if (!hook || sql != hooked_sql) return;
+  const std::function<void()> action = std::exchange(hook, nullptr);
+  action();
+  hook = action;
+}
+
 int watch(unsigned event, void* db, void* statement, void* /*detail*/) {
-  const char* sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
-  const std::string text =
-      (event == SQLITE_TRACE_ROW ? "a row of " : "start of ") + std::string(sql ? sql : "");
-  if (must_fail(Moment::RUN, text)) sqlite3_interrupt(static_cast<sqlite3*>(db));
+  // Statements of SQLite's own may have no text.
+  const char* text = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
+  const std::string sql = text != nullptr ? text : "";
+  if (event == SQLITE_TRACE_STMT) call_hook(sql);
+  const std::string what = (event == SQLITE_TRACE_ROW ? "a row of " : "start of ") + sql;
+  if (must_fail(Moment::RUN, what)) sqlite3_interrupt(static_cast<sqlite3*>(db));
   return 0;
 }
 
@@ -60,3 +74,10 @@ StatementFaultInForce::StatementFaultInForce(const StatementFault& fault) {
 StatementFaultInForce::~StatementFaultInForce() { is_in_force = false; }
 
 bool StatementFaultInForce::has_happened() const { return moments >= in_force.number; }
+
+StatementHook::StatementHook(std::string sql, std::function<void()> action) {
+  hooked_sql = std::move(sql);
+  hook = std::move(action);
+}
+
+StatementHook::~StatementHook() { hook = nullptr; }

@@ -1,5 +1,9 @@
-// Faults in the statements that SQLite runs: one of them can't be prepared, or stops.
+// Faults in the statements that SQLite runs: one of them can't be prepared, or stops. And what
+// happens meanwhile.
 #pragma once
+
+#include <functional>
+#include <string>
 
 /// When a statement fails: while it is prepared; or when it has started, or has returned a row.
 enum class Moment { PREPARE, RUN };
@@ -27,4 +31,16 @@ class StatementFaultInForce {
   /// Whether there were enough moments for the fault to happen. SQLite does not stop a statement
   /// that has nothing to do but to begin or end a transaction.
   [[nodiscard]] bool has_happened() const;
+};
+
+/// Lets something happen whenever a statement starts, while this object lives. There is one at a
+/// time.
+class StatementHook {
+ public:
+  /// Before a statement of the text `sql` runs, `action` is called. What it runs itself does not
+  /// count.
+  StatementHook(std::string sql, std::function<void()> action);
+  ~StatementHook();
+  StatementHook(const StatementHook&) = delete;
+  StatementHook& operator=(const StatementHook&) = delete;
 };

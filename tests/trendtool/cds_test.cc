@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "libtrend/recorder.h"
+#include "tests/support/fake_server.h"
 #include "tests/support/process.h"
 #include "tests/support/redis_server.h"
 
@@ -76,6 +77,10 @@ TEST_F(TrendtoolDisplayNames, AreShownInAListAndAnExport) {
   server.publish("site/plant/Boiler/DisplayName", "Boiler 1");
   server.publish("site/plant/Boiler/Flow/DisplayName", "Flow");
   EXPECT_EQ(run_well("list", {"--names"}), "Fill level\nBoiler 1 / Flow\n");
+  EXPECT_THAT(run_well("list", {"-u"}), HasSubstr("Boiler/Flow  min max     Boiler 1 / Flow\n"));
+  EXPECT_THAT(run_well("list", {"--format", "csv"}), HasSubstr("\nparameter,Level,Fill level,"));
+  EXPECT_THAT(run_well("list", {"--format", "json"}),
+              HasSubstr("{\"path\": \"Level\", \"display_name\": \"Fill level\", "));
   EXPECT_EQ(run_well("export", {"-u", "-m", "1"}),
             "time,interval,Fill level,Boiler 1 / Flow (min),Boiler 1 / Flow (max)\n"
             "1970-01-01T10:00:00Z,60,10,2,3\n");
@@ -87,6 +92,18 @@ TEST_F(TrendtoolDisplayNames, AreReplacedByPathsWithoutAServer) {
   EXPECT_EQ(result.err,
             "trendtool: can't connect to the CDS for display names; paths are shown instead\n");
   EXPECT_THAT(read_file(folder_.file("a.svg")), HasSubstr(">Boiler/Flow<"));
+}
+
+TEST_F(TrendtoolDisplayNames, AreReplacedByPathsIfTheServerFails) {
+  const FakeServer server(socket_, [](int client) {
+    answer_ping(client);
+    static_cast<void>(receive_some(client));
+    send_text(client, "-ERR out of order\r\n");
+  });
+  const ProcessResult result = run("list", {"--names"});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.out, "Level\nBoiler/Flow\n");
+  EXPECT_EQ(result.err, "trendtool: can't read the display names; paths are shown instead\n");
 }
 
 }  // namespace

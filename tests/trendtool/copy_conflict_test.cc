@@ -97,13 +97,15 @@ TEST_F(TrendtoolCopy, LeavesOutAParameterWithOtherStatistics) {
 }
 
 TEST_F(TrendtoolCopy, NamesARowThatCantBeRecorded) {
-  make_version_1(from_, {{1, {{60, {1.5, {1}}}, {120, {1, {2}}}}}});
+  make_version_1(from_, {{1, {{60, {1.5, {1}}}, {120, {1, {2}}}, {180, {-0.5, {3}}}}}});
   const ProcessResult result = copy();
   EXPECT_EQ(result.exit_status, 1);
   EXPECT_EQ(result.err,
             "trendtool: conflict: device '/plant' at the interval of 1 minutes, "
-            "1970-01-01T00:01:00Z: the share of valid data is not from 0 to 1\n");
-  EXPECT_EQ(result.out, summary(1, 1, 1, 0, 1));
+            "1970-01-01T00:01:00Z: the share of valid data is not from 0 to 1\n"
+            "trendtool: conflict: device '/plant' at the interval of 1 minutes, "
+            "1970-01-01T00:03:00Z: the share of valid data is not from 0 to 1\n");
+  EXPECT_EQ(result.out, summary(1, 1, 1, 0, 2));
 }
 
 TEST_F(TrendtoolCopy, GoesOnAfterADamagedSeries) {
@@ -140,6 +142,8 @@ TEST_F(TrendtoolCopy, SaysWhatCantBeOpened) {
   EXPECT_FALSE(std::filesystem::exists(to_));
   append_rows(from_, "pump", 1, make_rows(60, 60, 10));
   EXPECT_THAT(copy({"-d", "well"}).err, StartsWith("trendtool: the database has no device 'well'"));
+  EXPECT_THAT(copy({"-i", "7"}).err,
+              StartsWith("trendtool: the database has no interval of 7 minutes"));
   EXPECT_FALSE(std::filesystem::exists(to_));
   std::filesystem::create_symlink(from_, to_);
   ProcessResult result = copy();

@@ -9,6 +9,7 @@
 #include "tests/support/database_file.h"
 #include "tests/support/log_content.h"
 #include "tests/support/model.h"
+#include "tests/support/terminal.h"
 #include "tests/support/version_1.h"
 #include "tests/trendtool/copy_fixture.h"
 
@@ -212,6 +213,14 @@ TEST_F(TrendtoolCopy, CopiesIntoACopyOfTheFile) {
   append_rows(from_, "pump", 1, make_rows(60'000, 60, 100));
   EXPECT_EQ(copy_surely(), summary(1, 1, 100, 100));
   EXPECT_EQ(read_content(to_), read_content(from_));
+}
+
+TEST_F(TrendtoolCopy, ShowsNoProgressOfAShortCopy) {
+  append_rows(from_, "pump", 1, make_rows(60, 60, 1500));
+  const ProcessResult result = run_at_terminal(tool_command("trendtool", {"copy", from_, to_}));
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_THAT(result.out,
+              testing::EndsWith("rows copied: 1500, rows there before: 0, conflicts: 0\r\n"));
 }
 
 }  // namespace

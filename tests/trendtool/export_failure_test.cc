@@ -6,6 +6,7 @@
 #include <sstream>
 #include <utility>
 
+#include "tests/support/database_file.h"
 #include "tests/trendtool/export_fixture.h"
 
 namespace {
@@ -18,6 +19,10 @@ TEST_F(TrendtoolExport, RefusesOptionsThatDoNotGoTogether) {
       {{}, "no device is given; name devices with -d, or take all with --all-devices"},
       {{"-d", "/one", "--all-devices"}, "-d and --all-devices do not go together; use one of them"},
       {{"-d", "/one", "--format", "jsonl", "--decimal", ","},
+       "--separator, --decimal and --layout are for csv; leave them out, or use --format csv"},
+      {{"-d", "/one", "--format", "jsonl", "--separator", ";"},
+       "--separator, --decimal and --layout are for csv; leave them out, or use --format csv"},
+      {{"-d", "/one", "--format", "jsonl", "--layout", "long"},
        "--separator, --decimal and --layout are for csv; leave them out, or use --format csv"},
       {{"-d", "/one", "--separator", ",", "--decimal", ","},
        "the separator and the decimal sign are the same; choose another --separator"},
@@ -108,6 +113,41 @@ TEST_F(TrendtoolExport, BringsHomeWhatADamagedDatabaseStillHas) {
     EXPECT_FALSE(std::getline(found, line));
     EXPECT_EQ(missing, 512);
     db_ = sound;
+  }
+}
+
+TEST_F(TrendtoolExport, WritesNoSpreadsheetOfADamagedDatabase) {
+  ModelLog log{.device = "/long", .params = {{"a", AVG}}, .minutes = {5}, .rows = {}};
+  for (int i = 1; i <= 3000; ++i) log.rows.push_back({5, 300LL * i, 1, {1.0 * i}});
+  record(log, db_);
+  run_sql(db_, "UPDATE segment SET data = zeroblob(length(data)) WHERE id >> 16 = 1");
+  const std::string file = folder_.file("out.xlsx");
+  const ProcessResult result = run_export({"-d", "/long", "--format", "xlsx", "-f", file});
+  EXPECT_NE(result.exit_status, 0);
+  EXPECT_NE(result.err, "");
+  EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST_F(TrendtoolExport, FailsIfAHeaderCantBeWritten) {
+  ModelLog log{.device = "/wide", .params = {}, .minutes = {}, .rows = {}};
+  for (int i = 0; i < 3000; ++i) log.params.push_back({"parameter" + std::to_string(i), AVG});
+  record(log, db_);
+  const ProcessResult result = run_export({"-d", "/wide", "-f", "/dev/full"});
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendtool: can't write '/dev/full': No space left on device\n");
+}
+
+TEST_F(TrendtoolExport, TellsOfDamageAtTheWantedTimesAlone) {
+  ModelLog log{.device = "/d", .params = {{"a", AVG}}, .minutes = {5}, .rows = {}};
+  for (int i = 1; i <= 20; ++i) log.rows.push_back({5, 300LL * i, 1, {1.0 * i}});
+  record(log, db_);
+  run_sql(db_, "UPDATE loose SET valid_ratio = 0.5 WHERE id & 0xFFFFFFFFFF = 3000");
+  const std::tuple<const char*, const char*, bool> cases[] = {
+      {"-s", "@3300", false}, {"-s", "@2700", true}, {"-e", "@2700", false}, {"-e", "@3300", true}};
+  for (const auto& [option, time, is_told] : cases) {
+    const ProcessResult result = run_export({"-d", "/d", "--skip-damaged", "-u", option, time});
+    EXPECT_EQ(result.exit_status, is_told ? 1 : 0) << option << time;
+    EXPECT_EQ(result.err.empty(), !is_told) << result.err;
   }
 }
 

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <limits>
 
+#include "tests/support/stored_log.h"
+#include "tests/support/terminal.h"
 #include "tests/trendtool/export_fixture.h"
 
 namespace {
@@ -63,6 +65,91 @@ TEST_F(TrendtoolExport, WritesInfluxAndSaysWhatItCantHold) {
             "w:.ValueIntMax=-0.1 1288618200000000000\n");
   EXPECT_EQ(result.err, "trendtool: 2 infinite values are left out; influx can't hold them\n");
   EXPECT_EQ(result.exit_status, 1);
+}
+
+TEST_F(TrendtoolExport, LeavesRowsOutThatAreTooLateForInflux) {
+  if (std::numeric_limits<std::time_t>::digits < 40) GTEST_SKIP() << "time_t has 32 bits";
+  constexpr std::int64_t YEAR_2500 = 16'725'225'600;
+  record({.device = "/d",
+          .params = {{"a", ACTUAL}},
+          .minutes = {5},
+          .rows = {{5, 600, 1, {1}}, {5, YEAR_2500, 1, {2}}}},
+         db_);
+  ProcessResult result = run_export({"-d", "/d", "--format", "influx"});
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.out, "/d,interval=5 a:Value=1 600000000000\n");
+  const std::string late = "1 rows after the year 2262 are left out; influx can't hold them\n";
+  EXPECT_EQ(result.err, "trendtool: " + late);
+  record({.device = "/d", .params = {{"a", ACTUAL}}, .minutes = {5}, .rows = {{5, 900, 1, {INF}}}},
+         db_);
+  result = run_export({"-d", "/d", "--format", "influx"});
+  EXPECT_EQ(result.err,
+            "trendtool: 1 infinite values are left out; influx can't hold them; " + late);
+}
+
+TEST_F(TrendtoolExport, WritesSharesThatAreNoNumbers) {
+  StoredSeries series{.minutes = 5, .blocks = {}, .loose = {}};
+  series.blocks = {{{300, NAN, {1}}, {600, INF, {2}}, {900, -0.5, {3}}}};
+  std::vector<StoredDevice> devices = {{"/d", {{.path = "a"}}, {series}}};
+  devices[0].params[0].has_actual = true;
+  write_blocks(db_, devices);
+  const std::vector<std::string> options = {"-d", "/d", "-a", "-u", "--percent-valid", "--epoch"};
+  EXPECT_EQ(exported(options),
+            "time,interval,percent_valid,a:Value\n300,5,,1\n600,5,1E999,2\n900,5,-50.00,3\n");
+  std::vector<std::string> json = options;
+  json.insert(json.end(), {"--format", "jsonl"});
+  EXPECT_EQ(exported(json),
+            "{\"time\":300,\"interval\":5,\"percent_valid\":null,\"a:Value\":1}\n"
+            "{\"time\":600,\"interval\":5,\"percent_valid\":1E999,\"a:Value\":2}\n"
+            "{\"time\":900,\"interval\":5,\"percent_valid\":-50.00,\"a:Value\":3}\n");
+  EXPECT_EQ(exported({"-d", "/d", "-a", "--percent-valid", "--format", "influx"}),
+            "/d,interval=5 a:Value=1 300000000000\n/d,interval=5 a:Value=2 600000000000\n"
+            "/d,interval=5 percent_valid=-50.00,a:Value=3 900000000000\n");
+}
+
+TEST_F(TrendtoolExport, TakesEachIntervalOnce) {
+  ModelLog log{.device = "/one", .params = {{"a", AVG}}, .minutes = {5, 60}, .rows = {}};
+  log.rows = {{5, 600, 1, {1}}, {60, 7200, 1, {2}}};
+  record(log, db_);
+  const std::string rows = "time,interval,a:.ValueIntAvg\n600,5,1\n7200,60,2\n";
+  EXPECT_EQ(exported({"-d", "/one", "-i", "60", "-i", "5", "-i", "60", "--epoch", "-a"}), rows);
+  EXPECT_EQ(exported({"-d", "/one", "-i", "5", "-i", "60", "--epoch", "-a"}), rows);
+}
+
+TEST_F(TrendtoolExport, ReadsARowOfTheFirstSecond) {
+  record({.device = "/d", .params = {{"a", AVG}}, .minutes = {5}, .rows = {{5, 1, 1, {7}}}}, db_);
+  EXPECT_EQ(exported({"-d", "/d", "-m", "1", "--epoch"}), "time,interval,a:.ValueIntAvg\n1,5,7\n");
+}
+
+TEST_F(TrendtoolExport, RefusesAParameterThatInfluxCantHold) {
+  record({.device = "/d", .params = {{"a\nb", AVG}}, .minutes = {}, .rows = {}}, db_);
+  const ProcessResult result = run_export({"-d", "/d", "--format", "influx"});
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err,
+            "trendtool: influx can't hold the name 'a\\nb:.ValueIntAvg'; choose another format\n");
+}
+
+TEST_F(TrendtoolExport, WritesAHeaderAloneIfThereAreNoDevices) {
+  record_three();
+  for (const char* device : {"/one", "/two", "/none"}) {
+    ASSERT_EQ(run_tool("trendtool", {"remove", "-x", db_, "-d", device, "--yes"}).exit_status, 0);
+  }
+  EXPECT_EQ(exported({"--all-devices"}), "time,interval,device\n");
+}
+
+TEST_F(TrendtoolExport, ShowsNoProgressOfAShortExport) {
+  record_three();
+  record({.device = "/two", .params = {}, .minutes = {60}, .rows = {}}, db_);
+  for (const std::vector<std::string>& more :
+       {std::vector<std::string>{"-a"}, {"-s", "@1"}, {"-a", "-e", "@10000"}, {"-m", "9"}}) {
+    std::vector<std::string> words = {"export",        "-x", db_,
+                                      "--all-devices", "-f", folder_.file("out.csv")};
+    words.insert(words.end(), more.begin(), more.end());
+    const ProcessResult result = run_at_terminal(tool_command("trendtool", words));
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(result.out, "");
+  }
 }
 
 TEST_F(TrendtoolExport, RefusesNamesThatInfluxCantHold) {
@@ -149,6 +236,10 @@ TEST_F(TrendtoolExport, TakesOfAllDevicesThoseWithAParameter) {
   EXPECT_EQ(none.err,
             "trendtool: no device has a parameter of -p; 'trendtool list -d' shows the parameters "
             "of a device\n");
+  record({.device = "/bare", .params = {}, .minutes = {5}, .rows = {{5, 1200, 1, {}}}}, db_);
+  EXPECT_EQ(exported({"--all-devices", "-s", "@1200", "-e", "@1200", "--epoch"}),
+            "time,interval,device,a:.ValueIntAvg,b:.ValueIntMin,b:.ValueIntMax,c:.ValueIntSum\n"
+            "1200,5,/bare,,,,\n");
   const ProcessResult named = run_export({"-d", "/two", "-p", "a"});
   EXPECT_EQ(named.exit_status, 1);
   EXPECT_EQ(named.err,

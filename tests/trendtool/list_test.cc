@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <stdexcept>
 
 #include "libtrend/recorder.h"
@@ -142,6 +144,25 @@ TEST_F(TrendtoolList, WritesAFile) {
   EXPECT_EQ(read_file(file), "/plant\n/empty\n");
 }
 
+TEST_F(TrendtoolList, SaysThatItCantWrite) {
+  const ProcessResult database = list({"-f", db_});
+  EXPECT_EQ(database.exit_status, 1);
+  EXPECT_EQ(database.err, "trendtool: can't write '" + db_ +
+                              "': it is a file of the database; choose another name\n");
+  EXPECT_EQ(list({"-f", "/dev/full"}).err,
+            "trendtool: can't write '/dev/full': No space left on device\n");
+}
+
+TEST_F(TrendtoolList, ShowsAnIntervalWithoutRows) {
+  std::filesystem::remove(db_);
+  record({.device = "/d", .params = {{"a", AVG}}, .minutes = {5, 60}, .rows = {{60, 3600, 1, {1}}}},
+         db_);
+  EXPECT_THAT(listed({"-d", "/d", "-u"}), HasSubstr("\n       5     0  -                 -  "));
+  EXPECT_THAT(listed({"-u"}), HasSubstr("  1970-01-01 01:00  1970-01-01 01:00  "));
+  EXPECT_THAT(listed({"-d", "/d", "--format", "json", "-u"}),
+              HasSubstr("{\"minutes\": 5, \"rows\": 0, \"first_time\": null, \"last_time\": null"));
+}
+
 TEST_F(TrendtoolList, RefusesAnUnknownDevice) {
   const ProcessResult result = list({"-d", "/plan"});
   EXPECT_EQ(result.exit_status, 1);
@@ -159,6 +180,14 @@ TEST_F(TrendtoolList, CountsTheRowsInBlocks) {
   record(log, db_);
   EXPECT_THAT(listed({"-d", "/long", "-u", "--format", "csv"}),
               HasSubstr("interval,5,,,5000,1970-01-01T00:05:00Z,1970-01-18T08:40:00Z,"));
+}
+
+TEST_F(TrendtoolList, SaysOnceThatThereAreNoDisplayNames) {
+  const ProcessResult result = list({"-n", "--format", "json"});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+  EXPECT_THAT(result.err, HasSubstr("display names; paths are shown instead\n"));
+  EXPECT_THAT(result.out, HasSubstr("\"display_name\": \"water/flow\""));
 }
 
 }  // namespace

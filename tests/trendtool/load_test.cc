@@ -94,6 +94,13 @@ TEST_F(TrendtoolLoad, ReadsBackRowsOfADeviceWithoutParameters) {
             "time,interval,parameter,statistic,value\n300,5,,,\n600,5,,,\n7200,60,,,\n");
 }
 
+TEST_F(TrendtoolLoad, ReadsBackAParameterWithoutAName) {
+  const std::string csv =
+      "time,interval,parameter,statistic,value\n300,5,,actual,1\n600,5,,actual,\n";
+  run_well("load", db_, {"-d", "/d"}, csv);
+  EXPECT_EQ(run_well("export", db_, {"-d", "/d", "--epoch", "-a", "--layout", "long"}), csv);
+}
+
 TEST_F(TrendtoolLoad, ReadsBackSeveralDevicesWithOddNames) {
   record({.device = "a,\"b\"\nc",
           .params = {{"x;y", MIN | MAX}, {"\"z\"", SUM}},
@@ -167,6 +174,8 @@ TEST_F(TrendtoolLoad, SaysWhereAFileIsWrong) {
       "2: the record is too long");
   expect_refusal(header + "5,5,\"\n" + std::string(17'000'000, 'x'),
                  "3: the line is longer than 16777216 bytes");
+  expect_refusal("time,\"\n" + std::string(17'000'000, 'x'),
+                 "2: the line is longer than 16777216 bytes");
   expect_refusal("time,interval" + std::string(70'000, ',') + "\n",
                  "1: the header has more than 65539 fields");
   expect_refusal("time,interval,b\n",
@@ -179,6 +188,18 @@ TEST_F(TrendtoolLoad, SaysWhereAFileIsWrong) {
                  "2: 'mean' is not a statistic");
   expect_refusal("time,interval,parameter,statistic,value\n5,5,a,min,1\n5,5,a,min,1\n",
                  "3: the value of 'a:.ValueIntMin' appears twice in one row");
+  const std::string long_header = "time,interval,parameter,statistic,value\n";
+  expect_refusal(long_header + "5,5,a,min,x\n", "2: 'x' is not a number");
+  expect_refusal(long_header + "5,5,,,1\n", "2: '' is not a statistic");
+  expect_refusal(long_header + "5,5,a,min,1\n5,5,,,\n6,5,a,min,1\n",
+                 "3: the series has a row with the timestamp 5 already");
+  expect_refusal("time\n", "1: the header does not start with Date,Time", {"-d", "/d", "-i", "5"});
+  expect_refusal("time,interval,parameter,statistic,values\n",
+                 "1: column 'parameter' is not a parameter path with a colon and a statistic");
+  expect_refusal("time,interval,\"a,b:Value\"\n5,5,y\n", "2: 'y' is not a number");
+  expect_refusal("time,interval,device,a:Value\n5,5,,1\n", "2: the path of the device is empty",
+                 {});
+  expect_refusal("time,interval,a:Value\n", "1: -d, the device, is missing", {});
   expect_refusal("time,a:Value\n", "1: -i, the interval in minutes, is missing");
   expect_refusal(header, "1: the file has the interval of each row; leave out -i",
                  {"-d", "/d", "-i", "5"});
@@ -279,6 +300,61 @@ TEST_F(TrendtoolLoad, RecordsNothingInADryRun) {
             "2 rows can be recorded, 0 are recorded already\n");
   EXPECT_EQ(read_file(db_), before);
   EXPECT_EQ(run("load", db_, {"-d", "/d", "--dry-run"}, rows).exit_status, 1);
+}
+
+TEST_F(TrendtoolLoad, RefusesAStatisticThatIsNotRecorded) {
+  record({.device = "/d", .params = {{"a", AVG}}, .minutes = {5}, .rows = {}}, db_);
+  const std::string wrong = "parameter 'a' exists in the database without :.ValueIntMin";
+  expect_refusal("time,interval,a:.ValueIntMin\n", "1: " + wrong);
+  expect_refusal("time,interval,device,a:.ValueIntMin\n300,5,/d,\n600,5,/d,1\n", "3: " + wrong, {});
+  const std::string long_rows = "time,interval,parameter,statistic,value\n300,5,a,min,";
+  expect_refusal(long_rows + "1\n600,5,a,avg,2\n", "3: " + wrong);
+  expect_refusal(long_rows + "1\n", "2: " + wrong);
+  // A missing value needs no place.
+  run_well("load", db_, {"-d", "/d"}, long_rows + "\n300,5,a,avg,7\n");
+  EXPECT_EQ(run_well("export", db_, {"-d", "/d", "--epoch"}),
+            "time,interval,a:.ValueIntAvg\n300,5,7\n");
+}
+
+TEST_F(TrendtoolLoad, ComparesMissingValues) {
+  record({.device = "/d",
+          .params = {{"a", ACTUAL}, {"b", ACTUAL}},
+          .minutes = {5},
+          .rows = {{5, 300, 1, {1, NAN}}}},
+         db_);
+  const std::string header = "time,interval,a:Value,b:Value\n";
+  const std::vector<std::string> options = {"-d", "/d", "--skip-existing", "--dry-run"};
+  EXPECT_EQ(run_well("load", db_, options, header + "300,5,1,\n"),
+            "0 rows can be recorded, 1 are recorded already\n");
+  for (const char* row : {"300,5,1,2\n", "300,5,,\n"}) {
+    expect_refusal(header + row, "2: a row with other values is recorded at this time", options);
+  }
+  // A parameter that comes with a later row is compared, too.
+  EXPECT_EQ(run_well("load", db_, options,
+                     "time,interval,parameter,statistic,value\n300,5,a,actual,1\n"
+                     "600,5,a,actual,2\n600,5,c,actual,3\n900,5,c,actual,3\n"),
+            "2 rows can be recorded, 1 are recorded already\n");
+}
+
+TEST_F(TrendtoolLoad, SaysThatADryRunHasNoFolderForItsDatabase) {
+  const std::string rows = "time,interval,a:Value\n300,5,1\n";
+  const auto dry_run = [&](const std::string& folder) {
+    return run_tool("trendtool", {"load", "-x", copy_, "-d", "/d", "--dry-run"}, rows,
+                    {{"TMPDIR", folder}});
+  };
+  ProcessResult result = dry_run("/dev/null");
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err,
+            "trendtool: " + copy_ + ": there is no folder for temporary files: Not a directory\n");
+  result = dry_run("/proc");
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_THAT(result.err, HasSubstr(": '/proc/trendtool-"));
+}
+
+TEST_F(TrendtoolLoad, RefusesMoreValuesInARowThanAFileCanHave) {
+  std::string rows = "time,interval,parameter,statistic,value\n";
+  for (int i = 0; i < 65'540; ++i) rows += "300,5,p" + std::to_string(i) + ",actual,1\n";
+  expect_refusal(rows, "65541: the row has more than 65539 values");
 }
 
 }  // namespace

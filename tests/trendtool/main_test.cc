@@ -63,13 +63,26 @@ TEST(Trendtool, SaysThatADatabaseIsMissing) {
             "trendtool: can't open the database '/nonexistent/a.db': No such file or directory\n");
 }
 
-TEST(Trendtool, FailsIfHelpCantBeWritten) {
-  std::vector<std::string> command = {"/bin/sh", "-c", "exec \"$@\" >/dev/full", "sh"};
-  for (const std::string& word : tool_command("trendtool")) command.push_back(word);
-  command.push_back("--help");
-  const ProcessResult result = run_process(command);
-  EXPECT_EQ(result.exit_status, 1);
-  EXPECT_EQ(result.err, "trendtool: can't write standard output: No space left on device\n");
+TEST(Trendtool, FailsIfItsResultCantBeWritten) {
+  const TemporaryFolder folder;
+  const std::string db = folder.file("trend.db");
+  const std::string csv = folder.file("rows.csv");
+  write_file(csv, "time,interval,a:Value\n300,5,1\n");
+  ASSERT_EQ(trendtool({"load", "-x", db, "-d", "/d", csv}).exit_status, 0);
+  // What changes the database has changed it then.
+  const std::vector<std::string> cases[] = {
+      {"--help"},
+      {"list", "-x", db},
+      {"load", "-x", db, "-d", "/e", "--dry-run", csv},
+      {"copy", db, folder.file("copy.db")},
+      {"purge", "-x", db, "-d", "/d", "-i", "5", "--before", "@301"}};
+  for (const std::vector<std::string>& words : cases) {
+    std::vector<std::string> command = {"/bin/sh", "-c", "exec \"$@\" >/dev/full", "sh"};
+    for (const std::string& word : tool_command("trendtool", words)) command.push_back(word);
+    const ProcessResult result = run_process(command);
+    EXPECT_EQ(result.exit_status, 1) << words[0];
+    EXPECT_EQ(result.err, "trendtool: can't write standard output: No space left on device\n");
+  }
 }
 
 }  // namespace

@@ -267,6 +267,14 @@ TEST_F(TrendtoolPlot, LeavesTheOldPictureIfGnuplotFails) {
   const std::pair<std::string, std::string> cases[] = {
       {"cat >/dev/null; echo half; echo 'line 1: no such terminal' >&2; echo >&2; exit 3\n",
        "gnuplot can't draw the picture: line 1: no such terminal"},
+      {"cat >/dev/null; echo one >&2; echo two >&2; exit 3\n",
+       "gnuplot can't draw the picture: two"},
+      {"cat >/dev/null; exec >&-; sleep 0.1; echo late >&2; exit 1\n",
+       "gnuplot can't draw the picture: late"},
+      {"exit 127\n",
+       "can't draw without the program gnuplot; please install it, on Debian by 'apt install "
+       "gnuplot-nox'"},
+      {"echo 'no library' >&2; exit 127\n", "gnuplot can't draw the picture: no library"},
       // It does not read its script, so that the pipe breaks.
       {"echo 'no memory' >&2; exit 1\n", "gnuplot can't draw the picture: no memory"},
       {"cat >/dev/null\n", "gnuplot has drawn nothing: it does not say why"},
@@ -312,12 +320,21 @@ TEST_F(TrendtoolPlot, RefusesWhatItCantDraw) {
        "can't tell the format of 'a.jpg'; use a name that ends in .png, .svg or .pdf, or --format"},
       {{"--size", "big"}, "--size: 'big' is not a size like 1200x800; see 'trendtool plot --help'"},
       {{"--size", "10x10"}, "a picture of this format has a size from 40x15 to 20000x20000"},
+      {{"--size", "40x14"}, "a picture of this format has a size from 40x15 to 20000x20000"},
+      {{"--size", "20001x500"}, "a picture of this format has a size from 40x15 to 20000x20000"},
+      {{"-f", "a.png", "--size", "700x10"},
+       "a picture of this format has a size from 500x300 to 20000x20000"},
       {{"-s", "2010-11-02", "-e", "2010-11-01"},
        "the end '2010-11-01' is before the start '2010-11-02'"}};
   for (const auto& [more, message] : cases) {
     const ProcessResult result = plot(more);
     EXPECT_EQ(result.exit_status, 2) << message;
     EXPECT_EQ(result.err, "trendtool: " + message + "\n");
+  }
+  for (const std::string size : {"500", "x", "500x", "500xy", "500x600y", "0x500", "500x0"}) {
+    EXPECT_EQ(plot({"--size", size}).err, "trendtool: --size: '" + size +
+                                              "' is not a size like 1200x800; see 'trendtool plot "
+                                              "--help'\n");
   }
   const ProcessResult empty = plot({"-e", "2010-10-01", "-f", "a.png"});
   EXPECT_EQ(empty.exit_status, 1);
@@ -345,6 +362,67 @@ TEST_F(TrendtoolPlot, DrawsRealMeasurements) {
   const std::string svg = read_file(folder_.file("a.svg"));
   EXPECT_THAT(svg, HasSubstr(">outdoor/temperature<"));
   EXPECT_THAT(svg, HasSubstr(">min to max<"));
+}
+
+TEST_F(TrendtoolPlot, SaysThatAnUnknownThingIsNotThere) {
+  EXPECT_THAT(plot({"-d", "none"}).err, HasSubstr("the database has no device 'none'"));
+  EXPECT_THAT(plot({"-p", "none"}).err, HasSubstr("has no parameter 'none'"));
+  EXPECT_THAT(plot({"-i", "7"}).err, HasSubstr("the database has no interval of 7 minutes"));
+  ASSERT_EQ(run_tool("trendtool", {"remove", "-x", db_, "-d", "site/one", "--yes"}).exit_status, 0);
+  const ProcessResult result = plot({});
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendtool: the database '" + db_ + "' has no devices\n");
+}
+
+TEST_F(TrendtoolPlot, DrawsAsManyParametersAsAreNamed) {
+  std::vector<std::string> words = {"-d", "many"};
+  std::string header = "Date,Time";
+  std::string row = std::to_string(START) + ",";
+  for (int i = 0; i < 65; ++i) {
+    words.insert(words.end(), {"-p", "p" + std::to_string(i)});
+    header += ",p" + std::to_string(i) + ":Value";
+    row += i == 3 ? ",inf" : ",1";
+  }
+  ASSERT_EQ(run_tool("trendload", {"-x", db_, "-d", "many", "-i", "1", "-t", "%s ", "-"},
+                     header + "\n" + row + "\n")
+                .exit_status,
+            0);
+  EXPECT_EQ(plot(words).err, "trendtool: a picture shows at most 64 parameters\n");
+  EXPECT_EQ(plot({"-d", "many"}, fake_gnuplot("cat >/dev/null\necho picture\n")).err,
+            "trendtool: drawing the first 8 of 65 parameters; choose others with -p\n");
+  words.resize(2 + 2 * 64);
+  words.emplace_back("--together");
+  const ProcessResult result = plot(words, fake_gnuplot("cat > script\necho picture\n"));
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.err, "trendtool: 1 values of 'p3' are infinite or too large, and not drawn\n");
+  EXPECT_THAT(read_file(folder_.file("script")), HasSubstr("title 'p63'"));
+}
+
+TEST_F(TrendtoolPlot, WritesCharactersIntoAFile) {
+  const ProcessResult result =
+      plot({"-p", "flow", "-f", "a.txt", "--format", "text", "--size", "60x20"});
+  EXPECT_EQ(result.exit_status, 0) << result.err;
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(read_file(folder_.file("a.txt")), HasSubstr("site/one"));
+}
+
+TEST_F(TrendtoolPlot, SaysThatGnuplotCantBeStarted) {
+  const Environment environment = {{"PATH", folder_.file("bin")}};
+  static_cast<void>(fake_gnuplot(""));
+  fs::permissions(folder_.file("bin") + "/gnuplot", fs::perms::owner_read);
+  const ProcessResult result = plot({}, environment);
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendtool: can't start gnuplot: Permission denied\n");
+}
+
+TEST_F(TrendtoolPlot, DrawsADeviceThatHasAnIntervalWithoutRows) {
+  CRecorder recorder;
+  CDeviceProperties site{.path = "site/one", .aux_text = ""};
+  CSeries quarters;
+  ASSERT_EQ(recorder.open(db_), 0);
+  ASSERT_TRUE(recorder.begin() == 0 && recorder.add_device(site) == 0 &&
+              recorder.add_series(site, 15, quarters) == 0 && recorder.commit() == 0);
+  EXPECT_THAT(script_for({"-p", "flow"}), HasSubstr("title 'average'"));
 }
 
 }  // namespace

@@ -95,6 +95,15 @@ TEST(TrendtoolInit, MakesAnEmptyDatabase) {
   }
 }
 
+TEST(TrendtoolInit, TakesBothSchemesForAnArchive) {
+  for (const std::string scheme : {"postgresql", "postgres"}) {
+    const std::string url = scheme + "://user@/db?host=/nonexistent";
+    const ProcessResult result = run_tool("trendtool", {"init", url, "--retention", "2"});
+    EXPECT_EQ(result.exit_status, 1);
+    EXPECT_THAT(result.err, testing::StartsWith("trendtool: can't make the database '" + url));
+  }
+}
+
 TEST(TrendtoolInit, RefusesOptionsOfArchivesForAFile) {
   const TemporaryFolder folder;
   for (const char* option : {"--partitions", "--retention"}) {

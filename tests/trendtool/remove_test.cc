@@ -113,6 +113,13 @@ TEST_F(TrendtoolRemove, AsksNobodyWithoutATerminal) {
             "trendtool: nobody can be asked whether to remove device '/plant' with 3 rows; "
             "with --yes, nobody is asked\n");
   EXPECT_NE(dump("/plant"), "");
+  // The question could not be seen.
+  std::vector<std::string> words = {"/bin/sh", "-c", "exec \"$@\" 2>/dev/null", "sh"};
+  for (const std::string& word : tool_command("trendtool", {"remove", "-x", db_, "-d", "/plant"})) {
+    words.push_back(word);
+  }
+  EXPECT_EQ(run_at_terminal(words, "y\n").exit_status, 2);
+  EXPECT_NE(dump("/plant"), "");
 }
 
 TEST_F(TrendtoolRemove, RemovesAfterAYesAlone) {
@@ -121,9 +128,16 @@ TEST_F(TrendtoolRemove, RemovesAfterAYesAlone) {
   EXPECT_THAT(result.out, HasSubstr("Remove device '/plant' with 3 rows? [y/N] "));
   EXPECT_THAT(result.out, HasSubstr("trendtool: nothing was removed"));
   EXPECT_NE(dump("/plant"), "");
-  result = remove_at_terminal("y\n");
-  EXPECT_EQ(result.exit_status, 0);
-  EXPECT_EQ(run_tool("trendtool", {"list", "-x", db_, "--names"}).out, "/pump\n");
+  // The end of the input is no answer.
+  EXPECT_EQ(remove_at_terminal("\004").exit_status, 1);
+  for (const char* answer : {"y\n", "Y\n", "yes\n"}) {
+    result = remove_at_terminal(answer);
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(run_tool("trendtool", {"list", "-x", db_, "--names"}).out, "/pump\n");
+    ModelLog plant{.device = "/plant", .params = {{"a", AVG}}, .minutes = {5}, .rows = {}};
+    plant.rows = {{5, 300, 1, {1}}, {5, 600, 1, {2}}, {5, 900, 1, {3}}};
+    record(plant, db_);
+  }
 }
 
 }  // namespace

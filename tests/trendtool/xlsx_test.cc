@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "tests/support/model.h"
+#include "trendtool/export/row_writer.h"
 
 namespace {
 
@@ -151,6 +152,61 @@ TEST_F(TrendtoolXlsx, LeavesNothingIfTheDiskIsFull) {
   EXPECT_THAT(result.err, HasSubstr("trendtool: can't write the spreadsheet: "));
   EXPECT_FALSE(std::filesystem::exists(file_));
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_.path()), {}), 1);
+}
+
+TEST_F(TrendtoolXlsx, NeedsAFile) {
+  const ProcessResult result =
+      run_tool("trendtool", {"export", "-x", db_, "-d", "/plant/one", "--format", "xlsx"});
+  EXPECT_EQ(result.exit_status, 2);
+  EXPECT_EQ(result.err, "trendtool: xlsx needs a file; name it with -f\n");
+}
+
+TEST_F(TrendtoolXlsx, HasAnEmptySheetIfThereAreNoRows) {
+  EXPECT_EQ(exported({"-d", "/plant/one", "--sheet-per-interval", "-e", "@1"}),
+            "sheet Sheet1\nfrozen False\n");
+}
+
+TEST_F(TrendtoolXlsx, RefusesMoreColumnsThanTheFormatHas) {
+  ModelLog log{.device = "/wide", .params = {}, .minutes = {}, .rows = {}};
+  for (int i = 0; i < 3277; ++i) {
+    log.params.push_back({"p" + std::to_string(i), MIN | MAX | AVG | ACTUAL | SUM});
+  }
+  record(log, db_);
+  std::filesystem::remove(file_);
+  const ProcessResult result = run({"-d", "/wide"});
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "trendtool: xlsx has at most 16384 columns; choose parameters with -p\n");
+  EXPECT_FALSE(std::filesystem::exists(file_));
+}
+
+TEST_F(TrendtoolXlsx, GoesOnInAnotherSheetWhereOneIsFull) {
+  ExportOptions options;
+  options.use_utc = true;
+  std::vector<ExportDevice> devices(1);
+  devices[0].selection.device.path = "/d";
+  devices[0].selection.params.resize(1);
+  devices[0].cells = {{0, 0, &toolkit::trend::CSample::actual}};
+  const std::vector<Column> columns = {{"a", 3, "a", "a:Value"}};
+  OutputFile out;
+  ASSERT_TRUE(out.open(file_, db_));
+  const Export what = {options, devices, columns};
+  const auto writer = make_xlsx_writer(what, out, 3);
+  ASSERT_EQ(writer->start(), "");
+  ASSERT_EQ(writer->start_device(devices[0]), "");
+  for (int i = 1; i <= 3; ++i) {
+    toolkit::trend::CSnapshot row;
+    row.timestamp = 86400 * i;
+    row.interval_minutes = 5;
+    row.samples = {{NAN, NAN, NAN, 1.0 * i, NAN}};
+    writer->write(row);
+  }
+  ASSERT_EQ(writer->finish(), "");
+  ASSERT_TRUE(out.finish());
+  const std::string titles = "frozen True\nA1 text time (UTC)\nB1 text interval\nC1 text a:Value\n";
+  EXPECT_EQ(print(), "sheet d\n" + titles +
+                         "A2 number 25570\nB2 number 5\nC2 number 1\n"
+                         "A3 number 25571\nB3 number 5\nC3 number 2\nsheet d (2)\n" +
+                         titles + "A2 number 25572\nB2 number 5\nC2 number 3\n");
 }
 
 }  // namespace

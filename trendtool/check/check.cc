@@ -1,6 +1,7 @@
 #include "trendtool/check/check.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "libtrend/log.h"
@@ -32,16 +33,13 @@ int run_check(const CheckOptions& options) {
     };
     if (log.check(damage, show) != 0) return fail("can't check the database: " + log.error());
   }
-  OutputFile out;
-  bool is_written = out.open("", "");
+  std::string text;
   for (const std::string& file : left_files) {
-    is_written =
-        is_written && out.write(show_controls(quote(file)) + " was left by a program that died\n");
+    text += show_controls(quote(file)) + " was left by a program that died\n";
   }
   for (const CDamage& part : damage) {
-    is_written =
-        is_written && out.write(show_controls(describe_damage(part, options.use_utc)) + "\n");
+    text += show_controls(describe_damage(part, options.use_utc)) + "\n";
   }
-  if (!is_written || !out.finish()) return fail(out.error());
-  return damage.empty() && left_files.empty() ? SUCCESS : FAILURE;
+  const int status = print_result(text);
+  return text.empty() ? status : FAILURE;
 }

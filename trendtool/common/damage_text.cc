@@ -1,5 +1,6 @@
 #include "trendtool/common/damage_text.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <ctime>
 #include <limits>
@@ -14,12 +15,14 @@ namespace {
 /// Returns whether a time is one of those that rows can have and a clock can show, and not just the
 /// start or the end of all time.
 bool is_shown(std::int64_t time) {
-  constexpr std::int64_t LAST_SHOWN = 253402300799;  // the end of the year 9999
-  return time > 1 && time <= LAST_SHOWN && time <= std::numeric_limits<std::time_t>::max();
+  constexpr std::int64_t END_OF_YEAR_9999 = 253402300799;
+  constexpr std::int64_t LAST_SHOWN =
+      std::min<std::int64_t>(END_OF_YEAR_9999, std::numeric_limits<std::time_t>::max());
+  return time > 1 && time <= LAST_SHOWN;
 }
 
 std::string describe_times(const CDamage& damage, bool use_utc) {
-  if (damage.first == 0 && damage.last == 0) return "";
+  if (damage.last == 0) return "";
   IsoClock clock(use_utc);
   const auto text_of = [&](std::int64_t time) {
     return clock.text_of(static_cast<std::time_t>(time));

@@ -38,6 +38,10 @@ TEST(DescribeDamage, LeavesOutTheEndsOfTime) {
 TEST(DescribeDamage, NamesAParameterAlone) {
   EXPECT_EQ(describe_damage({.device = "d", .param = "a", .text = "its slots are wrong"}, true),
             "device 'd', parameter 'a': its slots are wrong");
+  EXPECT_EQ(describe_damage({.device = "", .param = "a", .text = "it has no device"}, true),
+            "parameter 'a': it has no device");
+  EXPECT_EQ(describe_damage({.device = "", .minutes = 5, .param = "", .text = "it is new"}, true),
+            "interval of 5 minutes: it is new");
   EXPECT_EQ(describe_damage({.device = "", .param = "", .text = "SQLite: broken"}, true),
             "SQLite: broken");
 }

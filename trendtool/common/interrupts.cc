@@ -13,6 +13,7 @@ void note_signal(int number) { signal_number = number; }
 }  // namespace
 
 void note_interrupts() {
+  signal_number = 0;
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     if (std::signal(number, note_signal) == SIG_IGN) std::signal(number, SIG_IGN);
   }

@@ -13,6 +13,7 @@
 
 #include "text/csv.h"
 #include "trendlog/database_files.h"
+#include "trendtool/common/messages.h"
 
 namespace {
 
@@ -50,7 +51,8 @@ void handle_signals() {
   for (const int number : SIGNALS) {
     struct sigaction action = {};
     // A signal that is ignored, for example under nohup, stays so.
-    if (sigaction(number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
+    sigaction(number, nullptr, &action);
+    if (action.sa_handler == SIG_IGN) continue;
     action = {};
     action.sa_handler = end_by_signal;
     sigaction(number, &action, nullptr);
@@ -107,7 +109,8 @@ bool OutputFile::open(const std::string& path, const std::string& db_path) {
 
 bool OutputFile::open_directly(const std::string& path) {
   file_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  return file_ >= 0 || fail("can't open", errno);
+  if (file_ < 0) return fail("can't open", errno);
+  return true;
 }
 
 /// Opens a new file beside the wanted one, with the same permissions, if it has any yet.
@@ -160,4 +163,12 @@ bool OutputFile::finish() {
   is_temporary_ = false;
   unfinished_path[0] = '\0';
   return true;
+}
+
+int print_result(std::string_view text) {
+  OutputFile out;
+  // Standard output is open already.
+  static_cast<void>(out.open("", ""));
+  out.add(text);
+  return out.finish() ? SUCCESS : ::fail(out.error());
 }

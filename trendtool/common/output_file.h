@@ -84,3 +84,7 @@ class OutputFile {
 
   static constexpr std::size_t BUFFER_SIZE = std::size_t{64} * 1024;
 };
+
+/// Writes `text` to standard output, and closes that. Returns the exit status, after a message if
+/// it is not 0.
+[[nodiscard]] int print_result(std::string_view text);

@@ -166,4 +166,100 @@ TEST_F(TestOutputFile, ASignalLeavesNothing) {
   }
 }
 
+TEST_F(TestOutputFile, RefusesAFileThatMustNotBeWritten) {
+  write_file(path_, "before");
+  chmod(path_.c_str(), 0444);
+  // The rights that count are those of the user who started the program.
+  constexpr uid_t NOBODY = 65534;
+  const uid_t user = getuid();
+  if (user == 0) {
+    ASSERT_EQ(setresuid(NOBODY, 0, 0), 0);
+  }
+  OutputFile out;
+  EXPECT_FALSE(out.open(path_, db_));
+  if (user == 0) {
+    ASSERT_EQ(setresuid(0, 0, 0), 0);
+  }
+  EXPECT_EQ(out.error(), "can't open '" + path_ + "': Permission denied");
+  EXPECT_EQ(read_file(path_), "before");
+}
+
+TEST_F(TestOutputFile, SaysThatANameIsTooLong) {
+  std::string path = folder_.path();
+  while (path.size() < 4090) path += path.size() < 4080 ? "/." : "/a";
+  OutputFile out;
+  EXPECT_FALSE(out.open(path, db_));
+  EXPECT_EQ(out.error(), "can't open '" + path + "': File name too long");
+  write_file(path_, "a file");
+  OutputFile in_file;
+  EXPECT_FALSE(in_file.open(path_ + "/out.csv", db_));
+  EXPECT_EQ(in_file.error(), "can't open '" + path_ + "/out.csv': Not a directory");
+}
+
+TEST_F(TestOutputFile, FailsOnceAWriteHasFailed) {
+  const std::string text(100'000, 'x');
+  OutputFile written;
+  ASSERT_TRUE(written.open("/dev/full", db_));
+  EXPECT_FALSE(written.write(text));
+  OutputFile written_twice;
+  ASSERT_TRUE(written_twice.open("/dev/full", db_));
+  EXPECT_TRUE(written_twice.write(text.substr(0, 60'000)));
+  EXPECT_FALSE(written_twice.write(text.substr(0, 60'000)));
+  OutputFile added;
+  ASSERT_TRUE(added.open("/dev/full", db_));
+  added.add(text);
+  EXPECT_TRUE(added.has_failed());
+  EXPECT_FALSE(added.finish());
+  EXPECT_EQ(added.error(), "can't write '/dev/full': No space left on device");
+}
+
+TEST_F(TestOutputFile, SaysWhyItCantBeCompleted) {
+  OutputFile out;
+  ASSERT_TRUE(out.open(path_, db_));
+  out.add("one\n");
+  fs::create_directory(path_);
+  EXPECT_FALSE(out.finish());
+  EXPECT_EQ(out.error(), "can't write '" + path_ + "': Is a directory");
+}
+
+TEST_F(TestOutputFile, LeavesASignalThatIsIgnored) {
+  std::signal(SIGHUP, SIG_IGN);
+  OutputFile out;
+  ASSERT_TRUE(out.open(path_, db_));
+  out.add("one\n");
+  std::raise(SIGHUP);
+  ASSERT_TRUE(out.finish());
+  EXPECT_EQ(read_file(path_), "one\n");
+  EXPECT_EQ(std::signal(SIGHUP, SIG_DFL), SIG_IGN);
+}
+
+TEST_F(TestOutputFile, IsRemovedByWhatASignalCalls) {
+  OutputFile out;
+  ASSERT_TRUE(out.open(path_, db_));
+  sigset_t signals;
+  sigset_t before;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigprocmask(SIG_BLOCK, &signals, &before);
+  const auto call_handler = [&] {
+    struct sigaction action = {};
+    sigaction(SIGTERM, nullptr, &action);
+    action.sa_handler(SIGTERM);
+    // Then the signal comes again, to end the program.
+    const timespec no_time = {};
+    EXPECT_EQ(sigtimedwait(&signals, nullptr, &no_time), SIGTERM);
+    sigaction(SIGTERM, &action, nullptr);
+  };
+  EXPECT_EQ(names().size(), 1U);
+  call_handler();
+  EXPECT_EQ(names(), Names());
+  // Where the file is complete, it stays.
+  OutputFile complete;
+  ASSERT_TRUE(complete.open(path_, db_) && complete.write("one\n") && complete.finish());
+  call_handler();
+  EXPECT_EQ(names(), Names{"out.csv"});
+  std::signal(SIGTERM, SIG_DFL);
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+}
+
 }  // namespace

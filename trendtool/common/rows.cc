@@ -19,9 +19,9 @@ bool continue_after(std::time_t time, bool ascending, std::pair<long, long>& ran
     range.second = static_cast<long>(time) - 1;
     return range.second > 0;
   }
-  if (time == std::numeric_limits<long>::max()) return false;
-  range.first = static_cast<long>(time) + 1;
-  return true;
+  constexpr std::time_t LAST = std::numeric_limits<long>::max();
+  range.first = static_cast<long>(std::min(time, LAST - 1)) + 1;
+  return time < LAST;
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <limits>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 #include "text/calendar.h"
 #include "text/csv.h"
@@ -145,27 +146,23 @@ bool read_age(std::string_view text, std::int64_t& age) {
   return true;
 }
 
-bool fits(std::int64_t time) {
-  return time >= std::numeric_limits<std::time_t>::min() &&
-         time <= std::numeric_limits<std::time_t>::max();
+/// What a clock shows at `time`. Where time_t has 32 bits, it shows no other times than those.
+std::tm fields_at(std::int64_t time, bool use_utc) {
+  const auto seconds = static_cast<std::time_t>(std::clamp<std::int64_t>(
+      time, std::numeric_limits<std::time_t>::min(), std::numeric_limits<std::time_t>::max()));
+  std::tm fields = {};
+  use_utc ? gmtime_r(&seconds, &fields) : localtime_r(&seconds, &fields);
+  return fields;
 }
 
 /// Finds the time at which a clock in UTC shows `wall`. It is `wall` itself, except in time zones
-/// that count leap seconds, in which the C library counts them in UTC, too. Returns nothing if
-/// there is none.
-std::optional<std::int64_t> find_utc_time(std::int64_t wall) {
+/// that count leap seconds, in which the C library counts them in UTC, too.
+std::int64_t find_utc_time(std::int64_t wall) {
   std::int64_t time = wall;
-  // From one step to the next, there is at most one leap second more or less.
-  for (int steps = 4; steps > 0 && fits(time); --steps) {
-    const auto system_time = static_cast<std::time_t>(time);
-    std::tm shown = {};
-    if (gmtime_r(&system_time, &shown) == nullptr) break;
-    const std::int64_t ahead = wall - to_wall_seconds(shown);
-    // A leap second has the number of the second after it.
-    if (ahead == 0) return shown.tm_sec == 60 ? time + 1 : time;
-    time += ahead;
-  }
-  return {};
+  // From the first step to the second, there is at most one leap second more.
+  for (int step = 0; step < 2; ++step) time += wall - to_wall_seconds(fields_at(time, true));
+  // A leap second has the number of the second after it.
+  return fields_at(time, true).tm_sec == 60 ? time + 1 : time;
 }
 
 /// Finds the time at which a local clock shows `wall`. Returns nothing if none does.
@@ -173,26 +170,12 @@ std::optional<std::int64_t> find_local_time(std::int64_t wall, Bound bound) {
   std::optional<std::int64_t> found;
   // The offsets a day before and a day after are those before and after a change of the clock.
   for (const std::int64_t near : {wall - DAY, wall + DAY}) {
-    if (!fits(near)) continue;
-    const auto near_time = static_cast<std::time_t>(near);
-    std::tm there = {};
-    if (localtime_r(&near_time, &there) == nullptr) continue;
-    const std::optional<std::int64_t> candidate = find_utc_time(wall - there.tm_gmtoff);
-    if (!candidate || !fits(*candidate)) continue;
-    const auto time = static_cast<std::time_t>(*candidate);
-    std::tm shown = {};
-    if (localtime_r(&time, &shown) == nullptr || to_wall_seconds(shown) != wall) continue;
+    const std::int64_t time = find_utc_time(wall - fields_at(near, false).tm_gmtoff);
+    if (to_wall_seconds(fields_at(time, false)) != wall) continue;
     const bool is_better = !found || (bound == Bound::START ? time < *found : time > *found);
     if (is_better) found = time;
   }
   return found;
-}
-
-/// Whether a clock in UTC shows `time` as a leap second.
-bool is_leap_second(std::int64_t time) {
-  const auto system_time = static_cast<std::time_t>(time);
-  std::tm shown = {};
-  return fits(time) && gmtime_r(&system_time, &shown) != nullptr && shown.tm_sec == 60;
 }
 
 /// Finds the time that `wall` shows. Returns what is wrong with `text`, from which it was read, or
@@ -203,12 +186,11 @@ std::string find_time(std::string_view text, const WallTime& wall, bool use_utc,
   const std::optional<std::int64_t> found =
       is_local ? find_local_time(wall.seconds, bound)
                : find_utc_time(wall.seconds - wall.offset.value_or(0));
-  if (!found && !is_local) return quote(text) + CANNOT_REPRESENT;
   if (!found) return quote(text) + " does not exist in this time zone; the clock skips it";
   time = *found;
   if (!wall.is_leap_second) return "";
   --time;
-  return is_leap_second(time) ? "" : quote(text) + NOT_A_TIME;
+  return fields_at(time, true).tm_sec == 60 ? "" : quote(text) + NOT_A_TIME;
 }
 
 }  // namespace
@@ -229,7 +211,8 @@ std::string read_time(std::string_view text, Bound bound, bool use_utc, std::tim
   } else if (std::string wrong = find_time(text, wall, use_utc, bound, seconds); !wrong.empty()) {
     return wrong;
   }
-  if (!fits(seconds)) return quote(text) + CANNOT_REPRESENT;
+  // Where time_t has 64 bits, it holds whatever can be written so.
+  if (!std::in_range<std::time_t>(seconds)) return quote(text) + CANNOT_REPRESENT;
   time = static_cast<std::time_t>(seconds);
   return "";
 }

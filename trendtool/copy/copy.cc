@@ -1,7 +1,6 @@
 #include "trendtool/copy/copy.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <system_error>
@@ -10,6 +9,7 @@
 #include "text/csv.h"
 #include "trendtool/common/interrupts.h"
 #include "trendtool/common/messages.h"
+#include "trendtool/common/output_file.h"
 #include "trendtool/common/progress.h"
 #include "trendtool/common/selection.h"
 #include "trendtool/common/times.h"
@@ -44,9 +44,9 @@ class Copy {
     }
     if (!wrong.empty()) return fail(wrong);
     copy_devices();
-    const bool is_told = print_summary();
+    const int told = print_result(describe_counts());
     if (is_interrupted()) print_message("interrupted; the next copy goes on from here");
-    if (!is_told) return fail("can't write standard output");
+    if (told != SUCCESS) return told;
     return is_complete_ && counts_.conflicts == 0 ? SUCCESS : FAILURE;
   }
 
@@ -57,7 +57,7 @@ class Copy {
   void copy_devices();
   bool copy_device(const DeviceToCopy& device, Progress& progress);
   void show_progress(Progress& progress) const;
-  [[nodiscard]] bool print_summary() const;
+  [[nodiscard]] std::string describe_counts() const;
 
   [[nodiscard]] std::string refuse_same() const {
     return quote(from_) + " and " + quote(to_) + " are the same database";
@@ -103,7 +103,7 @@ std::string Copy::open_target() {
   std::error_code ignored;
   const bool are_files =
       std::filesystem::exists(from_, ignored) && std::filesystem::exists(to_, ignored);
-  return !are_files && !uuid.empty() && uuid == session_.uuid ? refuse_same() : "";
+  return !are_files && uuid == session_.uuid ? refuse_same() : "";
 }
 
 /// Reads what is to be copied.
@@ -184,19 +184,15 @@ void Copy::show_progress(Progress& progress) const {
   constexpr std::uint64_t STEP = 1024;
   if (rows_ % STEP != 0 || !progress.is_visible()) return;
   const auto done = static_cast<double>(passed_rows_ + rows_in_series_);
-  const double share = total_rows_ == 0 ? 0 : done / static_cast<double>(total_rows_);
+  const double share = done / static_cast<double>(std::max<std::uint64_t>(total_rows_, 1));
   progress.show(rows_, std::min(share, 1.0));
 }
 
-bool Copy::print_summary() const {
-  return std::printf(
-             "devices: %zu, series: %llu, rows copied: %llu, rows there before: %llu, "
-             "conflicts: %llu\n",
-             devices_.size(), static_cast<unsigned long long>(series_),
-             static_cast<unsigned long long>(counts_.copied),
-             static_cast<unsigned long long>(counts_.present),
-             static_cast<unsigned long long>(counts_.conflicts)) >= 0 &&
-         std::fflush(stdout) == 0;
+std::string Copy::describe_counts() const {
+  return "devices: " + std::to_string(devices_.size()) + ", series: " + std::to_string(series_) +
+         ", rows copied: " + std::to_string(counts_.copied) +
+         ", rows there before: " + std::to_string(counts_.present) +
+         ", conflicts: " + std::to_string(counts_.conflicts) + "\n";
 }
 
 }  // namespace

@@ -24,8 +24,8 @@ constexpr std::size_t MAX_ROWS = 50'000;
 constexpr std::size_t MAX_VALUES = 4'000'000;
 
 bool is_same(double a, double b) {
-  return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b) ||
-         (std::isnan(a) && std::isnan(b));
+  if (std::isnan(a)) return std::isnan(b);
+  return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
 }
 
 /// Returns `value` with as many digits as it needs.
@@ -84,7 +84,9 @@ void RowBatch::add(const CSnapshot& row) {
   map_.put(row, values_.data() + start);
 }
 
-bool RowBatch::is_full() const { return times_.size() >= MAX_ROWS || values_.size() >= MAX_VALUES; }
+bool RowBatch::is_full() const {
+  return times_.size() >= std::min(MAX_ROWS, MAX_VALUES / std::max<std::size_t>(map_.width(), 1));
+}
 
 bool RowBatch::append(std::size_t index, const toolkit::trend::CSeries& series,
                       toolkit::trend::CRecorder& recorder) const {

@@ -41,8 +41,7 @@ bool RowPages::load() {
     page_.snapshots.clear();
     return false;
   }
-  const bool is_last =
-      page_.snapshots.size() < PAGE_ROWS || page_.snapshots.back().timestamp >= times_.last;
+  const bool is_last = page_.snapshots.size() < PAGE_ROWS;
   times_ = is_last ? AT_END : CTimeRange{page_.snapshots.back().timestamp + 1, times_.last};
   return true;
 }

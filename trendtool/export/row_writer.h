@@ -1,6 +1,7 @@
 // Writing rows in one of the formats.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -47,7 +48,10 @@ class RowWriter {
 [[nodiscard]] std::unique_ptr<RowWriter> make_jsonl_writer(const Export& what, OutputFile& out);
 [[nodiscard]] std::unique_ptr<RowWriter> make_influx_writer(const Export& what, OutputFile& out);
 
-/// Whether xlsx can be written: the program may be built without.
-[[nodiscard]] bool can_write_xlsx();
-/// To be called only if that is so.
-[[nodiscard]] std::unique_ptr<RowWriter> make_xlsx_writer(const Export& what, OutputFile& out);
+/// Returns why xlsx can't be written with these options, or an empty text: it needs a file, and the
+/// program may be built without it.
+[[nodiscard]] std::string find_xlsx_conflict(const ExportOptions& options);
+/// To be called only where there is no conflict. A sheet has at most `most_lines` lines, which is a
+/// limit of the format.
+[[nodiscard]] std::unique_ptr<RowWriter> make_xlsx_writer(const Export& what, OutputFile& out,
+                                                          std::uint32_t most_lines = 1'048'576);

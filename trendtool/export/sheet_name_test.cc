@@ -8,6 +8,7 @@ TEST(SheetNames, ReplacesWhatExcelRefuses) {
   SheetNames names;
   EXPECT_EQ(names.make("site/weather"), "site weather");
   EXPECT_EQ(names.make("/a[b]:c*d?e\\f'"), "a b  c d e f");
+  EXPECT_EQ(names.make("a\nb\tc"), "a b c");
   EXPECT_EQ(names.make("///"), "sheet");
   EXPECT_EQ(names.make(""), "sheet (2)");
 }

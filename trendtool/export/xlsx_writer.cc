@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <map>
+#include <utility>
 
 #include "text/calendar.h"
 #include "trendtool/export/row_writer.h"
@@ -15,7 +16,6 @@ using toolkit::trend::CSnapshot;
 
 namespace {
 
-constexpr lxw_row_t MAX_ROWS = 1048576;
 constexpr std::size_t MAX_COLUMNS = 16384;
 
 /// A sheet that rows are added to, and the row that comes next.
@@ -26,11 +26,14 @@ struct Sheet {
 
 class XlsxWriter : public RowWriter {
  public:
-  XlsxWriter(const Export& what, OutputFile& out)
-      : what_(what), path_(out.written_path()), values_(what.options, '.') {}
+  XlsxWriter(const Export& what, OutputFile& out, std::uint32_t most_lines)
+      : what_(what),
+        path_(out.written_path()),
+        most_lines_(most_lines),
+        values_(what.options, '.') {}
   ~XlsxWriter() override {
-    // After a failure, what was written is removed with the file.
-    if (book_ != nullptr) static_cast<void>(workbook_close(book_));
+    // This is after a failure. A workbook without sheets must not be closed.
+    if (book_ != nullptr) lxw_workbook_free(book_);
   }
 
   [[nodiscard]] std::string start() override {
@@ -40,6 +43,7 @@ class XlsxWriter : public RowWriter {
     options.constant_memory = LXW_TRUE;
     options.use_zip64 = LXW_TRUE;
     book_ = workbook_new_opt(path_.c_str(), &options);
+    // Only a failed allocation leads to this.
     if (book_ == nullptr) return "can't make a spreadsheet";
     date_format_ = workbook_add_format(book_);
     format_set_num_format(date_format_, "yyyy-mm-dd hh:mm:ss");
@@ -63,7 +67,8 @@ class XlsxWriter : public RowWriter {
   void write(const CSnapshot& row) override {
     const std::uint32_t key = what_.options.sheet_per_interval ? row.interval_minutes : 0;
     Sheet& sheet = sheets_[key];
-    if (sheet.sheet == nullptr || sheet.next_row == MAX_ROWS) add_sheet(sheet, key);
+    if (sheet.sheet == nullptr || sheet.next_row == most_lines_) add_sheet(sheet, key);
+    if (sheet.sheet == nullptr) return;
     const lxw_row_t line = sheet.next_row++;
     lxw_col_t column = 0;
     write_number(sheet, line, column++, get_date(row.timestamp), date_format_);
@@ -79,12 +84,12 @@ class XlsxWriter : public RowWriter {
 
   [[nodiscard]] std::string finish() override {
     // A workbook needs a sheet.
-    if (!has_sheets_) workbook_add_worksheet(book_, nullptr);
-    const lxw_error error = workbook_close(book_);
-    book_ = nullptr;
+    if (!has_sheets_) has_failed_ |= workbook_add_worksheet(book_, nullptr) == nullptr;
+    if (has_failed_) return "can't write the spreadsheet: a sheet or a row was refused";
+    const lxw_error error = workbook_close(std::exchange(book_, nullptr));
     if (error != LXW_NO_ERROR)
       return std::string("can't write the spreadsheet: ") + lxw_strerror(error);
-    return has_failed_ ? "can't write the spreadsheet: a row was refused" : "";
+    return "";
   }
 
   [[nodiscard]] std::string describe_loss() const override {
@@ -100,8 +105,10 @@ class XlsxWriter : public RowWriter {
     std::string name = device_->selection.device.path;
     if (minutes != 0) name.append(" ").append(std::to_string(minutes)).append(" min");
     sheet.sheet = workbook_add_worksheet(book_, names_.make(name).c_str());
-    has_failed_ = has_failed_ || sheet.sheet == nullptr;
-    if (sheet.sheet == nullptr) return;
+    if (sheet.sheet == nullptr) {
+      has_failed_ = true;
+      return;
+    }
     has_sheets_ = true;
     constexpr double DATE_WIDTH = 19;
     worksheet_set_column(sheet.sheet, 0, 0, DATE_WIDTH, nullptr);
@@ -121,10 +128,8 @@ class XlsxWriter : public RowWriter {
   void write_number(const Sheet& sheet, lxw_row_t row, lxw_col_t column, double value,
                     lxw_format* format) {
     if (std::isinf(value)) ++infinities_;
-    if (!std::isfinite(value) || sheet.sheet == nullptr) return;
-    if (worksheet_write_number(sheet.sheet, row, column, value, format) != LXW_NO_ERROR) {
-      has_failed_ = true;
-    }
+    if (!std::isfinite(value)) return;
+    has_failed_ |= worksheet_write_number(sheet.sheet, row, column, value, format) != LXW_NO_ERROR;
   }
 
   /// The number that the text of `value` stands for, which has six digits.
@@ -147,6 +152,7 @@ class XlsxWriter : public RowWriter {
 
   const Export& what_;
   std::string path_;
+  lxw_row_t most_lines_;
   ValueText values_;
   Calendar calendar_;
   lxw_workbook* book_ = nullptr;
@@ -162,8 +168,11 @@ class XlsxWriter : public RowWriter {
 
 }  // namespace
 
-bool can_write_xlsx() { return true; }
+std::string find_xlsx_conflict(const ExportOptions& options) {
+  return options.output_path.empty() ? "xlsx needs a file; name it with -f" : "";
+}
 
-std::unique_ptr<RowWriter> make_xlsx_writer(const Export& what, OutputFile& out) {
-  return std::make_unique<XlsxWriter>(what, out);
+std::unique_ptr<RowWriter> make_xlsx_writer(const Export& what, OutputFile& out,
+                                            std::uint32_t most_lines) {
+  return std::make_unique<XlsxWriter>(what, out, most_lines);
 }

@@ -16,14 +16,10 @@ namespace {
 std::string make_text(const std::vector<DeviceContents>& contents, const ListOptions& options) {
   const bool is_one_device = !options.device.empty();
   if (options.names_only) return list_names(contents, is_one_device);
-  switch (options.format) {
-    case ListFormat::CSV:
-      return list_as_csv(contents, is_one_device, options.use_utc);
-    case ListFormat::JSON:
-      return list_as_json(contents, options.use_utc);
-    case ListFormat::TABLE:
-      break;
+  if (options.format == ListFormat::CSV) {
+    return list_as_csv(contents, is_one_device, options.use_utc);
   }
+  if (options.format == ListFormat::JSON) return list_as_json(contents, options.use_utc);
   return list_as_table(contents, is_one_device, options.use_utc);
 }
 
@@ -39,7 +35,7 @@ int run_list(const ListOptions& options) {
       read_contents(log, names, options.use_display_names, !options.names_only, contents);
   if (!wrong.empty()) return fail(wrong);
   OutputFile out;
-  const bool is_written = out.open(options.output_path, options.db_path) &&
-                          out.write(make_text(contents, options)) && out.finish();
-  return is_written ? SUCCESS : fail(out.error());
+  if (!out.open(options.output_path, options.db_path)) return fail(out.error());
+  out.add(make_text(contents, options));
+  return out.finish() ? SUCCESS : fail(out.error());
 }

@@ -59,11 +59,12 @@ class Table {
 
 /// A number of bytes in the unit that suits it.
 std::string show_bytes(std::uint64_t bytes) {
-  constexpr std::array UNITS = {"B", "kB", "MB", "GB", "TB"};
+  // 64 bits hold less than the last unit has room for.
+  constexpr std::array UNITS = {"B", "kB", "MB", "GB", "TB", "PB", "EB"};
   constexpr double STEP = 1000;
   auto number = static_cast<double>(bytes);
   std::size_t unit = 0;
-  for (; number >= STEP && unit + 1 < UNITS.size(); ++unit) number /= STEP;
+  for (; number >= STEP; ++unit) number /= STEP;
   std::array<char, 32> text;
   std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", number, UNITS[unit]);
   return text.data();

@@ -21,15 +21,13 @@ double round_trip(double value) {
   std::array<char, MAX_VALUE_TEXT> text;
   const char* end = format_value(value, text.data());
   double read = value;
-  const bool is_number =
-      read_value({text.data(), static_cast<std::size_t>(end - text.data())}, read);
-  return is_number ? read : value;
+  // It always is a number, if it is not an infinity, which stays as it is.
+  static_cast<void>(read_value({text.data(), static_cast<std::size_t>(end - text.data())}, read));
+  return read;
 }
 
 bool is_same_value(double loaded, double recorded) {
-  if (std::isnan(loaded) || std::isnan(recorded)) {
-    return std::isnan(loaded) && std::isnan(recorded);
-  }
+  if (std::isnan(loaded)) return std::isnan(recorded);
   return loaded == recorded || loaded == round_trip(recorded);
 }
 
@@ -64,9 +62,8 @@ bool ExistingRows::read_window(const RowToLoad& row, Window& window) {
       static_cast<std::int64_t>(rows) * 60 * row.series.minutes, MAX_LENGTH));
   window = {};
   window.first = std::max(static_cast<long>(row.time) - length, 1L);
-  window.last = row.time > std::numeric_limits<long>::max() - length
-                    ? std::numeric_limits<long>::max()
-                    : static_cast<long>(row.time) + length;
+  constexpr std::int64_t LAST = std::numeric_limits<long>::max();
+  window.last = static_cast<long>(std::min<std::int64_t>(row.time, LAST - length)) + length;
   window.params = row.params.size();
   CDeviceData data;
   if (log_.get_trend_data(data, {row.device, row.params}, {{.interval = row.series.minutes}},
@@ -82,8 +79,7 @@ bool ExistingRows::read_window(const RowToLoad& row, Window& window) {
 
 ExistingRows::Result ExistingRows::compare(const RowToLoad& row) {
   // With many series, their windows would fill the memory.
-  constexpr std::size_t MOST_SAMPLES = 1'000'000;
-  if (samples_ > MOST_SAMPLES) {
+  if (samples_ > most_samples_) {
     windows_.clear();
     samples_ = 0;
   }

@@ -34,6 +34,9 @@ class ExistingRows {
  public:
   enum class Result { MISSING, SAME, OTHER, FAILED };
 
+  /// Rows with more than about `most_samples` samples are not kept in memory.
+  explicit ExistingRows(std::size_t most_samples = 1'000'000) : most_samples_(most_samples) {}
+
   /// Opens the database at `path`. Returns what is wrong, or an empty text.
   [[nodiscard]] std::string open(const std::string& path);
 
@@ -54,6 +57,7 @@ class ExistingRows {
 
   bool read_window(const RowToLoad& row, Window& window);
 
+  std::size_t most_samples_;
   toolkit::trend::CLog log_;
   std::map<std::int64_t, Window> windows_;  ///< by the id of the series
   std::size_t samples_ = 0;                 ///< that were read since there were no windows

@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -16,8 +15,10 @@
 #include <vector>
 
 #include "libtrend/recorder.h"
+#include "text/csv.h"
 #include "text/line_reader.h"
 #include "trendtool/common/messages.h"
+#include "trendtool/common/output_file.h"
 #include "trendtool/common/progress.h"
 #include "trendtool/load/export_layout.h"
 #include "trendtool/load/export_loader.h"
@@ -67,13 +68,14 @@ class ScratchFolder {
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;
 
-  /// Makes the folder. Returns false on failure.
-  bool make() {
+  /// Makes the folder. Returns what is wrong, or an empty text.
+  std::string make() {
     std::error_code error;
     std::string path = std::filesystem::temp_directory_path(error) / "trendtool-XXXXXX";
-    if (error || mkdtemp(path.data()) == nullptr) return false;
+    if (error) return "there is no folder for temporary files: " + error.message();
+    if (mkdtemp(path.data()) == nullptr) return quote(path) + ": " + std::strerror(errno);
     path_ = path;
-    return true;
+    return "";
   }
   [[nodiscard]] std::string file() const { return path_ + "/dry-run.db"; }
 
@@ -93,6 +95,8 @@ class Load {
     if (options_.reads_exports && lines_.look_ahead(first)) {
       if (const char separator = find_separator(first)) return load_export(separator);
     }
+    // What is missing in the options is not known before the file is.
+    if (lines_.has_failed()) return fail_to_read();
     return load_dump();
   }
 
@@ -183,7 +187,7 @@ class Load {
     // Opening the database would create it.
     std::error_code ignored;
     if (options_.dry_run && !std::filesystem::exists(path, ignored)) {
-      if (!scratch_.make()) return fail(std::strerror(errno));
+      if (std::string wrong = scratch_.make(); !wrong.empty()) return fail(wrong);
       path = scratch_.file();
     }
     if (recorder_.open(path) != 0) return fail(recorder_.error());
@@ -197,11 +201,8 @@ class Load {
     if (!options_.dry_run) return recorder_.commit() == 0 ? 0 : fail(recorder_.error());
     recorder_.rollback();
     recorder_.close();
-    const bool is_printed = std::printf("%llu rows can be recorded, %llu are recorded already\n",
-                                        static_cast<unsigned long long>(sink_.recorded()),
-                                        static_cast<unsigned long long>(sink_.skipped())) >= 0 &&
-                            std::fflush(stdout) == 0;
-    return is_printed ? 0 : print_failure("standard output", std::strerror(errno));
+    return print_result(std::to_string(sink_.recorded()) + " rows can be recorded, " +
+                        std::to_string(sink_.skipped()) + " are recorded already\n");
   }
 
   int print_failure(const std::string& where, const std::string& wrong) {

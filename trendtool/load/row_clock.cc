@@ -18,8 +18,9 @@ struct Times {
 };
 
 bool shows(std::time_t time, const std::tm& fields, bool use_utc) {
+  // A time that no calendar can show leaves the day of the month 0, which no time is shown with.
   std::tm shown = {};
-  if ((use_utc ? gmtime_r(&time, &shown) : localtime_r(&time, &shown)) == nullptr) return false;
+  use_utc ? gmtime_r(&time, &shown) : localtime_r(&time, &shown);
   return shown.tm_sec == fields.tm_sec && shown.tm_min == fields.tm_min &&
          shown.tm_hour == fields.tm_hour && shown.tm_mday == fields.tm_mday;
 }
@@ -28,13 +29,13 @@ Times times_of(const std::tm& fields, bool use_utc) {
   const std::time_t time = to_epoch(fields, use_utc);
   Times times = {time, time};
   constexpr std::time_t DAY = 86400;
-  const bool has_days_around = time > 0 && time <= std::numeric_limits<std::time_t>::max() - DAY;
-  if (use_utc || fields.tm_isdst >= 0 || !has_days_around) return times;
+  if (use_utc || fields.tm_isdst >= 0 || time <= 0) return times;
   // The C library chose the UTC offset from before or after a clock change; try both.
   const std::time_t wall = to_epoch(fields, true);
-  for (const std::time_t near : {time - DAY, time + DAY}) {
+  constexpr std::time_t LAST = std::numeric_limits<std::time_t>::max();
+  for (const std::time_t near : {time - DAY, std::min(time, LAST - DAY) + DAY}) {
     std::tm there = {};
-    if (localtime_r(&near, &there) == nullptr) continue;
+    localtime_r(&near, &there);
     const std::time_t other = wall - there.tm_gmtoff;
     if (!shows(other, fields, false)) continue;
     times = {std::min(times.first, other), std::max(times.second, other)};

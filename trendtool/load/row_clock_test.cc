@@ -256,8 +256,10 @@ TEST(RowClock, ReadsOnlyProperTimesOnADayItKeeps) {
     EXPECT_EQ(clock.convert(text, time),
               "'" + std::string(text) + "' does not match the format '%F %R'");
   }
-  EXPECT_EQ(clock.convert("2023-11-05  5:07", time), "");
-  EXPECT_EQ(time, FOLD + 7 * MINUTE);
+  for (const char* text : {"2023-11-05  5:07", "2023-11-05 05: 7", "2023-11-5 05:07"}) {
+    EXPECT_EQ(clock.convert(text, time), "") << text;
+    EXPECT_EQ(time, FOLD + 7 * MINUTE);
+  }
 }
 
 }  // namespace

@@ -179,4 +179,19 @@ TEST(Curve, KnowsItsRange) {
   EXPECT_EQ(curve.range().end, 90'000);
 }
 
+TEST(Curve, JoinsAValueWithNone) {
+  for (const bool is_first : {true, false}) {
+    Curve curve(1);
+    add(curve, 2 * 3600, 60, {1, NONE, is_first ? 5 : NONE, NONE, NONE});
+    add(curve, 3600, 60, {1, NONE, is_first ? NONE : 5, NONE, NONE});
+    const std::vector<PlotColumn> columns = curve.take_columns();
+    ASSERT_EQ(columns.size(), 1U);
+    EXPECT_EQ(columns[0].values[AVG].low, 5);
+    EXPECT_EQ(columns[0].values[AVG].high, 5);
+    EXPECT_EQ(columns[0].values[AVG].mean, 5);
+    EXPECT_EQ(columns[0].values[AVG].seconds, 3600);
+    EXPECT_EQ(columns[0].values[MIN].seconds, 7200);
+  }
+}
+
 }  // namespace

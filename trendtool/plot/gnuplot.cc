@@ -87,16 +87,30 @@ int start_gnuplot(const Streams& streams, pid_t& process) {
   return error;
 }
 
+/// Whether the last call failed because a signal came, or because a pipe is full.
+bool must_try_again() { return errno == EINTR || errno == EAGAIN; }
+
 /// Reads once from `from` and appends it to `text`. Returns false at the end.
 bool read_some(int from, std::string& text) {
   char buffer[65536];
   const ssize_t size = read(from, buffer, sizeof buffer);
-  if (size > 0) text.append(buffer, static_cast<std::size_t>(size));
-  return size > 0 || (size < 0 && errno == EINTR);
+  if (size < 0) return must_try_again();
+  text.append(buffer, static_cast<std::size_t>(size));
+  return size > 0;
+}
+
+/// Writes once from `script` and removes what is written. Returns false at the end, or where nobody
+/// reads it.
+bool write_some(int to, std::string_view& script) {
+  const ssize_t size = write(to, script.data(), script.size());
+  if (size < 0) return must_try_again();
+  script.remove_prefix(static_cast<std::size_t>(size));
+  return !script.empty();
 }
 
 /// Writes the script and reads both outputs, as each pipe is ready, until gnuplot closes them.
-void exchange(Streams& streams, std::string_view script, std::string& output, std::string& errors) {
+/// Returns an error number, or 0.
+int exchange(Streams& streams, std::string_view script, std::string& output, std::string& errors) {
   fcntl(streams.in.writing_end(), F_SETFL, O_NONBLOCK);
   const BrokenPipesIgnored ignored;
   while (streams.out.is_open() || streams.err.is_open()) {
@@ -105,18 +119,14 @@ void exchange(Streams& streams, std::string_view script, std::string& output, st
                       {streams.out.reading_end(), POLLIN, 0},
                       {streams.err.reading_end(), POLLIN, 0}};
     if (poll(files, std::size(files), -1) < 0) {
-      if (errno == EINTR) continue;
-      return;
+      if (must_try_again()) continue;
+      return errno;
     }
-    if (files[0].revents != 0) {
-      const ssize_t size = write(files[0].fd, script.data(), script.size());
-      if (size > 0) script.remove_prefix(static_cast<std::size_t>(size));
-      const bool has_failed = size < 0 && errno != EAGAIN && errno != EINTR;
-      if (script.empty() || has_failed) streams.in.close_writing_end();
-    }
+    if (files[0].revents != 0 && !write_some(files[0].fd, script)) streams.in.close_writing_end();
     if (files[1].revents != 0 && !read_some(files[1].fd, output)) streams.out.close_reading_end();
     if (files[2].revents != 0 && !read_some(files[2].fd, errors)) streams.err.close_reading_end();
   }
+  return 0;
 }
 
 /// The last line of `errors`, which says what is wrong.
@@ -125,8 +135,8 @@ std::string last_line(std::string_view errors) {
   const std::size_t end = errors.find_last_not_of(BLANKS);
   if (end == errors.npos) return "it does not say why";
   errors = errors.substr(0, end + 1);
-  const std::size_t line_feed = errors.rfind('\n');
-  if (line_feed != errors.npos) errors.remove_prefix(line_feed + 1);
+  // Where there is one line, there is no line feed, and `npos` + 1 is 0.
+  errors.remove_prefix(errors.rfind('\n') + 1);
   return std::string(errors.substr(errors.find_first_not_of(BLANKS)));
 }
 
@@ -151,10 +161,17 @@ std::string run_gnuplot(const std::string& script, std::string& output) {
   streams.err.close_writing_end();
 
   std::string errors;
-  exchange(streams, script, output, errors);
+  const int exchange_error = exchange(streams, script, output, errors);
+  // After a failure, gnuplot must not wait for this program.
+  streams.in.close_writing_end();
+  streams.out.close_reading_end();
+  streams.err.close_reading_end();
   int status = 0;
   while (waitpid(process, &status, 0) < 0) {
     if (errno != EINTR) return std::string("can't wait for gnuplot: ") + std::strerror(errno);
+  }
+  if (exchange_error != 0) {
+    return std::string("can't exchange data with gnuplot: ") + std::strerror(exchange_error);
   }
   if (WIFSIGNALED(status)) return "gnuplot ended by signal " + std::to_string(WTERMSIG(status));
   // Some systems report a missing program only so.

@@ -207,5 +207,6 @@ int run_plot(const PlotOptions& options) {
   }
   // gnuplot starts a page of text with a form feed.
   if (drawn.starts_with('\f')) drawn.erase(0, 1);
-  return out.write(drawn) && out.finish() ? SUCCESS : fail(out.error());
+  out.add(drawn);
+  return out.finish() ? SUCCESS : fail(out.error());
 }

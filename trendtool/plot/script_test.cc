@@ -28,7 +28,9 @@ PlotSeries hour_of(const std::string& name, std::uint32_t statistics,
 PlotSeries average(const std::string& name) {
   return hour_of(name, 4, {NONE, NONE, 1.5, NONE, NONE});
 }
-PlotSeries sum(const std::string& name) { return hour_of(name, 16, {NONE, NONE, NONE, NONE, 8}); }
+PlotSeries sum(const std::string& name, double value = 8) {
+  return hour_of(name, 16, {NONE, NONE, NONE, NONE, value});
+}
 
 Picture picture_of(std::vector<PlotSeries> series) {
   Picture picture;
@@ -120,6 +122,22 @@ TEST(Script, SetsTheSizeOfThePicture) {
   EXPECT_THAT(make_script(picture), HasSubstr("set terminal svg size 600,400 "));
   picture.format = PictureFormat::PDF;
   EXPECT_THAT(make_script(picture), HasSubstr("set terminal pdfcairo size 600e-2in,400e-2in "));
+}
+
+TEST(Script, ShowsNegativeSumsToo) {
+  EXPECT_THAT(make_script(picture_of({sum("a")})), HasSubstr("set yrange [0:*]"));
+  Picture picture = picture_of({sum("a", -8), sum("b"), average("c")});
+  picture.together = true;
+  EXPECT_THAT(make_script(picture), HasSubstr("set y2range [*:*]"));
+  EXPECT_THAT(make_script(picture_of({sum("a", -8)})), Not(HasSubstr("[0:*]")));
+}
+
+TEST(Script, NamesTheCharacterThatFillsAnAreaOnce) {
+  Picture picture = picture_of({hour_of("a", 7, {1, 3, 2, NONE, NONE})});
+  picture.format = PictureFormat::TEXT;
+  EXPECT_THAT(make_script(picture), HasSubstr("title 'min to max (X)'"));
+  picture.together = true;
+  EXPECT_THAT(make_script(picture), Not(HasSubstr("(X)")));
 }
 
 }  // namespace

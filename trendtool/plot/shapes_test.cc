@@ -106,6 +106,24 @@ TEST(Shapes, ShowALimitThatIsAlone) {
   const PlotSeries series = series_of(MAX, {{1, {NONE, 5, NONE, NONE, NONE}}});
   EXPECT_EQ(points_of(series, Shape::LINE), "0 5\n3600 5\n");
   EXPECT_EQ(labels_of(series), "[maximum]");
+  EXPECT_EQ(labels_of(series_of(MIN, {{1, {5, NONE, NONE, NONE, NONE}}})), "[minimum]");
+}
+
+TEST(Shapes, ShowTheRangeOfALimitThatIsAlone) {
+  const PlotSeries minima =
+      series_of(MIN, {{2, {9, NONE, NONE, NONE, NONE}}, {1, {1, NONE, NONE, NONE, NONE}}}, 7200);
+  EXPECT_EQ(points_of(minima, Shape::BAND), "0 1 9\n7200 1 9\n");
+  EXPECT_EQ(labels_of(minima), "[range][minimum]");
+  const PlotSeries maxima =
+      series_of(MAX, {{2, {NONE, 9, NONE, NONE, NONE}}, {1, {NONE, 1, NONE, NONE, NONE}}}, 7200);
+  EXPECT_EQ(labels_of(maxima), "[range][maximum]");
+}
+
+TEST(Shapes, BreakABandWhereBothLimitsAreMissing) {
+  const PlotSeries series = series_of(MIN | MAX | ACTUAL, {{3, {1, 2, NONE, NONE, NONE}},
+                                                           {2, {NONE, NONE, NONE, 7, NONE}},
+                                                           {1, {3, 4, NONE, NONE, NONE}}});
+  EXPECT_EQ(points_of(series, Shape::BAND), "0 3 4\n3600 3 4\n\n7200 1 2\n10800 1 2\n");
 }
 
 TEST(Shapes, KeepTheExtremesOfAveragesInOneColumn) {

@@ -127,14 +127,8 @@ std::int64_t round_up_months(std::int64_t time, std::int64_t step, const Clock& 
 }
 
 std::int64_t round_up(std::int64_t time, const Step& step, const Clock& clock) {
-  switch (step.unit) {
-    case Unit::SECOND:
-      return round_up_seconds(time, step.count, clock);
-    case Unit::DAY:
-      return round_up_days(time, step.count, clock);
-    case Unit::MONTH:
-      break;
-  }
+  if (step.unit == Unit::SECOND) return round_up_seconds(time, step.count, clock);
+  if (step.unit == Unit::DAY) return round_up_days(time, step.count, clock);
   return round_up_months(time, step.count, clock);
 }
 
@@ -157,14 +151,8 @@ Tick make_tick(std::int64_t time, const Step& step, const Clock& clock) {
 /// The length of a step, or a little less.
 std::int64_t step_seconds(const Step& step) {
   constexpr std::int64_t SHORTEST_MONTH = 28 * DAY;
-  switch (step.unit) {
-    case Unit::SECOND:
-      return step.count;
-    case Unit::DAY:
-      return step.count * DAY - HOUR;
-    case Unit::MONTH:
-      break;
-  }
+  if (step.unit == Unit::SECOND) return step.count;
+  if (step.unit == Unit::DAY) return step.count * DAY - HOUR;
   return step.count * SHORTEST_MONTH;
 }
 

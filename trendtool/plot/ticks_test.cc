@@ -108,4 +108,17 @@ TEST(Ticks, AreAtRoundTimesWhereLeapSecondsCount) {
   EXPECT_EQ(utc_texts(start - 1, start + 4 * DAY, 5), "1 Nov|2010, 2 Nov, 3 Nov, 4 Nov, 5 Nov");
 }
 
+TEST(Ticks, MarkTheTimeAfterARoundOneThatTheClockSkips) {
+  const TimeZone zone("LHST-10:30LHDT-11,M10.1.0,M4.1.0");
+  constexpr std::int64_t TWO_O_CLOCK = 1696087800;  // when the clock goes to half past two
+  EXPECT_EQ(texts(make_ticks(TWO_O_CLOCK - 2 * HOUR, TWO_O_CLOCK + 2 * HOUR, 5, false)),
+            "00:00|1 Oct 2023, 01:00, 02:30, 03:00, 04:00");
+}
+
+TEST(Ticks, AreAbsentWhereNoDistanceIsLongEnough) {
+  constexpr std::int64_t YEARS = 366 * DAY;
+  EXPECT_EQ(utc_texts(0, 12'000 * YEARS, 1), "");
+  EXPECT_EQ(utc_texts(0, 50'000 * YEARS, 2), "");
+}
+
 }  // namespace

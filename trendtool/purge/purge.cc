@@ -1,15 +1,16 @@
 #include "trendtool/purge/purge.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <ctime>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "libtrend/log.h"
 #include "libtrend/recorder.h"
 #include "text/csv.h"
 #include "trendtool/common/messages.h"
+#include "trendtool/common/output_file.h"
 #include "trendtool/common/rows.h"
 #include "trendtool/common/selection.h"
 #include "trendtool/common/times.h"
@@ -85,8 +86,5 @@ int run_purge(const PurgeOptions& options) {
   if (!wrong.empty()) return refuse_usage("--before: " + wrong);
   if (wrong = find_rows(options, rows); !wrong.empty()) return fail(wrong);
   if (wrong = purge(options, rows); !wrong.empty()) return fail("can't remove the rows: " + wrong);
-  const bool is_printed =
-      std::printf("%llu rows removed\n", static_cast<unsigned long long>(rows.count)) >= 0 &&
-      std::fflush(stdout) == 0;
-  return is_printed ? SUCCESS : fail("can't write standard output");
+  return print_result(std::to_string(rows.count) + " rows removed\n");
 }
