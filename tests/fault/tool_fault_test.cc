@@ -70,7 +70,7 @@ class ToolFault : public testing::Test {
         restore();
         ProcessResult result;
         {
-          const StatementFaultInForce in_force({moment, number});
+          const StatementFaultInForce in_force({moment, number, false, !is_long_run()});
           result = run_here(words);
           has_happened = in_force.has_happened();
         }
