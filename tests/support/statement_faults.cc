@@ -64,6 +64,12 @@ void install_statement_faults() {
   sqlite3_auto_extension(reinterpret_cast<void (*)()>(watch_connection));
 }
 
+void skip_syncs() {
+  const auto no_sync = [](int /*file*/, int /*is_full*/, int /*is_data*/) { return 0; };
+  sqlite3_vfs* vfs = sqlite3_vfs_find(nullptr);
+  vfs->xSetSystemCall(vfs, "fsync", reinterpret_cast<sqlite3_syscall_ptr>(+no_sync));
+}
+
 StatementFaultInForce::StatementFaultInForce(const StatementFault& fault) {
   in_force = fault;
   moments = 0;

@@ -20,6 +20,10 @@ struct StatementFault {
 /// `install_fault_vfs`.
 void install_statement_faults();
 
+/// Has SQLite not wait until data is on the disk, which takes most of the time of a small
+/// transaction.
+void skip_syncs();
+
 /// Puts a fault in force while this object lives. There is one at a time.
 class StatementFaultInForce {
  public:

@@ -1,8 +1,6 @@
 // Runs trendtool in the process of the test.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <string>
 #include <vector>
 
@@ -23,10 +21,7 @@ inline ProcessResult run_here(std::vector<std::string> words) {
 inline void watch_statements() {
   static const bool IS_WATCHED = [] {
     install_statement_faults();
-    // Whether the data is on the disk does not matter to these tests, and takes most of their time.
-    const auto no_sync = [](int /*file*/, int /*is_full*/, int /*is_data*/) { return 0; };
-    sqlite3_vfs* vfs = sqlite3_vfs_find(nullptr);
-    vfs->xSetSystemCall(vfs, "fsync", reinterpret_cast<sqlite3_syscall_ptr>(+no_sync));
+    skip_syncs();
     return true;
   }();
   static_cast<void>(IS_WATCHED);

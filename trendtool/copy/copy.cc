@@ -170,6 +170,7 @@ bool Copy::copy_device(const DeviceToCopy& device, Progress& progress) {
     std::string uuid;
     if (result == SeriesCopy::Result::FROM_FAILED && session_.from.get_uuid(uuid) != 0)
       return false;
+    // This can be where time_t or long has 32 bits.
     if (series.source.last_time > latest_time()) {
       note_failure("device " + quote(device.source.device.path) +
                    " has rows at times that this system can't represent; they are not copied");

@@ -1,5 +1,7 @@
 #include "trendtool/list/formats.h"
 
+#include <utility>
+
 #include "text/utf8.h"
 #include "trendtool/common/escape.h"
 #include "trendtool/common/iso_time.h"
@@ -34,7 +36,7 @@ class CsvLine {
 std::string show_time(std::int64_t time, IsoClock& clock) {
   if (time == 0) return "";
   // Where time_t has 32 bits, a log can have later times.
-  if (static_cast<std::time_t>(time) != time) return std::string("@").append(std::to_string(time));
+  if (!std::in_range<std::time_t>(time)) return std::string("@").append(std::to_string(time));
   return clock.text_of(static_cast<std::time_t>(time));
 }
 

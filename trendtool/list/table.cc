@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <utility>
 
 #include "text/calendar.h"
 #include "text/time_text.h"
@@ -78,8 +79,7 @@ class TimeWriter {
   std::string show(std::int64_t time) {
     if (time == 0) return "-";
     // Where time_t has 32 bits, a log can have later times.
-    if (static_cast<std::time_t>(time) != time)
-      return std::string("@").append(std::to_string(time));
+    if (!std::in_range<std::time_t>(time)) return std::string("@").append(std::to_string(time));
     const std::tm fields = calendar_.fields_at(static_cast<std::time_t>(time), use_utc_);
     std::array<char, MAX_TIME_TEXT> text;
     const std::string format = time % 60 == 0 ? "%F %R" : "%F %T";

@@ -103,6 +103,7 @@ std::string RowClock::convert(const std::string& text, std::time_t& time) {
   const Times times = times_of(fields, use_utc_);
   time = resolve(times.first, times.second);
   if (time <= 0) {
+    // Where time_t has 64 bits, no text is too late.
     const bool is_too_late = fields.tm_year > 1970 - 1900;
     return quote(text) + (is_too_late
                               ? " is later than the last time that this system can represent"
