@@ -107,21 +107,49 @@ TEST(ImpossibleRows, AreNoticed) {
   }
 }
 
+/// Writes the row about the database, with right checksums of itself and the catalogue.
+void write_database_row(sqlite3* db, std::int64_t next_block) {
+  std::uint32_t catalogue = 0;
+  EXPECT_TRUE(get_catalogue_checksum(db, catalogue));
+  Statement row(db, "SELECT uuid FROM database");
+  std::string uuid;
+  EXPECT_TRUE(row.step() == Statement::Step::ROW && row.read(0, uuid));
+  row.reset();
+  Statement write(db, "UPDATE database SET next_block = ?1, catalogue = ?2, checksum = ?3");
+  write.bind(1, next_block);
+  write.bind(2, std::int64_t{catalogue});
+  write.bind(3, std::int64_t{get_database_checksum(uuid, next_block, catalogue)});
+  EXPECT_TRUE(write.run()) << write.error();
+}
+
 TEST(ImpossibleBlockNumbers, AreNoticed) {
   MadeUp database(make_sample);
   for (const std::int64_t number : {INT64_MIN, std::int64_t{0}, std::int64_t{1}, INT64_MAX}) {
     SCOPED_TRACE(number);
     expect_notice_of(database, [&](sqlite3* db) {
-      std::uint32_t catalogue = 0;
-      EXPECT_TRUE(get_catalogue_checksum(db, catalogue));
-      Statement row(db, "SELECT uuid FROM database");
-      std::string uuid;
-      EXPECT_TRUE(row.step() == Statement::Step::ROW && row.read(0, uuid));
-      row.reset();
-      Statement write(db, "UPDATE database SET next_block = ?1, checksum = ?2");
-      write.bind(1, number);
-      write.bind(2, std::int64_t{get_database_checksum(uuid, number, catalogue)});
-      EXPECT_TRUE(write.run()) << write.error();
+      write_database_row(db, number);
+      return true;
+    });
+  }
+}
+
+TEST(ImpossibleCatalogues, AreNoticed) {
+  MadeUp database(make_sample);
+  for (const char* sql : {
+           "UPDATE parameter SET statistics = -1 WHERE id = 1",
+           "UPDATE parameter SET statistics = 32 WHERE id = 2",
+           "UPDATE parameter SET first_slot = -1 WHERE id = 1",
+           "UPDATE parameter SET first_slot = 65536 WHERE id = 2",
+           "UPDATE series SET minutes = -5 WHERE id = 1",
+           "UPDATE series SET id = 1 << 23 WHERE id = 2",
+       }) {
+    SCOPED_TRACE(sql);
+    expect_notice_of(database, [&](sqlite3* db) {
+      std::int64_t next_block = 0;
+      EXPECT_TRUE(read_number(db, "SELECT next_block FROM database", next_block));
+      EXPECT_TRUE(execute(db, "PRAGMA ignore_check_constraints = ON"));
+      EXPECT_TRUE(execute(db, sql));
+      write_database_row(db, next_block);
       return true;
     });
   }

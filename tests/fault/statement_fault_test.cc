@@ -32,7 +32,7 @@ void let_each_fail(const Attempt& attempt, bool lasts = false) {
   for (const Moment moment : {Moment::PREPARE, Moment::RUN}) {
     // SQLite asks several times about each statement.
     const int step = is_long_run()               ? 1
-                     : moment == Moment::PREPARE ? 6 * STATEMENT_STEP
+                     : moment == Moment::PREPARE ? 2 * STATEMENT_STEP
                                                  : STATEMENT_STEP;
     bool has_happened = true;
     int number = 1;
