@@ -136,10 +136,10 @@ TEST(ImpossibleBlockNumbers, AreNoticed) {
 TEST(ImpossibleCatalogues, AreNoticed) {
   MadeUp database(make_sample);
   for (const char* sql : {
-           "UPDATE parameter SET statistics = -1 WHERE id = 1",
-           "UPDATE parameter SET statistics = 32 WHERE id = 2",
-           "UPDATE parameter SET first_slot = -1 WHERE id = 1",
-           "UPDATE parameter SET first_slot = 65536 WHERE id = 2",
+           "UPDATE parameter SET statistics = -1",
+           "UPDATE parameter SET statistics = 32",
+           "UPDATE parameter SET first_slot = -1",
+           "UPDATE parameter SET first_slot = 65536",
            "UPDATE series SET minutes = -5 WHERE id = 1",
            "UPDATE series SET id = 1 << 23 WHERE id = 2",
        }) {

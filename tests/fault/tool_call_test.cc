@@ -81,6 +81,8 @@ TEST_F(ToolCall, AnExportThatCantBeReadToItsEndIsNotLoaded) {
   for (int number = 1; number <= 3; ++number) {
     const ProcessResult result = run({"load", "-x", db_, "-d", "/d", file}, {"read", EIO}, number);
     EXPECT_EQ(result.exit_status, 1);
+    // The target's SQLite reads by this call, too.
+    if (is_emulated() && result.err == "trendtool: " + db_ + ": disk I/O error\n") continue;
     EXPECT_EQ(result.err, "trendtool: " + file + ": Input/output error\n");
   }
   EXPECT_THAT(run_tool("trendtool", {"export", "-x", db_, "-d", "/d", "--epoch"}).out,
