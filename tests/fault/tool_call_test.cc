@@ -73,6 +73,35 @@ TEST_F(ToolCall, AFileIsClosedOrTheOldOneStays) {
   EXPECT_EQ(failed, 1);
 }
 
+TEST_F(ToolCall, ABackupNeedsNoRenameThatReplacesNothing) {
+  const std::string copy = folder_.file("copy.db");
+  const ProcessResult result = run({"backup", "-x", db_, copy}, {"link", EINVAL}, 1);
+  EXPECT_TRUE(has_happened_);
+  EXPECT_EQ(result.exit_status, 0) << result.err;
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 2);
+  EXPECT_EQ(run_tool("trendtool", {"list", "-x", copy}).out,
+            run_tool("trendtool", {"list", "-x", db_}).out);
+}
+
+TEST_F(ToolCall, ABackupThatCantBeSyncedIsNotThere) {
+  const std::string copy = folder_.file("copy.db");
+  // Not every file system can sync a folder.
+  for (const auto& [error, expected] : {std::pair{EIO, 0}, {EINVAL, 1}}) {
+    int failed = 0;
+    int ignored = 0;
+    has_happened_ = true;
+    for (int number = 1; has_happened_; ++number) {
+      const ProcessResult result = run({"backup", "-x", db_, copy}, {"sync", error}, number);
+      EXPECT_EQ(fs::exists(copy), result.exit_status == 0) << result.err;
+      if (result.exit_status != 0) ++failed;
+      if (result.exit_status == 0 && has_happened_) ++ignored;
+      fs::remove(copy);
+    }
+    EXPECT_GT(failed, 0);
+    EXPECT_EQ(ignored, expected);
+  }
+}
+
 TEST_F(ToolCall, AnExportThatCantBeReadToItsEndIsNotLoaded) {
   const std::string file = folder_.file("rows.csv");
   std::string rows = "time,interval,a:.ValueIntAvg\n";
