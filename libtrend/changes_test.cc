@@ -246,6 +246,17 @@ TEST_F(Copied, IsNotTrustedWithAWrongChecksum) {
   EXPECT_EQ(copied("a"), 0U);
 }
 
+TEST_F(Copied, IsNotTrustedWithATextInPlaceOfANumber) {
+  append({60});
+  for (const char* number : {"'many', 1", "5, 'right'"}) {
+    execute(std::string("DROP TABLE IF EXISTS copied; CREATE TABLE copied (source, series_id, "
+                        "change, checksum, PRIMARY KEY (source, series_id));"
+                        "INSERT INTO copied SELECT 'a', id, ") +
+            number + " FROM series");
+    EXPECT_EQ(copied("a"), 0U) << number;
+  }
+}
+
 TEST_F(Copied, GoesWithTheSeries) {
   append({60});
   set_copied("a", 5);

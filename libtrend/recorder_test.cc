@@ -8,6 +8,7 @@
 #include <limits>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "libtrend/log.h"
@@ -49,6 +50,16 @@ class Recorder : public testing::Test {
   CDeviceProperties device_{.path = "device", .aux_text = "described"};
   CSeries series_;
 };
+
+TEST_F(Recorder, GoesOnAfterAMove) {
+  open();
+  ASSERT_EQ(append(300), 0);
+  CRecorder other(std::move(recorder_));
+  recorder_ = std::move(other);
+  ASSERT_EQ(append(600), 0);
+  ASSERT_EQ(recorder_.commit(), 0);
+  EXPECT_EQ(recorded_times(), (std::vector<std::int64_t>{300, 600}));
+}
 
 TEST_F(Recorder, ShowsReadersOnlyWhatIsCommitted) {
   open();

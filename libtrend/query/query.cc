@@ -74,7 +74,7 @@ class Merge {
     SeriesCursor& cursor = *source.cursor;
     if (!cursor.pass(query_.offset)) return false;
     std::uint64_t wanted = query_.count;
-    while (cursor.timestamp() != NO_ROW && cursor.timestamp() >= query_.earliest) {
+    while (cursor.timestamp() != NO_ROW) {
       if (!append_row(source)) return false;
       if (--wanted == 0) return true;
       if (!cursor.advance()) return false;

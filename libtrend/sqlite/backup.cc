@@ -38,8 +38,8 @@ bool copy_pages(sqlite3* db, const std::string& name, const ReportProgress& prog
   Database copy;
   if (!connect(name, SQLITE_OPEN_READWRITE, nullptr, copy, error)) return false;
   // Nobody sees the file before it is complete, so it needs no journal.
-  if (!execute(copy.get(), "PRAGMA journal_mode = OFF; PRAGMA cache_size = -512")) {
-    return fail(sqlite3_errmsg(copy.get()), error);
+  if (!execute(copy.get(), "PRAGMA journal_mode = OFF; PRAGMA cache_size = -512", error)) {
+    return false;
   }
   const std::unique_ptr<sqlite3_backup, BackupFinisher> backup(
       sqlite3_backup_init(copy.get(), "main", db, "main"));

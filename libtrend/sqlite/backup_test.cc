@@ -89,6 +89,17 @@ TEST_F(Backup, IsADatabaseToRecordInto) {
   EXPECT_EQ(read_copy(), 3001);
 }
 
+TEST_F(Backup, CopiesADatabaseOfManyPages) {
+  ASSERT_EQ(recorder_.begin(), 0);
+  for (int i = 0; i < 100; ++i) {
+    CDeviceProperties device{.path = std::to_string(i), .aux_text = std::string(30'000, 'x')};
+    ASSERT_EQ(recorder_.add_device(device), 0) << recorder_.error();
+  }
+  ASSERT_EQ(recorder_.commit(), 0);
+  ASSERT_EQ(back_up(), 0) << error_;
+  EXPECT_EQ(read_copy(), 3000);
+}
+
 TEST_F(Backup, IsOneStateWhileTheSameProcessRecords) {
   int calls = 0;
   const auto record = [&](std::uint64_t done, std::uint64_t total) {

@@ -25,9 +25,6 @@ struct BlockRows {
   std::vector<double> values;  ///< slot after slot, each with one value per row
 
   /// Returns the values of `slot`, one per row.
-  [[nodiscard]] std::span<double> column(std::size_t slot) {
-    return std::span(values).subspan(slot * times.size(), times.size());
-  }
   [[nodiscard]] std::span<const double> column(std::size_t slot) const {
     return std::span(values).subspan(slot * times.size(), times.size());
   }

@@ -41,7 +41,7 @@ class Bounds : public testing::Test {
     Database db;
     std::string error;
     ASSERT_TRUE(connect(path_, SQLITE_OPEN_READWRITE, nullptr, db, error)) << error;
-    ASSERT_TRUE(execute(db.get(), sql)) << sqlite3_errmsg(db.get());
+    ASSERT_TRUE(execute(db.get(), sql, error)) << error;
     ASSERT_TRUE(DatabaseRow::create(db.get(), error)) << error;
   }
 

@@ -21,7 +21,7 @@ bool copy_table(sqlite3* db, const std::string& name, Database& copy) {
   std::string error;
   if (!connect(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_MEMORY, nullptr, copy, error) ||
       !configure(copy.get(), {}, error) ||
-      !execute(copy.get(), "PRAGMA foreign_keys = OFF; BEGIN")) {
+      !execute(copy.get(), "PRAGMA foreign_keys = OFF; BEGIN", error)) {
     return false;
   }
   Statement text(db, "SELECT sql FROM sqlite_schema WHERE type = 'table' AND name = ?1");
@@ -51,6 +51,7 @@ bool accepts_rows(sqlite3* db, const std::string& name, sqlite3* copy) {
   for (int column = 1; column < columns; ++column) sql += ", ?";
   const RawStatement insert = prepare(copy, sql + ")");
   if (!insert) return false;
+  std::string ignored;
   for (int rows = 1; sqlite3_step(row.get()) == SQLITE_ROW; ++rows) {
     for (int column = 0; column < columns; ++column) {
       if (sqlite3_column_type(row.get(), column) == SQLITE_BLOB) {
@@ -61,9 +62,8 @@ bool accepts_rows(sqlite3* db, const std::string& name, sqlite3* copy) {
     }
     const bool is_accepted = sqlite3_step(insert.get()) == SQLITE_DONE;
     sqlite3_reset(insert.get());
-    if (!is_accepted || (rows % MOST_ROWS == 0 && !execute(copy, "DELETE FROM " + name))) {
-      return false;
-    }
+    if (!is_accepted) return false;
+    if (rows % MOST_ROWS == 0 && !execute(copy, "DELETE FROM " + name, ignored)) return false;
   }
   return true;
 }

@@ -103,7 +103,7 @@ bool configure(sqlite3* db, const OpenOptions& options, std::string& error) {
   }
   if (options.heap_limit != 0) sqlite3_soft_heap_limit64(options.heap_limit);
   if (options.exclusive) settings += "PRAGMA locking_mode = EXCLUSIVE;";
-  return execute(db, settings) || fail_with_database_error(db, error);
+  return execute(db, settings, error);
 }
 
 bool fail_with_database_error(sqlite3* db, std::string& error) {
@@ -111,8 +111,9 @@ bool fail_with_database_error(sqlite3* db, std::string& error) {
   return false;
 }
 
-bool execute(sqlite3* db, const std::string& sql) {
-  return sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
+bool execute(sqlite3* db, const std::string& sql, std::string& error) {
+  if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+  return fail_with_database_error(db, error);
 }
 
 bool read_number(sqlite3* db, const char* sql, std::int64_t& number) {

@@ -31,8 +31,9 @@ using Database = std::unique_ptr<sqlite3, DatabaseDeleter>;
 /// Sets `error` to SQLite's message about the last call that failed, and returns false.
 bool fail_with_database_error(sqlite3* db, std::string& error);
 
-/// Runs SQL statements and ignores their results. Returns false on failure.
-[[nodiscard]] bool execute(sqlite3* db, const std::string& sql);
+/// Runs SQL statements and ignores their results. Returns false on failure, with the reason in
+/// `error`.
+[[nodiscard]] bool execute(sqlite3* db, const std::string& sql, std::string& error);
 
 /// Runs `sql`, which returns one number, and reads that number. Returns false on failure.
 [[nodiscard]] bool read_number(sqlite3* db, const char* sql, std::int64_t& number);

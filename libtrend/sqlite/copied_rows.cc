@@ -62,7 +62,7 @@ bool read_copied(sqlite3* db, CopiedRow& row, std::string& error) {
 }
 
 bool write_copied(sqlite3* db, const CopiedRow& row, std::string& error) {
-  if (!execute(db, CREATE_TABLE)) return fail_with_database_error(db, error);
+  if (!execute(db, CREATE_TABLE, error)) return false;
   Statement write(db, "INSERT OR REPLACE INTO copied VALUES (?1, ?2, ?3, ?4)");
   if (!write) return fail_with_database_error(db, error);
   write.bind(1, row.source);

@@ -15,7 +15,7 @@ namespace {
 
 /// Takes the lock of a connection in exclusive locking mode. The connection keeps the lock.
 bool lock_to_write(sqlite3* db, std::string& error) {
-  return execute(db, "BEGIN EXCLUSIVE; COMMIT") || fail_with_database_error(db, error);
+  return execute(db, "BEGIN EXCLUSIVE; COMMIT", error);
 }
 
 /// Opens the file `name` for writing. Fails if only reading is possible, which SQLite would accept.
@@ -29,10 +29,7 @@ Database open_to_write(const std::string& name, const OpenOptions& options, std:
   if (!configure(db.get(), options, error)) return nullptr;
   // A commit is lasting when it returns. That takes more than SQLite's default where a rollback
   // journal is removed.
-  if (!execute(db.get(), "PRAGMA synchronous = EXTRA")) {
-    error = sqlite3_errmsg(db.get());
-    return nullptr;
-  }
+  if (!execute(db.get(), "PRAGMA synchronous = EXTRA", error)) return nullptr;
   if (options.create && is_blank(db.get()) &&
       !fill_database(db.get(), options.traditional_journal, options.busy_timeout, error)) {
     return nullptr;

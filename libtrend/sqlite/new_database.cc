@@ -34,9 +34,9 @@ bool make_image(unsigned page_size, bool traditional_journal, Image& image, std:
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_MEMORY;
   if (!connect(":memory:", flags, nullptr, db, error)) return false;
   const std::string set_page_size = "PRAGMA page_size = " + std::to_string(page_size) + ";";
-  if (!execute(db.get(), set_page_size + "BEGIN")) return fail_with_database_error(db.get(), error);
+  if (!execute(db.get(), set_page_size + "BEGIN", error)) return false;
   if (!create_tables(db.get(), error)) return false;
-  if (!execute(db.get(), "COMMIT")) return fail_with_database_error(db.get(), error);
+  if (!execute(db.get(), "COMMIT", error)) return false;
   sqlite3_int64 size = 0;
   image.bytes.reset(sqlite3_serialize(db.get(), "main", &size, 0));
   if (!image.bytes) {
@@ -88,12 +88,10 @@ bool is_blank(sqlite3* db) {
 bool fill_database(sqlite3* db, bool traditional_journal, unsigned busy_timeout,
                    std::string& error) {
   if (!set_journal(db, traditional_journal, busy_timeout, error)) return false;
-  if (!execute(db, "BEGIN IMMEDIATE")) return fail_with_database_error(db, error);
-  if (!has_no_tables(db) || create_tables(db, error)) {
-    if (execute(db, "COMMIT")) return true;
-    error = sqlite3_errmsg(db);
-  }
-  static_cast<void>(execute(db, "ROLLBACK"));
+  if (!execute(db, "BEGIN IMMEDIATE", error)) return false;
+  if ((!has_no_tables(db) || create_tables(db, error)) && execute(db, "COMMIT", error)) return true;
+  std::string ignored;
+  static_cast<void>(execute(db, "ROLLBACK", ignored));
   return false;
 }
 

@@ -46,8 +46,7 @@ bool lock_to_read(sqlite3* db, std::string& error) {
     error = "a reader can't lock a database in WAL mode exclusively";
     return false;
   }
-  return execute(db, "BEGIN; SELECT 1 FROM sqlite_schema; COMMIT") ||
-         fail_with_database_error(db, error);
+  return execute(db, "BEGIN; SELECT 1 FROM sqlite_schema; COMMIT", error);
 }
 
 /// Lets SQLite read a file that is shorter than it should be, or whose list of tables is damaged.

@@ -45,8 +45,7 @@ bool SqliteReader::connect() {
                                       : open_damaged_database(path_, options_, error_);
   if (!db) return false;
   // A walk comes back to few pages, so a small cache is as good as a large one.
-  if (options_.cache_size == 0 && !execute(db.get(), "PRAGMA cache_size = -512")) {
-    error_ = sqlite3_errmsg(db.get());
+  if (options_.cache_size == 0 && !execute(db.get(), "PRAGMA cache_size = -512", error_)) {
     return false;
   }
   version_ = 0;
@@ -60,8 +59,6 @@ bool SqliteReader::connect() {
   std::swap(db_, db);
   return prepare();
 }
-
-bool SqliteReader::is_outdated() const { return db_ && trend::is_outdated(db_.get()); }
 
 /// Prepares all statements, which shows that the tables are there.
 bool SqliteReader::prepare() {
@@ -151,7 +148,7 @@ bool SqliteReader::run(const std::function<bool()>& query) {
   // again and again.
   for (int rounds = 5; rounds > 0; --rounds) {
     const bool is_answered = run_once(query);
-    if (!is_outdated()) return is_answered;
+    if (!is_outdated(db_.get())) return is_answered;
     if (!connect()) return false;
   }
   error_ = "its journal mode keeps changing";

@@ -59,7 +59,6 @@ class SqliteReader : public LogReader {
   [[nodiscard]] bool connect();
   [[nodiscard]] bool prepare();
   [[nodiscard]] bool prepare_version(std::int64_t version);
-  [[nodiscard]] bool is_outdated() const;
   bool start_query();
   bool read_number(Statement& statement, std::int64_t& number);
   bool run_once(const std::function<bool()>& query);

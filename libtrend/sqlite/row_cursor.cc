@@ -114,7 +114,8 @@ bool RowCursor::decode(CSnapshot& row) {
   const bool is_read = read_row(*rows_, id, false, row.valid_ratio, bytes) &&
                        unpack_samples(bytes, params_, row.samples);
   if (is_borrower_) rows_.reset();
-  return is_read || fail_as_damaged();
+  if (!is_read) return fail_as_damaged();
+  return true;
 }
 
 bool RowCursor::find_before(std::int64_t time, std::int64_t& timestamp) {

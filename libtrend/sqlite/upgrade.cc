@@ -80,7 +80,7 @@ bool has_few_series(sqlite3* db, std::string& error) {
 
 bool create_tables(sqlite3* db, std::string& error) {
   for (const char* sql : {CREATE_CATALOGUE, CREATE_LOOSE, CREATE_BLOCKS}) {
-    if (!execute(db, sql)) return fail_with_database_error(db, error);
+    if (!execute(db, sql, error)) return false;
   }
   return DatabaseRow::create(db, error);
 }
@@ -88,7 +88,7 @@ bool create_tables(sqlite3* db, std::string& error) {
 bool upgrade(sqlite3* db, std::string& error) {
   if (!has_few_slots(db, error) || !has_few_series(db, error)) return false;
   for (const char* sql : {UPGRADE_ROWS, CREATE_BLOCKS}) {
-    if (!execute(db, sql)) return fail_with_database_error(db, error);
+    if (!execute(db, sql, error)) return false;
   }
   return create_states(db, error) && DatabaseRow::create(db, error);
 }

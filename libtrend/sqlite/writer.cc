@@ -38,10 +38,7 @@ std::unique_ptr<SqliteWriter> SqliteWriter::open(const std::string& path, std::s
   Database db = open_to_record(path, error);
   if (!db) return nullptr;
   // What is purged need not be overwritten, which would double what sealing writes.
-  if (!execute(db.get(), "PRAGMA secure_delete = OFF")) {
-    error = sqlite3_errmsg(db.get());
-    return nullptr;
-  }
+  if (!execute(db.get(), "PRAGMA secure_delete = OFF", error)) return nullptr;
   std::unique_ptr<SqliteWriter> writer(new SqliteWriter(std::move(db)));
   if (writer->prepare()) return writer;
   error = writer->error();

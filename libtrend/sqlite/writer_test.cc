@@ -425,6 +425,19 @@ TEST_F(Writer, RefusesToWriteWhereItsStateOrTheCatalogueIsDamaged) {
   EXPECT_EQ(recorder_.error(), "the catalogue is damaged");
 }
 
+TEST_F(Writer, RefusesToWriteWhereABlockIsMissing) {
+  open_new();
+  append_all(1, 3 * ROWS);
+  run_sql(path_, "DELETE FROM block WHERE number = 2");
+  for (const std::int64_t minute : {ROWS, ROWS + 1, 2 * ROWS}) {
+    ASSERT_EQ(recorder_.begin(), 0);
+    const bool is_recorded = append(minute) == 0 && recorder_.commit() == 0;
+    EXPECT_FALSE(is_recorded) << minute;
+    recorder_.rollback();
+  }
+  EXPECT_EQ(recorder_.error(), "a block is missing");
+}
+
 TEST_F(Writer, RefusesASeriesThatIsNotThere) {
   open_new();
   ASSERT_EQ(recorder_.begin(), 0);

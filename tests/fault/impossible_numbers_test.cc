@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -19,14 +20,15 @@ namespace {
 
 /// Expects a change of a copy to be noticed. `change` may find that there is nothing to change, and
 /// returns false then.
-void expect_notice_of(MadeUp& database, const std::function<bool(sqlite3* db)>& change) {
+void expect_notice_of(MadeUp& database, const std::function<bool(sqlite3* db)>& change,
+                      std::size_t recording_step = RECORDING_STEP) {
   {
     Database db;
     std::string error;
     ASSERT_TRUE(connect(database.copy(), SQLITE_OPEN_READWRITE, nullptr, db, error)) << error;
     if (!change(db.get())) return;
   }
-  database.expect_notice();
+  database.expect_notice(recording_step);
 }
 
 /// A change of a part of a database.
@@ -144,14 +146,16 @@ TEST(ImpossibleCatalogues, AreNoticed) {
            "UPDATE series SET id = 1 << 23 WHERE id = 2",
        }) {
     SCOPED_TRACE(sql);
-    expect_notice_of(database, [&](sqlite3* db) {
+    const auto change = [&](sqlite3* db) {
       std::int64_t next_block = 0;
       EXPECT_TRUE(read_number(db, "SELECT next_block FROM database", next_block));
-      EXPECT_TRUE(execute(db, "PRAGMA ignore_check_constraints = ON"));
-      EXPECT_TRUE(execute(db, sql));
+      std::string error;
+      EXPECT_TRUE(execute(db, "PRAGMA ignore_check_constraints = ON", error)) << error;
+      EXPECT_TRUE(execute(db, sql, error)) << error;
       write_database_row(db, next_block);
       return true;
-    });
+    };
+    expect_notice_of(database, change, 1);
   }
 }
 

@@ -40,8 +40,8 @@ class MadeUp {
     return path_;
   }
 
-  /// Expects the change of the last copy to be noticed.
-  void expect_notice() {
+  /// Expects the change of the last copy to be noticed, also by each `step`th recording.
+  void expect_notice(std::size_t step = RECORDING_STEP) {
     const Answers answers = questions_.ask(path_);
     for (const auto& [question, answer] : answers) {
       // A summary does not tell all damage in blocks, and nothing shows damage to version 1.
@@ -54,7 +54,7 @@ class MadeUp {
     EXPECT_EQ(log.check(damage), 0) << log.error();
     EXPECT_FALSE(damage.empty());
     if (has_checksums_) expect_rows_or_damage();
-    for (; next_ < RECORDINGS.size(); next_ += RECORDING_STEP) {
+    for (; next_ < RECORDINGS.size(); next_ += step) {
       const Recording& recording = RECORDINGS[next_];
       SCOPED_TRACE(recording.name);
       const std::string other = folder_.file("other.db");

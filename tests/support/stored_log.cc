@@ -32,7 +32,8 @@ class Target {
   sqlite3* db() { return db_.get(); }
 
   void execute(const std::string& sql) {
-    demand(toolkit::trend::execute(db_.get(), sql), sqlite3_errmsg(db_.get()));
+    std::string error;
+    demand(toolkit::trend::execute(db_.get(), sql, error), error);
   }
 
   std::int64_t insert_device(const StoredDevice& device) {
