@@ -407,6 +407,7 @@ TEST_F(TrendtoolPlot, WritesCharactersIntoAFile) {
 }
 
 TEST_F(TrendtoolPlot, SaysThatGnuplotCantBeStarted) {
+  if (is_emulated()) GTEST_SKIP() << "the emulator does not tell that a program can't be started";
   const Environment environment = {{"PATH", folder_.file("bin")}};
   static_cast<void>(fake_gnuplot(""));
   fs::permissions(folder_.file("bin") + "/gnuplot", fs::perms::owner_read);
