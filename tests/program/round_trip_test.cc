@@ -174,6 +174,7 @@ TEST_F(RoundTrip, KeepsTheHoursAroundEveryChangeOfTheClocks) {
   };
   for (const auto& [zone, change] : changes) {
     for (const std::uint32_t minutes : {1U, 20U, 30U}) {
+      if (is_emulated() && minutes == 1) continue;
       for (const bool ascending : {false, true}) {
         DumpRequest request;
         request.zone = zone;

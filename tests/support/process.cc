@@ -124,7 +124,7 @@ ProcessResult run_tool(const std::string& name, const std::vector<std::string>& 
 bool is_emulated() { return tool_command("trendcsv").size() > 1; }
 
 int random_rounds(int count, int fewest) {
-  return std::max(is_emulated() ? count / 8 : IS_SANITIZED ? count / 2 : count, fewest);
+  return std::max(is_emulated() ? count / 12 : IS_SANITIZED ? count / 2 : count, fewest);
 }
 
 std::size_t damage_step() { return is_long_run() ? 1 : is_emulated() ? 64 : IS_SANITIZED ? 16 : 7; }
