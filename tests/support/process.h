@@ -60,7 +60,7 @@ void become(uid_t user);
 /// Whether the project's own programs run under the emulator, where all is slow.
 [[nodiscard]] bool is_emulated();
 
-/// How many rounds of a random test to run: `count`, half of that under sanitizers, an eighth under
+/// How many rounds of a random test to run: `count`, half of that under sanitizers, a twelfth under
 /// the emulator, but not fewer than `fewest`.
 [[nodiscard]] int random_rounds(int count, int fewest = 1);
 
