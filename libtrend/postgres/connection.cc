@@ -78,8 +78,12 @@ bool Connection::fail() {
   return false;
 }
 
+bool Connection::works() const {
+  return connection_ && !is_lost_ && PQstatus(connection_.get()) == CONNECTION_OK;
+}
+
 bool Connection::ensure() {
-  if (connection_ && !is_lost_ && PQstatus(connection_.get()) == CONNECTION_OK) return true;
+  if (works()) return true;
   // What comes before the URL are defaults, which the URL may change.
   constexpr unsigned LEAST = 2;  // of libpq
   constexpr unsigned MOST = std::numeric_limits<std::int32_t>::max() / 1000;

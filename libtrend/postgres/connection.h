@@ -31,6 +31,8 @@ class Connection {
 
   /// Connects, unless there is a connection that works.
   [[nodiscard]] bool ensure();
+  /// Whether there is a connection that works, as far as its last use has shown.
+  [[nodiscard]] bool works() const;
 
   /// Runs `sql`, which may be several statements without parameters. Their rows are dropped.
   [[nodiscard]] bool run(const std::string& sql);

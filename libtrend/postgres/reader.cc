@@ -221,6 +221,7 @@ bool ArchiveReader::check_device(const CDeviceProperties& device, std::vector<CD
       if (progress && ++rows % 1024 == 0 && !progress(rows, 0)) return fail(STOPPED);
     }
     if (can_be_read) continue;
+    if (!connection_.works()) return false;
     damage.push_back({.device = device.path,
                       .minutes = series.minutes,
                       .param = "",
