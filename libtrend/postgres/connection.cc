@@ -69,9 +69,7 @@ struct Connection::Sent {
 
 void Connection::Finish::operator()(pg_conn* connection) const { PQfinish(connection); }
 
-Connection::~Connection() {
-  if (is_ahead_) finish_pipeline();
-}
+Connection::~Connection() { finish_pipeline(); }
 
 bool Connection::fail() {
   error_ = join_lines(PQerrorMessage(connection_.get()));

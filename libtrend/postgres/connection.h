@@ -24,7 +24,7 @@ class Connection {
   /// long the network may be away. A statement itself may take as long as it needs.
   Connection(ArchiveAddress address, Use use, unsigned timeout)
       : address_(std::move(address)), use_(use), timeout_(timeout) {}
-  /// Waits for rows that were sent ahead; the server would log a lost connection.
+  /// Waits for what was sent without waiting for it; the server would log a lost connection.
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;

@@ -17,11 +17,6 @@ constexpr const char* BEGIN = "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY";
 constexpr const char* FAILING = "SELECT 1 / 0";
 constexpr const char* LOSING = "SELECT pg_terminate_backend(pg_backend_pid())";
 
-ArchiveServer& server() {
-  static ArchiveServer one;
-  return one;
-}
-
 class ArchiveConnection : public testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(connection_.ensure()) << connection_.error(); }
@@ -168,7 +163,13 @@ TEST_F(ArchiveConnection, AConnectionThatTheServerEndsIsMadeAgain) {
   }
 }
 
-TEST_F(ArchiveConnection, ItsEndWaitsForRowsThatWereSentAhead) {
+TEST_F(ArchiveConnection, ItsEndWaitsForWhatWasSent) {
+  // The server does not always lose the race against the end of the connection.
+  for (int i = 0; i < 10; ++i) {
+    Connection other(address(), Connection::Use::READ, 10);
+    ASSERT_TRUE(other.ensure() && other.run("BEGIN")) << other.error();
+    other.end_transaction();
+  }
   {
     Connection other(address(), Connection::Use::READ, 10);
     ASSERT_TRUE(other.ensure()) << other.error();

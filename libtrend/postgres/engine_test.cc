@@ -18,11 +18,6 @@ namespace {
 
 constexpr double MISSING = std::numeric_limits<double>::quiet_NaN();
 
-ArchiveServer& server() {
-  static ArchiveServer one;
-  return one;
-}
-
 /// One kind of database: what was recorded there has ids of its own.
 struct Side {
   explicit Side(std::string where) : path(std::move(where)) {}

@@ -50,11 +50,6 @@ class ArchiveCallFault : public testing::Test {
     EXPECT_EQ(result.exit_status, 0) << result.err;
   }
 
-  static ArchiveServer& server() {
-    static ArchiveServer one;
-    return one;
-  }
-
   static std::vector<std::string> load_arguments(const std::string& url) {
     return {"load", "-x", url, "-d", "/plant", "-i", "1", "-u"};
   }

@@ -22,11 +22,6 @@ constexpr const char* ROWS =
     "2024-03-05,13:00,20.5,22,21.25\n";
 constexpr const char* ONE_MORE = "Date,Time,temperature:.ValueIntAvg\n2024-03-05,15:00,5\n";
 
-ArchiveServer& server() {
-  static ArchiveServer one;
-  return one;
-}
-
 /// An archive in the schema of the document, with its device and its roles.
 class ArchiveDocument : public testing::Test {
  protected:

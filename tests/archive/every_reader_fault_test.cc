@@ -18,11 +18,6 @@ using Fault = ArchiveProxy::Fault;
 constexpr const char* FAILED = "failed: ";
 const std::string DAMAGED = "damaged: ";
 
-ArchiveServer& server() {
-  static ArchiveServer one;
-  return one;
-}
-
 /// What the calls of one handle have returned: a text each, which starts with FAILED on failure,
 /// and with DAMAGED where a check has found damage.
 class Answers {

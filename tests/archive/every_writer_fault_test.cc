@@ -18,11 +18,6 @@ using Fault = ArchiveProxy::Fault;
 constexpr const char* SOURCE = "01234567-89ab-cdef-0123-456789abcdef";
 constexpr double MISSING = std::numeric_limits<double>::quiet_NaN();
 
-ArchiveServer& server() {
-  static ArchiveServer one;
-  return one;
-}
-
 /// The catalogue entries of one device.
 struct Entries {
   CDeviceProperties device;

@@ -21,11 +21,6 @@ constexpr const char* END_SESSIONS =
     "SELECT count(pg_terminate_backend(pid)) FROM pg_stat_activity "
     "WHERE application_name = 'libtrend'";
 
-ArchiveServer& server() {
-  static ArchiveServer one;
-  return one;
-}
-
 /// A recorder and the one series that it records.
 class ArchiveWriterFault : public testing::Test {
  protected:

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <ctime>
 #include <filesystem>
+#include <functional>
 
 #include "tests/support/database_file.h"
 #include "tests/support/log_content.h"
@@ -39,6 +40,18 @@ void remove_one(const std::string& db, std::uint32_t minutes = 0) {
 class ToolRace : public testing::Test {
  protected:
   ToolRace() { watch_statements(); }
+
+  /// Copies the database into the other one. Calls `interfere` where the statement `sql` starts for
+  /// the time with this number, counted from 1. Returns whether that has happened.
+  bool copy_beside(const char* sql, int number, const std::function<void()>& interfere,
+                   ProcessResult& result) {
+    int starts = 0;
+    const StatementHook hook(sql, [&] {
+      if (++starts == number) interfere();
+    });
+    result = run_here({"copy", db_, other_});
+    return starts >= number;
+  }
 
   TemporaryFolder folder_;
   std::string db_ = folder_.file("trend.db");
@@ -102,16 +115,12 @@ TEST_F(ToolRace, ACopyLosesAgainstOneThatRecordsTheSameRows) {
 TEST_F(ToolRace, ACopyLosesAgainstOneThatRecordsDamage) {
   append_rows(db_, "/one", 5, make_rows(300, 300, 3));
   append_rows(other_, "/one", 5, {});
-  int starts = 0;
+  const auto record_damage = [&] {
+    append_rows(other_, "/one", 5, make_rows(300, 300, 3));
+    run_sql(other_, "UPDATE loose SET valid_ratio = 0.25");
+  };
   ProcessResult result;
-  {
-    const StatementHook hook(START_OF_WRITING, [&] {
-      if (++starts != 2) return;
-      append_rows(other_, "/one", 5, make_rows(300, 300, 3));
-      run_sql(other_, "UPDATE loose SET valid_ratio = 0.25");
-    });
-    result = run_here({"copy", db_, other_});
-  }
+  EXPECT_TRUE(copy_beside(START_OF_WRITING, 2, record_damage, result));
   EXPECT_EQ(result.exit_status, 1);
   EXPECT_THAT(result.err, HasSubstr("trendtool: can't record the rows of device '/one'"));
   EXPECT_THAT(result.out, HasSubstr("rows copied: 0, rows there before: 0, "));
@@ -125,15 +134,9 @@ TEST_F(ToolRace, ACopyNoticesThatASeriesIsRemoved) {
   for (int number = 1; has_happened; ++number) {
     std::filesystem::remove(other_);
     append_rows(other_, "/one", 5, make_rows(300, 300, 1));
-    int starts = 0;
     ProcessResult result;
-    {
-      const StatementHook hook(START_OF_READING, [&] {
-        if (++starts == number) remove_one(other_, 5);
-      });
-      result = run_here({"copy", db_, other_});
-      has_happened = starts >= number;
-    }
+    has_happened = copy_beside(
+        START_OF_READING, number, [&] { remove_one(other_, 5); }, result);
     if (result.exit_status != 0) {
       ++failed;
       EXPECT_THAT(result.err, HasSubstr("trendtool: can't record the rows of device '/one'"));
@@ -154,16 +157,11 @@ TEST_F(ToolRace, ACopyEndsWhereADatabaseBecomesDamaged) {
       for (const std::string& path : {db_, other_}) std::filesystem::remove(path);
       append_rows(db_, "/one", 5, make_rows(300, 300, 600));
       append_rows(other_, "/one", 5, make_rows(300, 300, 590));
-      int starts = 0;
+      const auto damage = [&] {
+        run_sql(is_source ? db_ : other_, "UPDATE loose SET valid_ratio = 0.25");
+      };
       ProcessResult result;
-      {
-        const StatementHook hook(START_OF_READING, [&] {
-          if (++starts != number) return;
-          run_sql(is_source ? db_ : other_, "UPDATE loose SET valid_ratio = 0.25");
-        });
-        result = run_here({"copy", db_, other_});
-        has_happened = starts >= number;
-      }
+      has_happened = copy_beside(START_OF_READING, number, damage, result);
       if (is_source) {
         EXPECT_TRUE(is_part(read_content(other_), whole));
       }
@@ -214,16 +212,10 @@ TEST_F(ToolRace, ACopyEndsBetweenTwoTransactionsWhenASignalComes) {
     for (int number = 1; has_happened; ++number) {
       std::filesystem::remove(other_);
       append_rows(other_, "/one", 5, make_rows(300, 300, 1));
-      int starts = 0;
       SignalNoted signal;
       ProcessResult result;
-      {
-        const StatementHook hook(sql, [&] {
-          if (++starts == number) signal.send();
-        });
-        result = run_here({"copy", db_, other_});
-        has_happened = starts >= number;
-      }
+      has_happened = copy_beside(
+          sql, number, [&] { signal.send(); }, result);
       EXPECT_EQ(signal.came_again(), has_happened);
       EXPECT_THAT(result.out, testing::StartsWith("devices: 2, series: "));
       const std::string message = "trendtool: interrupted; the next copy goes on from here\n";

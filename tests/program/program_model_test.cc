@@ -95,11 +95,6 @@ class Database {
   [[nodiscard]] const std::string& path() const { return path_; }
 
  private:
-  static ArchiveServer& server() {
-    static ArchiveServer one;
-    return one;
-  }
-
   std::string path_ = server().make_archive();
 };
 #else

@@ -47,3 +47,9 @@ class ArchiveServer {
   TemporaryFolder folder_;
   int archives_ = 0;
 };
+
+/// One server for all tests of a program, started by the first that needs it.
+inline ArchiveServer& server() {
+  static ArchiveServer one;
+  return one;
+}

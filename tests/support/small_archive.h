@@ -26,12 +26,6 @@ class SmallArchive : public testing::Test {
     ASSERT_EQ(log_.open(url_, {}), 0) << log_.error();
   }
 
-  /// One server for all tests of a program.
-  static ArchiveServer& server() {
-    static ArchiveServer one;
-    return one;
-  }
-
   /// Runs SQL in the schema of the archive.
   void change(const std::string& sql) const {
     server().sql("SET search_path = " + url_.substr(url_.rfind('=') + 1) + "; " + sql);

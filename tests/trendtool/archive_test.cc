@@ -20,11 +20,6 @@ class TrendtoolArchive : public testing::Test {
     }
   }
 
-  static ArchiveServer& server() {
-    static ArchiveServer one;
-    return one;
-  }
-
   /// Expects that the tool prints the same for the archive and for the file.
   void expect_same(std::vector<std::string> arguments) {
     arguments.insert(arguments.end(), {"-x", file_});

@@ -19,11 +19,6 @@ class ArchiveCopy : public TrendtoolCopy {
  protected:
   ArchiveCopy() { to_ = server().make_archive(); }
 
-  static ArchiveServer& server() {
-    static ArchiveServer one;
-    return one;
-  }
-
   /// Copies the archive into a new file, and returns that file.
   std::string copy_back() {
     const std::string file = folder_.file("back" + std::to_string(++files_) + ".db");
